@@ -1,0 +1,89 @@
+// Work memory of one operation: asked for once, as a list of the vectors and matrices needed, taken
+// in one piece, and released on every way out.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <initializer_list>
+#include <memory>
+#include <new>
+
+namespace trajex {
+
+/// A vector to be carved out of a workspace: its address goes to `*where`.
+struct VectorRequest {
+    double** where;
+    std::size_t length;
+};
+
+/// A matrix of row pointers, its rows one after the other in memory.
+struct MatrixRequest {
+    double*** where;
+    std::size_t rows;
+    std::size_t columns;
+};
+
+class Workspace {
+  public:
+    explicit Workspace(std::initializer_list<VectorRequest> vectors,
+                       std::initializer_list<MatrixRequest> matrices = {}) {
+        std::size_t doubles = 0;
+        std::size_t rows = 0;
+        for (const VectorRequest& v : vectors) doubles += v.length;
+        for (const MatrixRequest& m : matrices) {
+            doubles += m.rows * m.columns;
+            rows += m.rows;
+        }
+        try {
+            elements_ = std::make_unique<double[]>(std::max<std::size_t>(doubles, 1));
+            rows_ = std::make_unique<double*[]>(std::max<std::size_t>(rows, 1));
+        } catch (const std::bad_alloc&) {
+            return;
+        }
+        carve(vectors, matrices);
+        taken_ = true;
+    }
+
+    /// Whether the memory was there; if not, none of the requested pointers is set.
+    explicit operator bool() const { return taken_; }
+
+  private:
+    void carve(std::initializer_list<VectorRequest> vectors,
+               std::initializer_list<MatrixRequest> matrices) {
+        double* next = elements_.get();
+        double** next_row = rows_.get();
+        for (const VectorRequest& v : vectors) {
+            *v.where = next;
+            next += v.length;
+        }
+        for (const MatrixRequest& m : matrices) {
+            *m.where = next_row;
+            for (std::size_t i = 0; i < m.rows; ++i, next += m.columns) *next_row++ = next;
+        }
+    }
+
+    std::unique_ptr<double[]> elements_;
+    std::unique_ptr<double*[]> rows_;
+    bool taken_ = false;
+};
+
+/// Length of the work vector that TXLinZero needs for n unknowns: the row scales, then the row
+/// exchanges (n integers, which n further doubles hold with room to spare).
+constexpr std::size_t solver_work(std::size_t n) {
+    return 2 * n;
+}
+
+/// Copies the leading rows x columns block of one matrix into another.
+inline void copy_block(double* const* from, std::size_t rows, std::size_t columns, double** to) {
+    for (std::size_t i = 0; i < rows; ++i) std::copy_n(from[i], columns, to[i]);
+}
+
+/// Sets the leading n rows to [I | 0], `columns` wide.
+inline void set_identity(double** matrix, std::size_t n, std::size_t columns) {
+    for (std::size_t i = 0; i < n; ++i) {
+        std::fill_n(matrix[i], columns, 0.0);
+        matrix[i][i] = 1.0;
+    }
+}
+
+}  // namespace trajex

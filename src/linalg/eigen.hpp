@@ -1,0 +1,18 @@
+// Eigenvalues of a real dense matrix: balancing, reduction to upper Hessenberg form, shifted QR.
+#pragma once
+
+#include <cstddef>
+
+namespace trajex {
+
+/// Similarity scaling by powers of two that brings row and column norms together.
+void balance(double** a, std::size_t n);
+
+/// Reduction to upper Hessenberg form by stabilised elimination.
+void reduce_to_hessenberg(double** a, std::size_t n);
+
+/// Double-shift QR iteration on an upper Hessenberg matrix. Returns false when an eigenvalue is not
+/// found within 30 iterations; those found so far are then at the higher places.
+bool hessenberg_eigenvalues(double** a, std::size_t n, double* re, double* im);
+
+}  // namespace trajex
