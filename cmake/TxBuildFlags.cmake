@@ -1,0 +1,26 @@
+# Flags of our own targets. They travel by target, never by global variables, so that a project that
+# takes tx in with add_subdirectory() keeps its own.
+
+set(tx_gnu_like "$<OR:$<CXX_COMPILER_ID:GNU>,$<CXX_COMPILER_ID:Clang>,$<CXX_COMPILER_ID:AppleClang>>")
+
+# What everything we compile shares: library, tests, examples, benchmarks.
+add_library(tx_build_flags INTERFACE)
+if(TX_DEVELOPER)
+    target_compile_options(tx_build_flags INTERFACE
+        -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+endif()
+if(TX_SANITIZE)
+    string(REPLACE ";" "," tx_sanitizers "${TX_SANITIZE}")
+    target_compile_options(tx_build_flags INTERFACE
+        -fsanitize=${tx_sanitizers} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(tx_build_flags INTERFACE -fsanitize=${tx_sanitizers})
+endif()
+
+# What the library needs on top. No contraction to fused multiply-add: a result must not depend on
+# the machine it was computed on. No semantic interposition: calls among our own functions stay
+# inside, and may be inlined, although the public ones are visible.
+add_library(tx_library_flags INTERFACE)
+target_link_libraries(tx_library_flags INTERFACE tx_build_flags)
+target_compile_options(tx_library_flags INTERFACE
+    $<${tx_gnu_like}:-ffp-contract=off;-fno-semantic-interposition>
+    $<$<AND:${tx_gnu_like},$<CONFIG:Release,RelWithDebInfo>>:-O3>)
