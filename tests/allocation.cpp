@@ -1,0 +1,56 @@
+#include "allocation.hpp"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+// Allocations still granted; negative while none is to fail.
+std::atomic<int> granted{-1};
+
+std::atomic<bool> refused{false};
+
+bool refuse() {
+    if (granted.load() < 0) return false;
+    if (granted.load() == 0) {
+        refused = true;
+        return true;
+    }
+    granted.fetch_sub(1);
+    return false;
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+    void* memory = refuse() ? nullptr : std::malloc(size != 0 ? size : 1);
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
+}
+
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+namespace testing_support {
+
+FailingAllocation::FailingAllocation(int nth) {
+    refused = false;
+    granted = nth - 1;
+}
+
+FailingAllocation::~FailingAllocation() {
+    granted = -1;
+}
+
+bool FailingAllocation::failed() const {
+    return refused.load();
+}
+
+}  // namespace testing_support
