@@ -18,7 +18,11 @@ class WeightedNorm {
 
     void add(double residual, double scale) {
         if (relative_ * scale == 0 && absolute_ == 0) return;
-        const double term = residual / (std::fabs(scale) * relative_ + absolute_);
+        add_weighted(residual, std::fabs(scale) * relative_ + absolute_);
+    }
+    /// A term with a weight of its own.
+    void add_weighted(double residual, double weight) {
+        const double term = residual / weight;
         sum_ += term * term;
     }
     double value() const { return std::sqrt(sum_); }

@@ -10,6 +10,26 @@
 
 namespace trajex {
 
+/// A value-initialised object, or null when memory is short.
+template <class T>
+std::unique_ptr<T> try_make() {
+    try {
+        return std::make_unique<T>();
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+/// An array of zeros, or null when memory is short.
+template <class T>
+std::unique_ptr<T[]> try_make_array(std::size_t length) {
+    try {
+        return std::make_unique<T[]>(length);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
 /// A vector to be carved out of a workspace: its address goes to `*where`.
 struct VectorRequest {
     double** where;
@@ -23,6 +43,11 @@ struct MatrixRequest {
     std::size_t columns;
 };
 
+/// A list of pointers, for the unknowns of a Newton system: rows without columns.
+inline MatrixRequest pointer_list(double*** where, std::size_t length) {
+    return {where, length, 0};
+}
+
 class Workspace {
   public:
     explicit Workspace(std::initializer_list<VectorRequest> vectors,
@@ -34,14 +59,10 @@ class Workspace {
             doubles += m.rows * m.columns;
             rows += m.rows;
         }
-        try {
-            elements_ = std::make_unique<double[]>(std::max<std::size_t>(doubles, 1));
-            rows_ = std::make_unique<double*[]>(std::max<std::size_t>(rows, 1));
-        } catch (const std::bad_alloc&) {
-            return;
-        }
-        carve(vectors, matrices);
-        taken_ = true;
+        elements_ = try_make_array<double>(doubles);
+        rows_ = try_make_array<double*>(rows);
+        taken_ = elements_ != nullptr && rows_ != nullptr;
+        if (taken_) carve(vectors, matrices);
     }
 
     /// Whether the memory was there; if not, none of the requested pointers is set.

@@ -1,0 +1,145 @@
+// Dense output: a polynomial of degree 6 through the last accepted step, from its eight stages and
+// four more evaluations. "Completing" a step makes those evaluations; after that the state anywhere
+// in the step costs arithmetic only, which is what loops over one step (bisection, samples) use.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+
+#include "integration/stage_passes.hpp"
+#include "integration/verner.hpp"
+#include "tx.h"
+
+namespace trajex {
+
+/// Values of the seven basis polynomials at the normalised time tau, and the length of the step.
+struct Basis {
+    double d0, d1, d2, d3, d4, d5, d6;
+
+    explicit Basis(double tau) {
+        const double tau2 = tau * tau;
+        const double tau3 = tau2 * tau;
+        const double tau4 = tau2 * tau2;
+        const double tau1 = tau - 1;
+        const double tau12 = tau1 * tau1;
+        d0 = (400 * tau4 - 808 * tau3 + 462 * tau2 - 34 * tau - 17) * (tau12 / -17);
+        d1 = (30200 * tau3 - 65084 * tau2 + 43806 * tau - 8721) * (-tau * tau12 / 8721);
+        d2 = (400 * tau4 - 1608 * tau3 + 2478 * tau2 - 1766 * tau + 513) * (tau2 / 17);
+        d3 = (3800 * tau3 - 7396 * tau2 + 4160 * tau - 513) * (tau1 * tau2 / 51);
+        d4 = (18400 * tau2 - 33088 * tau + 14877) * (-tau2 * tau12 / 918);
+        d5 = (tau2 * tau12 / 918) * (100000 * tau2 - 100000 * tau + 7125);
+        d6 = (tau2 * tau12 / 8721) * (-1600000 * tau2 + 1600000 * tau - 216000);
+    }
+};
+
+/// The rows of a completed step as component i sees them.
+struct StepRows {
+    const double* y_start;
+    const double* y_end;
+    const double* y_middle;
+    const double* f_start;
+    const double* f_middle;
+    const double* f_090;
+    const double* f_095;
+    const double* f_end;
+
+    StepRows(const Trajex& rec, std::size_t n)
+        : y_start(rec.y0),
+          y_end(rec.y6),
+          y_middle(rec.ynp1d2),
+          f_start(rec.k),
+          f_middle(rec.k + 8 * n),
+          f_090(rec.k + 9 * n),
+          f_095(rec.k + 10 * n),
+          f_end(rec.k + 11 * n) {}
+};
+
+/// Order of the sums for the state alone.
+struct StateSums {
+    static double hermite(const verner::HermiteWeights<double>& w, double h, const StepRows& s,
+                          std::size_t i) {
+        return w.state_start * s.y_start[i] + w.state_end * s.y_end[i] +
+               w.state_middle * s.y_middle[i] +
+               h * (w.slope_start * s.f_start[i] + w.slope_end * s.f_end[i] +
+                    w.slope_middle * s.f_middle[i]);
+    }
+    static double value(const Basis& b, double h, const StepRows& s, std::size_t i) {
+        return b.d0 * s.y_start[i] + b.d2 * s.y_end[i] +
+               h * (b.d1 * s.f_start[i] + b.d3 * s.f_end[i] + b.d4 * s.f_middle[i] +
+                    b.d5 * s.f_090[i] + b.d6 * s.f_095[i]);
+    }
+};
+
+/// Order of the sums for the extended system. The polynomial is the same; the order is kept apart
+/// because results are reproduced to the last bit.
+struct ExtendedSums {
+    static double hermite(const verner::HermiteWeights<double>& w, double h, const StepRows& s,
+                          std::size_t i) {
+        return (w.slope_middle * s.f_middle[i] + w.slope_start * s.f_start[i] +
+                w.slope_end * s.f_end[i]) *
+                   h +
+               w.state_middle * s.y_middle[i] + w.state_end * s.y_end[i] +
+               w.state_start * s.y_start[i];
+    }
+    static double value(const Basis& b, double h, const StepRows& s, std::size_t i) {
+        return b.d0 * s.y_start[i] + b.d1 * h * s.f_start[i] + b.d2 * s.y_end[i] +
+               b.d3 * h * s.f_end[i] + b.d4 * h * s.f_middle[i] + b.d5 * h * s.f_090[i] +
+               b.d6 * h * s.f_095[i];
+    }
+};
+
+/// Fills rows 8 to 11 of the record's k for the last accepted step: four evaluations.
+template <class Flow>
+void complete_step(Flow& flow) {
+    Trajex& rec = flow.record();
+    const std::size_t n = flow.size();
+    const double t = rec.tfirst;
+    const double h = rec.tlast - rec.tfirst;
+    const StepRows rows(rec, n);
+    const auto predict = [&](const verner::HermiteWeights<double>& weights) {
+        for (std::size_t i = 0; i < n; ++i) {
+            rec.yw[i] = Flow::Sums::hermite(weights, h, rows, i);
+        }
+    };
+    std::copy_n(rec.yfirst, n, rec.y0);
+    std::copy_n(rec.ylast, n, rec.y6);
+    flow(rec.tlast, rec.y6, rec.k + 11 * n);
+    passes::middle_of_step(n, h, rec.k, rows.f_end, rec.y0, rec.ynp1d2);
+    flow(t + 0.5 * h, rec.ynp1d2, rec.k + 8 * n);
+    predict(verner::at_090);
+    flow(t + 0.9 * h, rec.yw, rec.k + 9 * n);
+    predict(verner::at_095);
+    flow(t + 0.95 * h, rec.yw, rec.k + 10 * n);
+}
+
+/// Hands the state at time t of a completed step to the flow. Outside the step the same polynomial
+/// extrapolates.
+template <class Flow>
+void evaluate_step(Flow& flow, double t) {
+    Trajex& rec = flow.record();
+    const std::size_t n = flow.size();
+    const double h = rec.tlast - rec.tfirst;
+    const Basis basis((t - rec.tfirst) / h);
+    const StepRows rows(rec, n);
+    for (std::size_t i = 0; i < n; ++i) rec.yw[i] = Flow::Sums::value(basis, h, rows, i);
+    flow.store(rec.yw);
+}
+
+/// Dense output of one step that is asked for several times: the step is completed at the first.
+template <class Flow>
+class DenseStep {
+  public:
+    explicit DenseStep(Flow& flow) : flow_(flow) {}
+
+    void at(double t) {
+        if (!complete_) complete_step(flow_);
+        complete_ = true;
+        evaluate_step(flow_, t);
+    }
+
+  private:
+    Flow& flow_;
+    bool complete_ = false;
+};
+
+}  // namespace trajex
