@@ -1,11 +1,10 @@
-// One period of a periodic orbit: the image of its start point, the monodromy matrix, the derivatives
-// with respect to the active parameters, and the Floquet multipliers.
+// One period of a periodic orbit: the image of its start point, the monodromy matrix, and the
+// derivatives with respect to the active parameters.
 #pragma once
 
 #include <algorithm>
 #include <cstddef>
 
-#include "bifurcation/criteria.hpp"
 #include "core/handle.hpp"
 #include "core/workspace.hpp"
 #include "tx.h"
