@@ -1,0 +1,358 @@
+// The driver of one-parameter continuation. Each step predicts along the tangent, corrects by
+// Newton's method on the residual extended by one row that keeps the correction orthogonal to the
+// prediction (pseudo-arclength; H. B. Keller, 1977),
+//
+//     [     dr/dy       dr/dc   ... ] [ dy ]   [ -r ]
+//     [ s tangent_y       s      0  ] [ dc ] = [  0 ]
+//     [      ...                    ] [ .. ]   [ .. ],
+//
+// and judges the corrected point: where the number of stable eigenvalues changed or the tangent
+// turned round, a bifurcation lies between, and is located before the point is accepted.
+#include "continuation/branch.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+#include "core/errors.hpp"
+#include "core/guards.hpp"
+#include "core/newton.hpp"
+#include "core/workspace.hpp"
+
+namespace trajex {
+
+namespace {
+
+/// A point that has been analysed.
+struct Analysis {
+    double* tangent = nullptr;  // (dy/dc, 1, d(period)/dc)
+    double length = 0;          // of the tangent, as it measures the step
+    Stability stability;
+};
+
+enum class Correction { converged, failed, lost };
+enum class Search { located, located_last, rejected };
+
+class Branch {
+  public:
+    Branch(const BranchRun& run, BranchProblem& problem)
+        : run_(run),
+          problem_(problem),
+          tx_(problem.tx),
+          n_(problem.n),
+          size_(problem.unknowns()),
+          dc_(*run.dc),
+          largest_(std::fabs(dc_)),
+          smallest_(largest_ * tx_.NewtRelTol + tx_.NewtAbsTol),
+          work_({{&r_, size_},
+                 {&solver_, solver_work(size_)},
+                 {&accepted_, size_},
+                 {&er_, n_},
+                 {&ei_, n_},
+                 {&now_.tangent, size_},
+                 {&last_.tangent, size_}},
+                {pointer_list(&unknowns_, size_)}) {
+        if (work_) problem.list_unknowns(unknowns_);
+    }
+
+    bool has_memory() const { return static_cast<bool>(work_); }
+    int follow();
+
+  private:
+    // One step, in the order in which it happens.
+    void predict();
+    Correction correct();
+    bool advance();
+    void analyse();
+    bool suspects_bifurcation();
+    Search search();
+    void adapt_step();
+    void accept();
+    bool finished();
+
+    double residual_norm() const;
+    void newton_step();
+    double distance_from_accepted() const;
+    double turning_angle_factor() const;
+    bool halve_step();
+    bool step_too_small();
+    int report_nested() const;
+
+    const BranchRun& run_;
+    BranchProblem& problem_;
+    Trajex& tx_;
+    std::size_t n_;
+    std::size_t size_;
+    double& dc_;
+    double largest_;
+    double smallest_;
+
+    int steps_ = 0;
+    int bifurcations_ = 0;
+    double reversal_ = 0;
+    double prediction_ = 0;  // factor of the tangent in the last prediction
+    double moved_ = 0;       // distance of the last corrected point from the accepted one
+
+    double* r_ = nullptr;
+    double* solver_ = nullptr;
+    double* accepted_ = nullptr;  // unknowns of the last accepted point
+    double* er_ = nullptr;
+    double* ei_ = nullptr;
+    double** unknowns_ = nullptr;
+    Analysis now_;
+    Analysis last_;
+    Workspace work_;
+};
+
+int Branch::follow() {
+    if (!problem_.converge_start()) return report_nested();
+    analyse();
+    accept();
+    while (!finished()) {
+        if (!advance()) return 0;
+        analyse();
+        if (!suspects_bifurcation()) {
+            adapt_step();
+            accept();
+            continue;
+        }
+        switch (search()) {
+            case Search::located:
+                accept();
+                break;
+            case Search::located_last:
+                return 1;
+            case Search::rejected:
+                if (!halve_step()) return 0;
+        }
+    }
+    return 1;
+}
+
+/// Predictions and corrections from the last accepted point, with smaller steps until one
+/// converges.
+bool Branch::advance() {
+    for (;;) {
+        predict();
+        const Correction correction = correct();
+        if (correction == Correction::lost) return report_nested() == 1;
+        run_.out.text("\n");
+        if (correction == Correction::converged) return !step_too_small();
+        if (!halve_step()) return false;
+    }
+}
+
+void Branch::predict() {
+    // A solution that does not move with the parameter gives no direction in the state: the step is
+    // then taken in the parameter alone.
+    prediction_ = now_.length == 0 ? dc_ : dc_ / now_.length;
+    for (std::size_t j = 0; j < size_; ++j) {
+        *unknowns_[j] = accepted_[j] + prediction_ * now_.tangent[j];
+    }
+    run_.out.step_size(dc_);
+}
+
+Correction Branch::correct() {
+    double dist = 0;
+    double previous = 0;
+    bool converged = false;
+    for (int its = 1;; ++its) {
+        previous = dist;
+        if (!problem_.residual(r_)) return Correction::lost;
+        dist = residual_norm();
+        run_.out.mark(progress_mark(dist, previous));
+        problem_.linearise();
+        converged = dist <= 1;
+        if (converged || std::isnan(dist)) break;
+        newton_step();
+        moved_ = distance_from_accepted();
+        const bool shrinking = previous == 0 || dist < 2 * previous;
+        if (!(its < tx_.MaxNewtSteps && shrinking && moved_ < 2 * largest_)) break;
+    }
+    return converged ? Correction::converged : Correction::failed;
+}
+
+double Branch::residual_norm() const {
+    WeightedNorm norm(tx_.NewtRelTol, tx_.NewtAbsTol);
+    for (std::size_t i = 0; i < n_; ++i) norm.add(r_[i], problem_.y[i]);
+    return norm.value();
+}
+
+void Branch::newton_step() {
+    double** const A = problem_.record().Phi;
+    problem_.newton_rows(A);
+    std::fill_n(A[n_], size_, 0.0);
+    for (std::size_t j = 0; j <= n_; ++j) A[n_][j] = prediction_ * now_.tangent[j];
+    std::fill_n(r_ + n_, size_ - n_, 0.0);
+    TXLinZero(&tx_, static_cast<int>(size_), A, r_, solver_);
+    for (std::size_t j = 0; j < size_; ++j) *unknowns_[j] += r_[j];
+}
+
+/// In state and parameter; a period takes no part.
+double Branch::distance_from_accepted() const {
+    const double change = accepted_[n_] - *unknowns_[n_];
+    double squares = change * change;
+    for (std::size_t i = 0; i < n_; ++i) {
+        const double difference = *unknowns_[i] - accepted_[i];
+        squares += difference * difference;
+    }
+    return std::sqrt(squares);
+}
+
+void Branch::analyse() {
+    now_.stability = problem_.stability(er_, ei_);
+    double** const A = problem_.record().Phi;
+    double* const tangent = now_.tangent;
+    const std::size_t order = problem_.tangent_system(A, tangent);
+    TXLinZero(&tx_, static_cast<int>(order), A, tangent, solver_);
+    if (order > n_) tangent[n_ + 1] = tangent[n_];
+    tangent[n_] = 1;
+    double squares = 0;
+    for (std::size_t i = 0; i < n_; ++i) squares += tangent[i] * tangent[i];
+    now_.length = problem_.tangent_length(squares);
+}
+
+bool Branch::suspects_bifurcation() {
+    reversal_ = problem_.reversal(now_.tangent, last_.tangent);
+    return reversal_ > 1 || now_.stability.stable != last_.stability.stable;
+}
+
+/// Looks for the bifurcation between the last accepted and the current point. A search that fails
+/// is part of the run, which then takes a smaller step: it must not end the process.
+Search Branch::search() {
+    run_.out.text("Searching for bifurcation ");
+    std::copy_n(problem_.y, n_, problem_.record().y);
+    problem_.record_guess();
+    const double current = *problem_.c;
+    bool located = false;
+    {
+        const Temporarily recording(tx_.TerminateOnFatalError, 0);
+        located =
+            problem_.locate(run_.out.state) == 1 && problem_.classify(now_.tangent, dc_, run_.out);
+    }
+    if (located) {
+        ++bifurcations_;
+        run_.out.bifurcation(tx_);
+        if (bifurcations_ == run_.bifurcations) return Search::located_last;
+    }
+    *problem_.c = current;
+    return located ? Search::located : Search::rejected;
+}
+
+/// 0.05 over the tangent of the angle between the last two tangents (dy/dc, 1): the step grows
+/// where the branch is straight.
+double Branch::turning_angle_factor() const {
+    double product = 1;
+    for (std::size_t i = 0; i < n_; ++i) product += now_.tangent[i] * last_.tangent[i];
+    const double cosine =
+        product / (problem_.space_length(now_.length) * problem_.space_length(last_.length));
+    return 0.05 / std::fabs(std::tan(std::acos(std::clamp(cosine, -1.0, 1.0))));
+}
+
+void Branch::adapt_step() {
+    const double critical = now_.stability.critical;
+    const double last_critical = last_.stability.critical;
+    const double change =
+        std::fabs(critical - last_critical) / (1 + std::fabs(1 - (critical + last_critical) / 2));
+    const double by_angle = turning_angle_factor();
+    const double by_criterion = 0.05 / change;
+    const double factor = std::min(by_angle, by_criterion);
+    const double smallest_growth = 0.7071;
+    const double largest_growth = problem_.largest_growth();
+    const bool defined = !std::isnan(by_angle) && !std::isnan(by_criterion);
+    dc_ *= defined ? std::clamp(factor, smallest_growth, largest_growth) : smallest_growth;
+    const double size = std::max(std::min(std::fabs(dc_), largest_), smallest_);
+    dc_ = dc_ < 0 ? -size : size;
+}
+
+void Branch::accept() {
+    if (reversal_ > 1) dc_ = -dc_;  // past a turning point the parameter runs back
+    for (std::size_t j = 0; j < size_; ++j) {
+        accepted_[j] = *unknowns_[j];
+        last_.tangent[j] = now_.tangent[j];
+    }
+    last_.length = now_.length;
+    last_.stability = now_.stability;
+
+    TrajexBif& record = problem_.record();
+    record_parameters(tx_, record);
+    std::copy_n(problem_.y, n_, record.y);
+    std::copy_n(er_, n_, record.er);
+    std::copy_n(ei_, n_, record.ei);
+    record.steps = steps_;
+    problem_.record_point();
+    run_.out.point(tx_);
+}
+
+bool Branch::finished() {
+    ++steps_;
+    return steps_ >= tx_.MaxContSteps ||
+           (run_.bifurcations != 0 && bifurcations_ >= run_.bifurcations);
+}
+
+/// False, and reported, when the step has become too small. A step that reaches zero has too, even
+/// where no smallest step is set.
+bool Branch::halve_step() {
+    dc_ *= 0.5;
+    if (dc_ != 0) return !step_too_small();
+    return report(&tx_, Error::minimum_step, run_.where) == 1;
+}
+
+bool Branch::step_too_small() {
+    if (std::fabs(dc_) >= smallest_) return false;
+    report(&tx_, Error::minimum_step, run_.where);
+    return true;
+}
+
+/// Passes the failure of a nested operation on under the name of the run. Losing the section
+/// records no code of its own.
+int Branch::report_nested() const {
+    const Error nested = recorded_error(tx_);
+    return report(&tx_, nested != Error::none ? nested : Error::section_not_bracketed, run_.where);
+}
+
+}  // namespace
+
+void BranchProblem::list_unknowns(double** list) const {
+    for (std::size_t i = 0; i < n; ++i) list[i] = &y[i];
+    list[n] = c;
+}
+
+double BranchProblem::reversal(const double* tangent, const double* previous) const {
+    double change = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+        if (!(tangent[i] * previous[i] < 0)) return 0;
+        change += std::fabs(tangent[i] - previous[i]);
+    }
+    return change / static_cast<double>(2 * n);
+}
+
+double BranchProblem::tangent_length(double squares) const {
+    return std::sqrt(squares);
+}
+
+double BranchProblem::space_length(double tangent_length) const {
+    return std::sqrt(1 + tangent_length * tangent_length);
+}
+
+bool ensure_record(Trajex& tx) {
+    if (tx.txb != nullptr && !fits(tx, *tx.txb)) TXDestroyBif(&tx, tx.txb);
+    if (tx.txb == nullptr) tx.txb = TXCreateBif(&tx);
+    return tx.txb != nullptr;
+}
+
+int follow_branch(const BranchRun& run, BranchProblem& problem) {
+    Trajex& tx = problem.tx;
+    Branch branch(run, problem);
+    if (!problem.has_memory() || !branch.has_memory()) {
+        return report(&tx, Error::no_memory, run.where);
+    }
+    TrajexBif& record = problem.record();
+    record.biftype = not_determined;
+    record.cindi[0] = problem.kind();
+    if (activate_parameter(tx, problem.c, &record.cindi[1]) != 1) {
+        return report(&tx, Error::wrong_parameters, run.where);
+    }
+    return branch.follow();
+}
+
+}  // namespace trajex

@@ -1,0 +1,94 @@
+// Continuation of a branch of solutions in one parameter: what a kind of solution (equilibrium,
+// periodic orbit) has to say about itself, and the driver that follows any of them.
+#pragma once
+
+#include <cstddef>
+
+#include "bifurcation/record.hpp"
+#include "continuation/outputs.hpp"
+#include "core/handle.hpp"
+#include "tx.h"
+
+namespace trajex {
+
+/// What the eigenvalues say about a point: how many are stable, and the criterion of the one
+/// nearest to changing sides.
+struct Stability {
+    int stable = 0;
+    double critical = 0;
+};
+
+/// One kind of solution. Its unknowns are the state y, the parameter c and, where it is unknown
+/// too, the period, in this order.
+class BranchProblem {
+  public:
+    BranchProblem(Trajex& handle, double* state, double* parameter)
+        : tx(handle), n(order_of(handle)), y(state), c(parameter) {}
+    virtual ~BranchProblem() = default;
+    BranchProblem(const BranchProblem&) = delete;
+    BranchProblem& operator=(const BranchProblem&) = delete;
+
+    Trajex& tx;
+    const std::size_t n;
+    double* const y;
+    double* const c;
+
+    TrajexBif& record() const { return *tx.txb; }
+
+    virtual bool has_memory() const = 0;
+    virtual PathKind kind() const = 0;
+    virtual std::size_t unknowns() const { return n + 1; }
+    virtual void list_unknowns(double** list) const;
+
+    /// Converges the caller's guess and linearises there. False: the code is in the handle.
+    virtual bool converge_start() = 0;
+    /// n residuals at the current unknowns, negated. False: they cannot be formed.
+    virtual bool residual(double* r) = 0;
+    /// The derivatives of the residual there, where `residual` has not formed them already.
+    virtual void linearise() {}
+
+    /// Eigenvalues or multipliers at the current point, from the last linearisation.
+    virtual Stability stability(double* er, double* ei) = 0;
+    /// The linear system for d(y)/dc, and d(period)/dc behind it where that is unknown. Returns its
+    /// order.
+    virtual std::size_t tangent_system(double** A, double* b) = 0;
+    /// All rows of the Newton matrix but row n, which the driver fills.
+    virtual void newton_rows(double** A) = 0;
+
+    /// How far the tangent turned round between two points: 0 unless (nearly) all components
+    /// changed sign, then their mean change in units of two.
+    virtual double reversal(const double* tangent, const double* previous) const;
+    /// Length of the tangent that measures the step, from the sum of squares of its state part.
+    virtual double tangent_length(double squares) const;
+    /// Length of (dy/dc, 1) from that.
+    virtual double space_length(double tangent_length) const;
+    virtual double largest_growth() const { return 1.4142; }
+
+    /// What the record takes of a point beside y, c and the eigenvalues: for a report, for a
+    /// search.
+    virtual void record_point() const {}
+    virtual void record_guess() const { record_point(); }
+    virtual int locate(FILE* state) = 0;
+    /// Called when a bifurcation was located; false turns it into one that was not.
+    virtual bool classify(const double* /*tangent*/, double /*dc*/, const Outputs& /*out*/) {
+        return true;
+    }
+};
+
+/// What a caller asks of a run.
+struct BranchRun {
+    const char* where;  // reporting name
+    double* dc;         // signed step length; its size on entry is the largest one
+    int bifurcations;   // stop at this many; 0: no limit
+    Outputs out;
+};
+
+/// Follows the branch until the step limit or the bifurcation limit is reached (1), or a failure is
+/// recorded (0).
+int follow_branch(const BranchRun& run, BranchProblem& problem);
+
+/// The handle's bifurcation record, made when there is none or when it has too little room. False:
+/// not enough memory.
+bool ensure_record(Trajex& tx);
+
+}  // namespace trajex

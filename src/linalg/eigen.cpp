@@ -1,0 +1,305 @@
+// Eigenvalues of a real matrix: balancing, stabilised elimination to Hessenberg form, double-shift
+// QR. References: Parlett and Reinsch, Numer. Math. 13 (1969) 293; Martin and Wilkinson, ibid. 12
+// (1968) 349; Martin, Peters and Wilkinson, ibid. 14 (1970) 219.
+#include "linalg/eigen.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace trajex {
+
+namespace {
+
+struct Norms {
+    double column;
+    double row;
+};
+
+Norms off_diagonal_norms(double* const* a, std::size_t n, std::size_t i) {
+    Norms norms{0, 0};
+    for (std::size_t j = 0; j < n; ++j) {
+        if (j == i) continue;
+        norms.column += std::fabs(a[j][i]);
+        norms.row += std::fabs(a[i][j]);
+    }
+    return norms;
+}
+
+// The power of two f that makes the norms of column · f and row / f about equal; 1 when there is
+// little to gain, and where a norm is zero or infinite or f leaves the range of normal numbers.
+double balancing_factor(Norms norms) {
+    auto [c, r] = norms;
+    if (c == 0 || r == 0 || !std::isfinite(c) || !std::isfinite(r)) return 1;
+    double f = 1;
+    const double s = c + r;
+    for (; c < r / 2; c *= 4) f *= 2;
+    for (; c > 2 * r; c /= 4) f /= 2;
+    return (c + r) / f < 0.95 * s && std::isnormal(f) ? f : 1;
+}
+
+// Scales every index once; whether anything changed.
+bool balance_once(double** a, std::size_t n) {
+    bool changed = false;
+    for (std::size_t i = 0; i < n; ++i) {
+        const double f = balancing_factor(off_diagonal_norms(a, n, i));
+        if (f == 1) continue;
+        changed = true;
+        for (std::size_t j = 0; j < n; ++j) a[i][j] *= 1 / f;
+        for (std::size_t j = 0; j < n; ++j) a[j][i] *= f;
+    }
+    return changed;
+}
+
+}  // namespace
+
+void balance(double** a, std::size_t n) {
+    while (balance_once(a, n)) {
+    }
+}
+
+namespace {
+
+void swap_rows_and_columns(double** a, std::size_t n, std::size_t m, std::size_t pivot) {
+    for (std::size_t j = m - 1; j < n; ++j) std::swap(a[m][j], a[pivot][j]);
+    for (std::size_t i = 0; i < n; ++i) std::swap(a[i][m], a[i][pivot]);
+}
+
+std::size_t largest_below_diagonal(double* const* a, std::size_t n, std::size_t column) {
+    std::size_t pivot = column + 1;
+    double largest = 0;
+    for (std::size_t i = column + 1; i < n; ++i) {
+        if (std::fabs(a[i][column]) > largest) {
+            largest = std::fabs(a[i][column]);
+            pivot = i;
+        }
+    }
+    return pivot;
+}
+
+}  // namespace
+
+void reduce_to_hessenberg(double** a, std::size_t n) {
+    for (std::size_t m = 1; m + 1 < n; ++m) {
+        const std::size_t pivot = largest_below_diagonal(a, n, m - 1);
+        if (pivot != m) swap_rows_and_columns(a, n, m, pivot);
+        const double x = a[m][m - 1];
+        if (!(std::fabs(x) > 0)) continue;
+        for (std::size_t i = m + 1; i < n; ++i) {
+            if (a[i][m - 1] == 0) continue;
+            const double y = a[i][m - 1] /= x;
+            for (std::size_t j = m; j < n; ++j) a[i][j] -= y * a[m][j];
+            for (std::size_t j = 0; j < n; ++j) a[j][m] += y * a[j][i];
+        }
+    }
+}
+
+namespace {
+
+using Index = std::ptrdiff_t;
+
+// Elements of the reflection H = I - u v', u = (x, y, z), v = (1, q, r), over three neighbouring
+// rows or columns; the last one of a sweep has z = r = 0 and acts on two.
+struct Reflection {
+    double x, y, z;
+    double q, r;
+};
+
+// The double shift: the trace and determinant parts of the trailing 2 x 2 block.
+struct Shift {
+    double x, y, w;
+};
+
+struct Vector3 {
+    double p, q, r;
+};
+
+double with_sign_of(double size, double reference) {
+    return reference > 0 ? std::fabs(size) : -std::fabs(size);
+}
+
+class ShiftedQr {
+  public:
+    ShiftedQr(double** a, std::size_t n, double* re, double* im)
+        : a_(a), bottom_(static_cast<Index>(n) - 1), re_(re), im_(im), norm_(norm(a, bottom_)) {}
+
+    bool run() {
+        while (bottom_ >= 0) {
+            if (!find_eigenvalues_at_bottom()) return false;
+        }
+        return true;
+    }
+
+  private:
+    static double norm(double* const* a, Index bottom) {
+        if (bottom < 0) return 0;
+        double sum = std::fabs(a[0][0]);
+        for (Index i = 1; i <= bottom; ++i) {
+            for (Index j = i - 1; j <= bottom; ++j) sum += std::fabs(a[i][j]);
+        }
+        return sum;
+    }
+
+    // Iterates until one eigenvalue or a pair splits off at the bottom of the active block.
+    bool find_eigenvalues_at_bottom() {
+        for (int iteration = 0;; ++iteration) {
+            find_top();
+            if (top_ == bottom_) {
+                take_one();
+                return true;
+            }
+            if (top_ == bottom_ - 1) {
+                take_two();
+                return true;
+            }
+            if (iteration == 30) return false;
+            sweep(choose_shift(iteration));
+        }
+    }
+
+    // The first row of the active block: the lowest one whose subdiagonal element is negligible.
+    void find_top() {
+        for (top_ = bottom_; top_ > 0; --top_) {
+            double s = std::fabs(a_[top_ - 1][top_ - 1]) + std::fabs(a_[top_][top_]);
+            if (s == 0) s = norm_;
+            if (std::fabs(a_[top_][top_ - 1]) + s == s) return;
+        }
+    }
+
+    void take_one() {
+        set(bottom_, a_[bottom_][bottom_] + shifted_by_, 0);
+        bottom_ -= 1;
+    }
+
+    // Roots of the trailing 2 x 2 block. The smaller real root comes from the product of both.
+    void take_two() {
+        const auto [x, y, w] = trailing_block();
+        const double p = 0.5 * (y - x);
+        const double q = p * p + w;
+        const double root = std::sqrt(std::fabs(q));
+        const double origin = x + shifted_by_;
+        if (q >= 0) {
+            const double z = p + with_sign_of(root, p);
+            set(bottom_ - 1, origin + z, 0);
+            set(bottom_, z != 0 ? origin - w / z : origin + z, 0);
+        } else {
+            set(bottom_ - 1, origin + p, -root);
+            set(bottom_, origin + p, root);
+        }
+        bottom_ -= 2;
+    }
+
+    void set(Index i, double re, double im) {
+        re_[i] = re;
+        im_[i] = im;
+    }
+
+    Shift trailing_block() const {
+        const Index n = bottom_;
+        return {a_[n][n], a_[n - 1][n - 1], a_[n][n - 1] * a_[n - 1][n]};
+    }
+
+    // The eigenvalues of the trailing block, except for a stubborn matrix.
+    Shift choose_shift(int iteration) {
+        if (iteration != 10 && iteration != 20) return trailing_block();
+        const Index n = bottom_;
+        const double x = a_[n][n];
+        shifted_by_ += x;
+        for (Index i = 0; i <= n; ++i) a_[i][i] -= x;
+        const double s = std::fabs(a_[n][n - 1]) + std::fabs(a_[n - 1][n - 2]);
+        return {0.75 * s, 0.75 * s, -0.4375 * s * s};
+    }
+
+    // One implicit double-shift QR step: a bulge is made at row m and chased to the bottom.
+    void sweep(const Shift& shift) {
+        Vector3 v{};
+        const Index m = find_start(shift, v);
+        for (Index i = m + 2; i <= bottom_; ++i) {
+            a_[i][i - 2] = 0;
+            if (i != m + 2) a_[i][i - 3] = 0;
+        }
+        for (Index k = m; k < bottom_; ++k) {
+            double size = 1;
+            if (k != m) {
+                v = {a_[k][k - 1], a_[k + 1][k - 1], k + 1 < bottom_ ? a_[k + 2][k - 1] : 0.0};
+                size = normalise(v);
+            }
+            const double s = with_sign_of(std::sqrt(v.p * v.p + v.q * v.q + v.r * v.r), v.p);
+            if (s == 0) continue;
+            if (k != m) {
+                a_[k][k - 1] = -s * size;
+            } else if (m != top_) {
+                a_[k][k - 1] = -a_[k][k - 1];
+            }
+            apply(k, reflection(v, s));
+        }
+    }
+
+    static double normalise(Vector3& v) {
+        const double size = std::fabs(v.p) + std::fabs(v.q) + std::fabs(v.r);
+        if (size != 0) v = {v.p / size, v.q / size, v.r / size};
+        return size;
+    }
+
+    static Reflection reflection(const Vector3& v, double s) {
+        const double p = v.p + s;
+        return {p / s, v.q / s, v.r / s, v.q / p, v.r / p};
+    }
+
+    // The lowest row at which the step may start because two consecutive subdiagonal elements are
+    // small, and the first column of the shifted product there.
+    Index find_start(const Shift& shift, Vector3& v) const {
+        for (Index m = bottom_ - 2;; --m) {
+            const double z = a_[m][m];
+            const double r = shift.x - z;
+            const double s = shift.y - z;
+            v.p = (r * s - shift.w) / a_[m + 1][m] + a_[m][m + 1];
+            v.q = a_[m + 1][m + 1] - z - r - s;
+            v.r = a_[m + 2][m + 1];
+            const double size = std::fabs(v.p) + std::fabs(v.q) + std::fabs(v.r);
+            v = {v.p / size, v.q / size, v.r / size};
+            if (m == top_) return m;
+            const double left = std::fabs(a_[m][m - 1]) * (std::fabs(v.q) + std::fabs(v.r));
+            const double right = std::fabs(v.p) * (std::fabs(a_[m - 1][m - 1]) + std::fabs(z) +
+                                                   std::fabs(a_[m + 1][m + 1]));
+            if (left + right == right) return m;
+        }
+    }
+
+    void apply(Index k, const Reflection& h) {
+        const bool three = k + 1 < bottom_;
+        for (Index j = k; j <= bottom_; ++j) {
+            double p = a_[k][j] + h.q * a_[k + 1][j];
+            if (three) {
+                p += h.r * a_[k + 2][j];
+                a_[k + 2][j] -= p * h.z;
+            }
+            a_[k + 1][j] -= p * h.y;
+            a_[k][j] -= p * h.x;
+        }
+        for (Index i = top_; i <= std::min(bottom_, k + 3); ++i) {
+            double p = h.x * a_[i][k] + h.y * a_[i][k + 1];
+            if (three) {
+                p += h.z * a_[i][k + 2];
+                a_[i][k + 2] -= p * h.r;
+            }
+            a_[i][k + 1] -= p * h.q;
+            a_[i][k] -= p;
+        }
+    }
+
+    double** a_;
+    Index top_ = 0;
+    Index bottom_;
+    double* re_;
+    double* im_;
+    double norm_;
+    double shifted_by_ = 0;  // what the exceptional shifts took from the diagonal
+};
+
+}  // namespace
+
+bool hessenberg_eigenvalues(double** a, std::size_t n, double* re, double* im) {
+    return ShiftedQr(a, n, re, im).run();
+}
+
+}  // namespace trajex

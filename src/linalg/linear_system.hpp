@@ -1,0 +1,12 @@
+// Linear systems for callers that hold a handle: failures go through its error policy.
+#pragma once
+
+#include "tx.h"
+
+namespace trajex {
+
+/// lu_decompose with its failure reported (code 22, in the name of the published routine). Returns
+/// 1, or 0 after the report. `tx` may be null; the report is then one without a handle.
+int decompose(Trajex* tx, int n, double** a, int* exchanges, double* parity, double* scale);
+
+}  // namespace trajex

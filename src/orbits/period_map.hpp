@@ -1,0 +1,26 @@
+// One period of a periodic orbit: the image of its start point, the monodromy matrix, and the
+// derivatives with respect to the active parameters.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+
+#include "core/handle.hpp"
+#include "core/workspace.hpp"
+#include "tx.h"
+#include "variational/extended.hpp"
+
+namespace trajex {
+
+/// Integrates from y over T: `image` receives the end state, the n rows of `Phi` receive [M | de/dc],
+/// a column for each active parameter of the handle. *t moves on by T. A failed integration is seen
+/// in its result, or by its callers in the residual that it leaves.
+inline int integrate_period(Trajex& tx, double* t, double T, const double* y, double* image,
+                            double** Phi) {
+    const std::size_t n = order_of(tx);
+    std::copy_n(y, n, image);
+    set_identity(Phi, n, n + active_parameters(tx));
+    return TXVarIntegrate(&tx, t, *t + T, image, Phi);
+}
+
+}  // namespace trajex
