@@ -12,9 +12,9 @@
 
 namespace trajex {
 
-/// Integrates from y over T: `image` receives the end state, the n rows of `Phi` receive [M | de/dc],
-/// a column for each active parameter of the handle. *t moves on by T. A failed integration is seen
-/// in its result, or by its callers in the residual that it leaves.
+/// Integrates from y over T: `image` receives the end state, the n rows of `Phi` receive [M |
+/// de/dc], a column for each active parameter of the handle. *t moves on by T. A failed integration
+/// is seen in its result, or by its callers in the residual that it leaves.
 inline int integrate_period(Trajex& tx, double* t, double T, const double* y, double* image,
                             double** Phi) {
     const std::size_t n = order_of(tx);

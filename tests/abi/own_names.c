@@ -55,6 +55,8 @@ static any_function volatile everything[] = {
     (any_function)TXPoincareStep, (any_function)TXVarPoincareStep,
     (any_function)TXEquiPoint,    (any_function)TXStateBifOutput,
     (any_function)TXCheckEquiBif, (any_function)TXLocateEquiBif,
+    (any_function)TXEquiCont,
+    (any_function)TXEigenVector,
     (any_function)CRIT2,
 };
 
