@@ -11,6 +11,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 
 namespace trajex {
@@ -29,10 +30,15 @@ inline void border_with_period(double** A, std::size_t n, std::size_t last,
     std::fill(A[last] + n, A[last] + last + 1, 0.0);
 }
 
+/// Whether every correction is a number: NaN and infinity end a search.
+inline bool all_finite(const double* values, std::size_t count) {
+    return std::all_of(values, values + count, [](double x) { return std::isfinite(x); });
+}
+
 /// Whether a time is a period that can be integrated over from t: positive, and not lost when it is
 /// added. Anything else that a Newton correction may have made of it is not.
 inline bool is_period(double t, double T) {
-    return T > 0 && t + T > t;
+    return T > 0 && t + T > t && std::isfinite(t + T);
 }
 
 }  // namespace trajex
