@@ -801,12 +801,13 @@ TX_API int CLOSESTCUT(Trajex* tx, double* t, double* y);
  * no heading. `format` has one character per column, the time first and then the components:
  *
  *     '1' .. '9'       a column in e-notation with so many decimals, and a blank: "%12.6e " for '6'
- *                    ('d' has precision d and width d + 6)
+ *                      (digit d gives precision d and width d + 6)
  *     anything else    no such column; columns beyond the end of the string do not appear either
  *
  * For n = 2, "166" gives the time with one decimal and both components with six:
  *
  *     0.0e+00 2.000000e+00 0.000000e+00
+ *
  * @{
  */
 
@@ -1276,7 +1277,7 @@ TX_API int TXDestroyBif(Trajex* tx, TrajexBif* txb);
  * this puts its trivial multiplier last, where CRIT can leave it out.
  * @param er real parts, n
  * @param ei imaginary parts, n
- * @param n number of eigenvalues
+ * @param n  number of eigenvalues
  */
 TX_API void SORTEIG(double* er, double* ei, int n);
 
@@ -1284,7 +1285,7 @@ TX_API void SORTEIG(double* er, double* ei, int n);
  * The multiplier nearest to the unit circle, the first of several.
  * @param crit1 receives its index
  * @param mode  number of multipliers left out at the end: 1 for autonomous systems (after
- *               SORTEIG), 0 for forced ones
+ *              SORTEIG), 0 for forced ones
  * @return its modulus
  */
 TX_API double CRIT(Trajex* tx, int* crit1, int mode);
@@ -1302,7 +1303,7 @@ TX_API double EUKLID2(Trajex* tx, int cd);
 /**
  * The two multipliers nearest to +1 or -1, each to the nearer one.
  * @param crit1 receives the index of the one with the greater real part (or, between equals, the
- *               greater imaginary part)
+ *              greater imaginary part)
  * @param crit2 receives the index of the other; with n = 1 the same index
  * @return the larger of the two distances, infinite with n = 1. It vanishes in codimension two
  */
@@ -1340,15 +1341,13 @@ TX_API void SHOWMAT(int i, int j, double** m);
  *     the rest     "%- 12.8g    % 8f%ci%-8f    %-12.6g": state, real part, sign, absolute
  *                  imaginary part (a zero prints as -i0.000000), modulus; nothing beyond the state
  *     last line    68 times the mark of the path: '-' orbit, '=' orbit in two parameters,
- *                '.' equilibrium, ':' equilibrium in two parameters; no line for kind 0
+ *                  '.' equilibrium, ':' equilibrium in two parameters; none for kind 0
  */
 TX_API void TXStateOutput(Trajex* tx, FILE* file);
 
 /**
- * Writes the bifurcation report: after an empty line, a box of 69 columns that begins with the
- * title, the period T ("%-36g", not on paths of equilibria), and a table like that of the state
- * report, with formats "%- 12.6g" for parameters and state and "% 8f%ci%-8f %-12.6g" for the
- * rest:
+ * Writes the bifurcation report: after an empty line, a box of 69 columns, here for the Hopf point
+ * of the same path:
  * @verbatim
  * +-------------------------------------------------------------------+
  * |                        Bifurcation                                |
@@ -1361,12 +1360,22 @@ TX_API void TXStateOutput(Trajex* tx, FILE* file);
  * |                                                                   |
  * +-------------------------------------------------------------------+
  * @endverbatim
- * (An entry wider than its column moves the frame.) The parameters are the application's
- * variables as they are now, not the copies in the record. If the bifurcation is classified, the
- * title is the name of its type followed by btype, and the box goes on with trans and tang (blank
- * at a saddle-node) in two columns, a line "Left Right Top Bottom" in which an asterisk marks the
- * direction indir from which the path came, and the parameter values and states of the four test
- * orbits below it, all as "%- 12.6g".
+ * (An entry wider than its column moves the frame.) The formats inside the frame:
+ *
+ *     title        24 blanks, "%-42s": "Bifurcation", or once the bifurcation is classified the
+ *                  name of its type and btype
+ *     period       28 blanks, "T=%-36g", except on paths of equilibria
+ *     parameter    " %- 12.6g   ": the application's variables as they are now, not the copies
+ *                  in the record
+ *     the rest     "%- 12.6g    % 8f%ci%-8f   %-12.6g ", as in the state report
+ *
+ * and once it is classified:
+ *
+ *     directions   16 blanks, "%- 12.6g   " and "%- 36.6g": trans and tang, component by component;
+ *                  tang is left blank at a saddle-node
+ *     test orbits  "      %- 12.6g   %- 12.6g   %- 12.6g   %- 12.6g    " for left, right, top and
+ *                  bottom: a heading with an asterisk at the direction indir from which the path
+ *                  came, the parameter values, dots, and the states
  */
 TX_API void TXStateBifOutput(Trajex* tx, FILE* file);
 
@@ -1379,7 +1388,8 @@ TX_API void TXPathOutput(Trajex* tx, FILE* file);
 /**
  * Classifies a bifurcation of a periodic orbit that has been located, from four orbits nearby:
  * top and bottom, displaced along the eigenvector of the critical multiplier with the parameter
- * free, and (except at a saddle-node) left and right, at a lowered and a raised parameter.
+ * free, and (except at a saddle-node) left and right, at a lowered and a raised parameter. The type
+ * is the first of these that applies:
  *
  *     TORUS             the critical multiplier is complex
  *     PERIOD DOUBLING   it is negative; the test orbits are sought with twice the period
@@ -1387,8 +1397,7 @@ TX_API void TXPathOutput(Trajex* tx, FILE* file);
  *     TRANSCRITICAL     top and bottom lie on different sides of the bifurcation
  *     SADDLE-NODE       they lie on the same side
  *
- * the first that applies. Numbers of stable multipliers, in btype and here, leave the trivial one
- * out.
+ * Numbers of stable multipliers, here and in btype, leave the trivial one out.
  *
  * @param txb    the record: t, y, T, c, er, ei, intang and the monodromy matrix in Phi describe the
  *               located orbit. It receives biftype, btype, indir, the directions and the test
@@ -1486,76 +1495,89 @@ TX_API int TXLocateEquiBif(Trajex* tx, TrajexBif* txb, double* c, FILE* state);
  * bifurcations in two, by predictor and corrector with an orthogonality condition, in the manner
  * of pseudo-arclength continuation. (H. B. Keller, in: P. H. Rabinowitz (ed.), Applications of
  * Bifurcation Theory, Academic Press 1977, 359-384.) They need the sub-record with the continued
- * parameters registered, and share the following protocol.
+ * parameters registered, and share the following run protocol.
  *
- * RUN PROTOCOL
- *
+ * @par Parameters and steps
  * Parameters are named by the addresses of the application's variables, as they were registered;
- * the run moves the variables. `*dc` is the step length: its magnitude on entry is the largest
- * step of the run, its sign the direction, towards larger or smaller values; the run adapts it
- * and leaves the last one. The smallest step is |*dc| NewtRelTol + NewtAbsTol, formed at the
- * start; where that exceeds |*dc|, it is the step.
+ * the run moves the variables. `*dc` is the step length. Its magnitude on entry is the largest
+ * step of the run and its sign the direction, in one parameter towards larger or smaller values;
+ * the run adapts it and leaves the last one. The smallest step is |*dc| NewtRelTol + NewtAbsTol,
+ * formed at the start; where that exceeds |*dc|, it is the step.
  *
- * `mode` is a sum of bits that select the outputs; each brings further arguments, passed in this
- * order and only for bits that are set. Other bits are ignored.
+ * @par Outputs
+ * `mode` is a sum of bits that select the outputs. Each brings further arguments, passed in this
+ * order and only for bits that are set; other bits are ignored.
  *
  *     1   state stream   FILE*              reports of points and bifurcations, progress text
- *     2   path stream    FILE*              one line per point and per bifurcation, for plotting
- *     4   user output    output_t, FILE*    the application's report, at the moments of a path line
+ *     2   path stream    FILE*              a line per point and per bifurcation, for plotting
+ *     4   user output    output_t, FILE*    a report of the application's, whenever 2 has a line
  *
- * So mode 7 is followed by state, path, report, user, and mode 6 by path, report, user. Streams
- * of set bits have to be open for writing (that of the user output is passed on unseen); they are
- * not flushed, closed or remembered.
+ * So mode 7 is followed by state, path, report, user, and mode 6 by path, report, user. Streams of
+ * set bits have to be open for writing (that of the user output is handed on unseen); they are not
+ * flushed, closed or remembered.
  *
  * Every accepted point, the start included, goes to TXStateOutput, TXPathOutput and the user
  * output, in this order; every located bifurcation to TXStateBifOutput, TXPathOutput and the user
- * output. The text between on the state stream: " Stepsize: %g " before each prediction, '.' for
- * each iterate nearer to the branch and '!' for one that is not, then the end of the line;
- * "Searching for bifurcation " and " Checking bifurcation " with the characters of location and
- * check; "Searching for Co-dimension 2" with ':' and '!', and " ---- CO-DIMENSION 2 ----".
+ * output. Between the reports the state stream shows what the run is doing:
  *
- * The result is 1 when the run has ended as asked, and 0 after a failure. A run goes on after
- * failures it can handle by itself, such as a location that does not converge: it records them
- * even under the policy to terminate, and ErrorCode may hold their code although the result is 1.
- * Results of eigenvalue and linear solves, and of the integrations over a period, are not
- * examined; if their failures are recorded the run goes on with what it has.
+ *     "   Stepsize: %g "                before each prediction, with *dc
+ *     '.' '!'                           a Newton iterate that came nearer, or did not
+ *     "Searching for bifurcation "      a location, whose progress characters follow,
+ *     '%'                                 an orbit replaced by one of half its period
+ *     " Checking bifurcation "          a check, and
+ *     'v' '^'                             its amplitude halved, or doubled
+ *     "Searching for Co-dimension 2"    with ':' for '.'; if found, " ---- CO-DIMENSION 2 ----"
  *
- * ONE PARAMETER. The arguments c and nrbif are the address of the parameter and the number of
- * located bifurcations after which to stop, 0 for any number. The start is converged first, and
- * is step 0. A step predicts along the tangent, corrects, and halves `*dc` and tries again until
- * the corrector converges. If the number of stable eigenvalues has changed since the last
- * accepted point, or the tangent has turned round, the bifurcation between is searched for. When
- * it is located the path goes on from the point beyond it, at a turning point with the sign of
- * `*dc` reversed; otherwise the point is rejected and `*dc` halved. Elsewhere `*dc` is multiplied
- * by a factor between 0.7071 and 1.4142, by how much the tangent turns and the critical
- * eigenvalue moves. Where the solution does not depend on the parameter, the step is taken in the
- * parameter alone. The run ends with 1 after MaxContSteps steps, rejected points included, or at
- * bifurcation number nrbif: the parameter is then the located one, and `tx->txb` holds the
- * located point, while y (and `*T`) are those of the point beyond. The record is created if there
- * is none, or if it was made for fewer parameters.
+ * @par One parameter
+ * The start is converged first, and is step 0. A step predicts along the tangent and corrects,
+ * with `*dc` halved until the corrector converges. Then, if the number of stable eigenvalues has
+ * changed since the last accepted point, or the tangent has turned round, the bifurcation between
+ * them is searched for. When it is located, the path goes on from the point beyond it, at a turning
+ * point with the sign of `*dc` reversed; otherwise the point is rejected and `*dc` halved. Without
+ * a search, `*dc` is multiplied by a factor from 0.7071 to 1.4142, the smaller the more the tangent
+ * turns and the critical eigenvalue moves. Where the solution does not depend on the parameter, the
+ * step is taken in the parameter alone.
  *
- * TWO PARAMETERS. The run starts from state, time, period and type in the bifurcation record, as
- * a rule those of a bifurcation at which a one-parameter run has ended, and from the present
- * values of the parameter variables, not their copies in the record; it reports this point as it
- * is. The first step goes along the null direction of the linearised system, its sign given by
- * that of `*dc`, which is positive from then on; further steps predict along the secant. `*dc`
- * grows by 1.25 per point and is halved when the corrector fails. The corrector weighs everything
- * with LambdaNewtRelTol and LambdaNewtAbsTol. The state is `tx->txb->y`, in place. The run ends
- * with 1 after MaxContSteps points beyond the start; the first of them has the step number 0, as
- * the start has. A curve ends at worst with code 29, at a point where the system is singular for
- * instance; parameters and record are then those of the last accepted point.
+ * @par
+ * The run ends with 1 after MaxContSteps steps, rejected points included, or at bifurcation number
+ * `nrbif` (0 for no such limit; after the start when negative). At a bifurcation the parameter
+ * keeps the located value and `tx->txb` holds the located point, while y (and `*T`) belong to the
+ * point beyond. A bifurcation record is created if there is none, or in place of one that was made
+ * for fewer parameters.
  *
- * CODES of every run: 3 (work memory or record); 26 when a parameter is not registered exactly
- * once, or c1 and c2 are the same; 29 when the step would have to be smaller than the smallest
- * one. After that a one-parameter run leaves the last iterate in its arguments, and the last
- * accepted point in the record. One-parameter runs report the code of a start that does not
- * converge (30, 7 or whatever it was) once more; two-parameter runs report 28 when there is no
- * record, or one made for fewer parameters.
+ * @par Two parameters
+ * The run starts from state, time, period and type in the bifurcation record, as a rule those of a
+ * bifurcation at which a one-parameter run has ended, and from the present values of the parameter
+ * variables, not their copies in the record. It reports this point as it is. The first step goes
+ * along the null direction of the linearised system, in the sense given by the sign of `*dc`, which
+ * is positive from then on; further steps predict along the secant. `*dc` grows by 1.25 per point
+ * and is halved when the corrector fails. LambdaNewtRelTol and LambdaNewtAbsTol weigh every
+ * equation. The run ends with 1 after MaxContSteps points beyond the start, of which the first has
+ * the step number 0, as the start has.
+ *
+ * @par Results and codes
+ * The result is 1 when the run has ended as described, and 0 after a failure. A run handles some
+ * failures itself, such as a location that does not converge: these are recorded even under the
+ * policy to terminate, and their code may be left in ErrorCode although the result is 1. Failures
+ * of eigenvalue computations, linear solves and integrations over a period are not handled: if
+ * the policy is to record, the run goes on with what it has.
+ *
+ *     3     work memory or record not available
+ *     26    a parameter is not registered exactly once, or c1 and c2 are the same
+ *     28    two parameters: no record, or one made for fewer parameters
+ *     29    the step would have to be smaller than the smallest one
+ *     ...   one parameter: the code of a start that does not converge, reported once more
+ *
+ * After code 29 a one-parameter run leaves the last iterate in its arguments and the last accepted
+ * point in the record; a two-parameter run, which also ends so at a point where its system is
+ * singular, leaves the last accepted point in both. When a callback throws, arguments and record
+ * are those in use at that moment, without perturbations.
+ *
  * @{
  */
 
 /**
- * Continues an equilibrium of y' = f(0, y; c) in one parameter; see "Run protocol". Located
+ * Continues an equilibrium of y' = f(0, y; c) in one parameter; see the run protocol above. Located
  * bifurcations are not classified (TXCheckEquiBif does that). The step is measured in the state:
  * |dy| = |*dc| at the prediction.
  *
@@ -1572,9 +1594,9 @@ TX_API int TXLocateEquiBif(Trajex* tx, TrajexBif* txb, double* c, FILE* state);
 TX_API int TXEquiCont(Trajex* tx, double* y, double* c, double* dc, int nrbif, int mode, ...);
 
 /**
- * Continues a periodic orbit of an autonomous system in one parameter; see "Run protocol". The
- * orbit is a point on the section of the handle and its period, and is put back on the section at
- * every iterate. The first orbit is found by TXAutoOrbit, bifurcations by TXLocateBif, and they
+ * Continues a periodic orbit of an autonomous system in one parameter; see the run protocol above.
+ * The orbit is a point on the section of the handle and its period, and is put back on the section
+ * at every iterate. The first orbit is found by TXAutoOrbit, bifurcations by TXLocateBif, and they
  * are classified by TXCheckBif if CheckBifs is non-zero; one that cannot be classified is
  * rejected like one that cannot be located. The step is an arc length in the space of state and
  * parameter.
@@ -1591,14 +1613,16 @@ TX_API int TXEquiCont(Trajex* tx, double* y, double* c, double* dc, int nrbif, i
  *
  * Stable are multipliers inside the unit circle, the trivial one left out. One component of the
  * tangent may keep its sign where it turns round. The upper limit of the step factor is 1.41.
- * Kind of path: 1. Codes, further: 13 when the section is lost without another code.
+ * Kind of path: 1.
+ *
+ * Codes: those of every run, and 13 when the section is lost without another code.
  */
 TX_API int TXAutoCont(Trajex* tx, double t, double* y, int p, double* T, double* c, double* dc,
                       int nrbif, int mode, ...);
 
 /**
- * Continues a periodic orbit of a system forced with a fixed period in one parameter; see "Run
- * protocol". The first orbit is found by TXNonAutoOrbit; bifurcations are located, classified
+ * Continues a periodic orbit of a system forced with a fixed period in one parameter; see the run
+ * protocol above. The first orbit is found by TXNonAutoOrbit; bifurcations are located, classified
  * and, if need be, rejected as by TXAutoCont. The step is measured in the state.
  *
  * @param t     time, the phase of the forcing at y
@@ -1616,9 +1640,9 @@ TX_API int TXNonAutoCont(Trajex* tx, double t, double* y, double T, double* c, d
                          int nrbif, int mode, ...);
 
 /**
- * Follows a fold or Hopf bifurcation of an equilibrium in two parameters; see "Run protocol". The
- * curve is that on which the real part of the critical eigenvalue vanishes. f is evaluated at the
- * time t of the record.
+ * Follows a fold or Hopf bifurcation of an equilibrium in two parameters; see the run protocol
+ * above. The curve is that on which the real part of the critical eigenvalue vanishes. f is
+ * evaluated at the time t of the record.
  *
  * @param c1   address of the first parameter of the path line
  * @param c2   address of the second
@@ -1631,9 +1655,9 @@ TX_API int TXNonAutoCont(Trajex* tx, double t, double* y, double T, double* c, d
 TX_API int TXEqui2DCont(Trajex* tx, double* c1, double* c2, double* dc, int mode, ...);
 
 /**
- * Follows a bifurcation of a periodic orbit of an autonomous system in two parameters; see "Run
- * protocol". The curve is that on which the critical multiplier, the trivial one left out, keeps
- * the modulus 1. The period is an unknown, kept in the record, and the point stays on the
+ * Follows a bifurcation of a periodic orbit of an autonomous system in two parameters; see the run
+ * protocol above. The curve is that on which the critical multiplier, the trivial one left out,
+ * keeps the modulus 1. The period is an unknown, kept in the record, and the point stays on the
  * section, to which it is moved back after each prediction and correction (without examining
  * whether that succeeded).
  *
@@ -1644,15 +1668,14 @@ TX_API int TXEqui2DCont(Trajex* tx, double* c1, double* c2, double* dc, int mode
  * @param ...  their streams and functions
  *
  * With biftype 1 (TORUS) in the record the criterion is the modulus minus 1; otherwise that is
- * multiplied by 1 + |imaginary part|, and so keeps away from complex multipliers. Kind of path:
- * 2.
+ * multiplied by 1 + |imaginary part|, which disfavours complex multipliers. Kind of path: 2.
  */
 TX_API int TXAuto2DCont(Trajex* tx, double* c1, double* c2, double* dc, int mode, ...);
 
 /**
- * Follows a bifurcation of a periodic orbit of a forced system in two parameters; see "Run
- * protocol". The orbit starts at the time t of the record and has its period T, which is fixed.
- * The criterion is that of TXAuto2DCont, over all multipliers.
+ * Follows a bifurcation of a periodic orbit of a forced system in two parameters; see the run
+ * protocol above. The orbit starts at the time t of the record and has its period T, which is
+ * fixed. The criterion is that of TXAuto2DCont, over all multipliers.
  *
  * When two multipliers are both within 0.025 of +1 or -1 (see CRIT2), a point of codimension two
  * is searched for, by Newton's method with doubled tolerances. It is reported like an accepted
