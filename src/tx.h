@@ -61,8 +61,9 @@
  * tx->TX->TerminateOnFatalError = 0;
  * @endcode
  *
- * "Codes" below lists what a function itself reports, on `tx` unless another record is named;
- * code 1 for a null handle or a missing sub-record goes without saying.
+ * Below, `tx` is always the handle, and "Codes" lists what a function itself reports, on `tx`
+ * unless another record is named; code 1 for a null handle or a missing sub-record goes without
+ * saying.
  *
  * @section tx_callbacks Callbacks and exceptions
  *
@@ -444,7 +445,7 @@ struct TrajexBif_t {
  * |  4 | Order of dynamical system not positive | TXOpenTrajex |
  * |  5 | Tolerance not positive | TXOpenTrajex, TXSetRelTol, TXSetAbsTol |
  * |  6 | Timestep guess not positive | reserved |
- * |  7 | Negative time step attempted | TXOpenTrajex, integration to an earlier time, orbits |
+ * |  7 | Negative time step attempted | TXOpenTrajex, integrations, TXNonAutoOrbit, TXLyapCalc |
  * |  8 | No Poincare-section defined | TXAutoCut, TXCutSurface |
  * |  9 | Attempt to interpolate outside interval | reserved |
  * | 10 | Fatal error equilibrium state | TXSetAutoCut |
@@ -578,16 +579,16 @@ TX_API int TXSetMaxNewtSteps(Trajex* tx, int n);
 /**
  * Reports a failure: the one place that every error of tx goes through, open to applications that
  * want theirs treated alike. Without a handle it prints
- * @verbatim
- *   ERROR in tx (<build date>) line <lineno>
- *   '<where>': <message>
- * @endverbatim
+ *
+ *     ERROR in tx (<build date>) line <lineno>
+ *     '<where>': <message>
+ *
  * and with a handle whose policy is to terminate
- * @verbatim
- *   Error in tx (<build date>) line <lineno>
- *   '<where>': <message> (<text of errno, when errno is not 0>)
- *   Trajex Closed
- * @endverbatim
+ *
+ *     Error in tx (<build date>) line <lineno>
+ *     '<where>': <message> (<text of errno, when errno is not 0>)
+ *     Trajex Closed
+ *
  * on the error stream, flushes it and ends the process with status 1. The text of errno may stem
  * from an earlier call of the system.
  *
@@ -887,8 +888,8 @@ TX_API int TXLyapCalcFile(Trajex* tx, const char* filename, double* t, double* y
                           int nn, int samp);
 
 /**
- * Orthonormalises vectors by the classical Gram-Schmidt procedure. A vector that depends on those
- * before it is divided by its length 0.
+ * Orthonormalises vectors by the classical Gram-Schmidt procedure. A vector that depends on
+ * those before it has the length 0, by which it is divided.
  * @param v    nn vectors of length n one after the other, replaced
  * @param norm receives their lengths after orthogonalisation and before normalisation; nn
  * @param n    length of a vector
@@ -988,8 +989,8 @@ TX_API int TXNumJac(Trajex* tx, double t, double* y, double** j);
 TX_API int TXNumParamJac(Trajex* tx, double t, double* y, double** j);
 
 /**
- * Gradient of the cut value by forward differences, of width JacPert for the parameters too, at n
- * + 3 evaluations of the cut. Perturbed values are restored exactly.
+ * Gradient of the cut value by forward differences, of width JacPert for the parameters too, at
+ * n + 3 evaluations of the cut. Perturbed values are restored exactly.
  * @param t  time
  * @param y  state, n
  * @param c1 address of a parameter variable
@@ -1326,14 +1327,14 @@ TX_API void SHOWMAT(int i, int j, double** m);
 /**
  * Writes the state report of the record: step (and period, on paths of orbits), parameters, state
  * and eigenvalues or multipliers, here for an equilibrium with n = 3 and three parameters:
- * @verbatim
- *    Step: 12
- *    Parameters     State           Eigenvalue             Modulus
- *     10             7.9560195      -13.666667-i0.000000    13.6667
- *     24.736842      7.9560195       0.000000-i9.624530    9.62453
- *     2.6666667      23.736842       0.000000+i9.624530    9.62453
- * ....................................................................
- * @endverbatim
+ *
+ *        Step: 12
+ *        Parameters     State           Eigenvalue             Modulus
+ *         10             7.9560195      -13.666667-i0.000000    13.6667
+ *         24.736842      7.9560195       0.000000-i9.624530    9.62453
+ *         2.6666667      23.736842       0.000000+i9.624530    9.62453
+ *     ....................................................................
+ *
  * The formats, each line ending with a line feed:
  *
  *     heading      "   Step: %-6d " on paths of equilibria, else "   Step: %-6d   T=%-12.8g "
@@ -1348,18 +1349,18 @@ TX_API void TXStateOutput(Trajex* tx, FILE* file);
 /**
  * Writes the bifurcation report: after an empty line, a box of 69 columns, here for the Hopf point
  * of the same path:
- * @verbatim
- * +-------------------------------------------------------------------+
- * |                        Bifurcation                                |
- * |                                                                   |
- * |                                                                   |
- * | Parameters     State           Eigenvalue            Modulus      |
- * |  10             7.95602        -13.666667-i0.000000   13.6667      |
- * |  24.7368        7.95602         0.000000-i9.624530   9.62453      |
- * |  2.66667        23.7368         0.000000+i9.624530   9.62453      |
- * |                                                                   |
- * +-------------------------------------------------------------------+
- * @endverbatim
+ *
+ *     +-------------------------------------------------------------------+
+ *     |                        Bifurcation                                |
+ *     |                                                                   |
+ *     |                                                                   |
+ *     | Parameters     State           Eigenvalue            Modulus      |
+ *     |  10             7.95602        -13.666667-i0.000000   13.6667      |
+ *     |  24.7368        7.95602         0.000000-i9.624530   9.62453      |
+ *     |  2.66667        23.7368         0.000000+i9.624530   9.62453      |
+ *     |                                                                   |
+ *     +-------------------------------------------------------------------+
+ *
  * (An entry wider than its column moves the frame.) The formats inside the frame:
  *
  *     title        24 blanks, "%-42s": "Bifurcation", or once the bifurcation is classified the
@@ -1410,7 +1411,7 @@ TX_API void TXPathOutput(Trajex* tx, FILE* file);
  * @param mode   0 for a forced system, 1 for an autonomous one
  * @param state  stream for the progress characters, or null
  * @return 1 when classified. 0 without a code when c is not exactly one registered parameter, or
- *         when a test orbit is not found in MaxNewtSteps + 1 attempts or misses the section:
+ *         when a test orbit is not found in MaxNewtSteps + 1 attempts or loses the section:
  *         biftype is then 0, T as before, and the parameters are those of the last trial.
  *
  * On success the parameters are those of the record again.
