@@ -1254,9 +1254,10 @@ TX_API int TXAutoOrbit(Trajex* tx, double t, double* y, double** Phi, int p, dou
  *
  * An equilibrium bifurcates where an eigenvalue of its Jacobian meets the imaginary axis, a
  * periodic orbit where a Floquet multiplier meets the unit circle. A location finds such a point;
- * a check says what kind it is. Runs call both; they may also be called on a record that an
- * application has filled. The criteria and the reports read `tx->txb`, which has to be attached;
- * they have no entry step, allocate nothing and report nothing.
+ * a check says what kind it is. One-parameter runs locate, and those over orbits check; both may
+ * also be called on a record that an application has filled. The criteria and the reports read
+ * `tx->txb`, which has to be attached; they have no entry step, allocate nothing and report
+ * nothing.
  * @{
  */
 
