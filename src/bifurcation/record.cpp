@@ -54,7 +54,7 @@ std::unique_ptr<BifRecord> make_record(Trajex& tx) {
 int activate_parameter(Trajex& tx, const double* c, int* index) {
     int count = 0;
     for (int q = 0; q < tx.nparam; ++q) {
-        tx.cp[q] = tx.c[q] == c;
+        tx.cp[q] = tx.c[q] == c ? 1 : 0;
         if (tx.cp[q] == 0) continue;
         *index = q;
         ++count;

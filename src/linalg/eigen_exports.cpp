@@ -2,7 +2,7 @@
 // routines are.
 #include "linalg/eigen.hpp"
 #include "linalg/eigenproblem.hpp"
-#include "linalg/extent.hpp"
+#include "core/extent.hpp"
 
 void Balanc(double** a, int n) {
     trajex::balance(a, trajex::extent(n));

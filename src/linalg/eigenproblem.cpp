@@ -5,7 +5,7 @@
 
 #include "core/errors.hpp"
 #include "linalg/eigen.hpp"
-#include "linalg/extent.hpp"
+#include "core/extent.hpp"
 
 namespace trajex {
 
