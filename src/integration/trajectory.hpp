@@ -9,6 +9,7 @@
 //   void store(const double* Y);
 //   int step(double* t);             the public operations on the caller's state
 //   int interpolate(double t);
+//   int section_step(double* t);
 //   typename Sums                    order of the sums of dense output
 #pragma once
 
@@ -37,6 +38,7 @@ struct StateFlow {
     void store(const double* state) const { std::copy_n(state, size(), y); }
     int step(double* t) const { return TXStep(&tx, t, y); }
     int interpolate(double t) const { return TXInterpolate(&tx, t, y); }
+    int section_step(double* t) const { return TXPoincareStep(&tx, t, y); }
 };
 
 /// One accepted step from *t0. On failure the caller's time and state and the proposed step size

@@ -46,6 +46,7 @@ class ExtendedFlow {
     }
     int step(double* t) const { return TXVarStep(&tx, t, y, Phi_); }
     int interpolate(double t) const { return TXVarInterpolate(&tx, t, y, Phi_); }
+    int section_step(double* t) const { return TXVarPoincareStep(&tx, t, y, Phi_); }
 
     void operator()(double t, double* Y, double* F) const;
 

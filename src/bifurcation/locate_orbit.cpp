@@ -1,0 +1,222 @@
+// Location of a bifurcation of a periodic orbit: Newton's method on
+//
+//     phi_T(y; c) = y,    g(y, c) = 1,      g = modulus of the multiplier nearest to the unit
+//     circle,
+//
+//     [ M - I   de/dc   f ] [ dy ]   [ y - e ]
+//     [ dg/dy   dg/dc   0 ] [ dc ] = [ 1 - g ]
+//     [  f*       0     0 ] [ dT ]   [   0   ],
+//
+// e = phi_T(y), with the row of g by forward differences over further periods; the last row and
+// column are there for autonomous systems only. A period is integrated in two halves: an orbit
+// whose half is an orbit already, on its way to a period doubling, is recognised by them and
+// halved.
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdio>
+#include <limits>
+
+#include "bifurcation/multipliers.hpp"
+#include "bifurcation/record.hpp"
+#include "core/errors.hpp"
+#include "core/newton.hpp"
+#include "core/workspace.hpp"
+#include "integration/section.hpp"
+#include "orbits/period_map.hpp"
+#include "orbits/section_walk.hpp"
+#include "orbits/shooting.hpp"
+#include "variational/extended.hpp"
+
+namespace trajex {
+
+namespace {
+
+/// What the first half of a period says about the orbit.
+struct HalfPeriod {
+    double critical_re = 0;  // critical multiplier of the half-period map
+    double critical_im = 0;
+    double alignment = 0;  // |cosine| of the displacement after it to the eigenvector of that
+};
+
+class OrbitLocation {
+  public:
+    /// `turns`: half the number of section crossings in a period; 0 for a forced orbit.
+    OrbitLocation(Trajex& tx, TrajexBif& bif, double* c, int turns)
+        : tx_(tx),
+          bif_(bif),
+          turns_(turns),
+          trivial_(turns > 0 ? autonomous_orbit : forced_orbit),
+          n_(order_of(tx)),
+          size_(n_ + 1 + trivial_),
+          t_(bif.t),
+          T_(bif.T),
+          work_({{&u_, n_}, {&right_, size_}, {&samples_, n_ + 1}, {&solver_, solver_work(size_)}},
+                {{&M_, n_, n_ + 1}, pointer_list(&unknowns_, n_ + 2)}) {
+        if (!work_) return;
+        std::copy_n(bif.y, n_, u_);
+        for (std::size_t i = 0; i < n_; ++i) unknowns_[i] = &u_[i];
+        unknowns_[n_] = c;
+        unknowns_[n_ + 1] = &T_;
+    }
+
+    bool has_memory() const { return static_cast<bool>(work_); }
+
+    /// Whether the iteration converged; the record then holds the located orbit.
+    bool run(FILE* state) {
+        double previous = 0;
+        for (int its = 0;; ++its) {
+            if (!evaluate()) return false;
+            const double dist = distance();
+            const bool doubled = is_doubled_copy();
+            if (doubled && state != nullptr) std::fputc('%', state);
+            if (its > tx_.MaxNewtSteps || diverging(dist, previous)) return false;
+            if (state != nullptr) std::fputc(progress_mark(dist, previous), state);
+            if (dist <= 1 && !doubled) break;
+            if (!correct()) return false;
+            if (doubled) halve_period();
+            previous = doubled ? 0 : dist;
+        }
+        std::copy_n(u_, n_, bif_.y);
+        copy_block(M_, n_, n_ + 1, bif_.Phi);
+        bif_.T = T_;
+        return true;
+    }
+
+  private:
+    /// The image and the linearisation of the period at the iterate, its multipliers and g.
+    bool evaluate() {
+        if (!possible_period(t_, T_ / 2)) return false;
+        std::copy_n(u_, n_, bif_.y);
+        set_identity(bif_.Phi, n_, n_ + 1);
+        if (!integrate_half() || !judge_half() || !integrate_half()) return false;
+        copy_block(bif_.Phi, n_, n_ + 1, M_);
+        if (find_multipliers(tx_, bif_.Phi, bif_.er, bif_.ei, trivial_) != 1) return false;
+        critical_ = critical_multiplier_of(tx_, bif_.er, bif_.ei, trivial_);
+        for (std::size_t i = 0; i < n_; ++i) right_[i] = u_[i] - bif_.y[i];
+        right_[n_] = 1 - critical_.value;
+        if (trivial_ > 0) right_[n_ + 1] = 0;
+        return true;
+    }
+
+    /// Half a period on from the current time, state and matrix: by the crossings of the section
+    /// where their number can be halved, by time otherwise.
+    bool integrate_half() {
+        if (turns_ > 0 && turns_ % 2 == 0) {
+            ExtendedFlow flow(tx_, bif_.y, bif_.Phi);
+            const long long limit = static_cast<long long>(turns_) * tx_.MaxPeriodSteps + 1;
+            return walk_to_section(flow, &t_, turns_, limit);
+        }
+        return TXVarIntegrate(&tx_, &t_, t_ + T_ / 2, bif_.y, bif_.Phi) == 1;
+    }
+
+    bool judge_half() {
+        copy_block(bif_.Phi, n_, n_, M_);
+        if (find_multipliers(tx_, M_, bif_.er, bif_.ei, trivial_) != 1) return false;
+        const std::size_t k = critical_multiplier_of(tx_, bif_.er, bif_.ei, trivial_).index;
+        half_ = {bif_.er[k], bif_.ei[k], 0};
+        copy_block(bif_.Phi, n_, n_, M_);
+        double* const eigenvector = bif_.er;  // the multipliers of the whole period come later
+        TXEigenVector(&tx_, tx_.order, M_, half_.critical_re, eigenvector, solver_);
+        double product = 0;
+        double eigenvector_squares = 0;
+        double squares = 0;
+        for (std::size_t i = 0; i < n_; ++i) {
+            const double displacement = bif_.y[i] - u_[i];
+            product += eigenvector[i] * displacement;
+            eigenvector_squares += eigenvector[i] * eigenvector[i];
+            squares += displacement * displacement;
+        }
+        half_.alignment =
+            std::fabs(product / (std::sqrt(eigenvector_squares) * std::sqrt(squares)));
+        return true;
+    }
+
+    /// Near a period doubling, the doubled orbit lies along the eigenvector of the multiplier -1 of
+    /// the orbit that it branches from, and its own multiplier is near +1.
+    bool is_doubled_copy() const {
+        const std::size_t k = critical_.index;
+        return bif_.ei[k] == 0 && bif_.er[k] > 0.9 && half_.critical_im == 0 &&
+               half_.critical_re < -0.75 && half_.alignment > 0.95;
+    }
+
+    void halve_period() {
+        T_ /= 2;
+        turns_ /= 2;
+    }
+
+    /// The state terms weigh with the roots of the Newton tolerances: a located orbit is asked for
+    /// the criterion first, and for closing no more than that needs.
+    double distance() const {
+        WeightedNorm norm(std::sqrt(tx_.NewtRelTol), std::sqrt(tx_.NewtAbsTol));
+        norm.add_weighted(critical_.value - 1, tx_.LambdaNewtRelTol + tx_.LambdaNewtAbsTol);
+        for (std::size_t i = 0; i < n_; ++i) norm.add(right_[i], u_[i]);
+        return norm.value();
+    }
+
+    /// g at the iterate as it stands, perturbed; not a number where it cannot be computed.
+    double modulus_after_period() {
+        const bool found = integrate_period(tx_, &t_, T_, u_, bif_.y, bif_.Phi) == 1 &&
+                           find_multipliers(tx_, bif_.Phi, bif_.er, bif_.ei, trivial_) == 1;
+        return found ? critical_multiplier_of(tx_, bif_.er, bif_.ei, trivial_).value
+                     : std::numeric_limits<double>::quiet_NaN();
+    }
+
+    bool correct() {
+        const Temporarily without_sensitivities(tx_.nparam, 0);
+        const double h = tx_.LambdaPert;
+        sample_criterion(
+            unknowns_, n_ + 1, h, [this] { return modulus_after_period(); }, samples_);
+        double** const A = tx_.TX->j;
+        copy_block(M_, n_, n_ + 1, A);
+        subtract_identity(A, n_);
+        difference_row(samples_, n_ + 1, critical_.value, h, A[n_]);
+        if (!all_finite(A[n_], n_ + 1)) return false;
+        if (trivial_ > 0) {
+            tx_.fcn(t_, bif_.y, A[n_ + 1]);
+            border_with_period(A, n_, n_ + 1, A[n_ + 1]);
+        }
+        TXLinZero(&tx_, static_cast<int>(size_), A, right_, solver_);
+        if (!all_finite(right_, size_)) return false;
+        for (std::size_t j = 0; j < size_; ++j) *unknowns_[j] += right_[j];
+        return trivial_ == 0 || move_to_section(tx_, &t_, u_);
+    }
+
+    Trajex& tx_;
+    TrajexBif& bif_;
+    int turns_;
+    std::size_t trivial_;
+    std::size_t n_;
+    std::size_t size_;  // of the Newton system
+    double t_;
+    double T_;
+    double* u_ = nullptr;      // start point; the record's state is where it is integrated
+    double* right_ = nullptr;  // right-hand side; the correction once solved
+    double* samples_ = nullptr;
+    double* solver_ = nullptr;
+    double** M_ = nullptr;  // [M | de/dc] at the iterate
+    double** unknowns_ = nullptr;
+    HalfPeriod half_;
+    Critical critical_;
+    Workspace work_;
+};
+
+}  // namespace
+
+}  // namespace trajex
+
+using namespace trajex;
+
+int TXLocateBif(Trajex* handle, TrajexBif* txb, double* c, int mode, FILE* state) {
+    constexpr const char* where = "TXLocateBif";
+    Trajex& tx = enter_variational(handle, where);
+    int index = 0;
+    if (activate_parameter(tx, c, &index) != 1) return 0;
+    OrbitLocation location(tx, *txb, c, mode);
+    if (!location.has_memory()) return report(&tx, Error::no_memory, where);
+    if (!location.run(state)) return 0;
+    record_parameters(tx, *txb);
+    txb->indir = 0;
+    txb->biftype = not_determined;
+    return 1;
+}

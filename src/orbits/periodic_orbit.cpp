@@ -1,0 +1,258 @@
+// Periodic orbits by shooting: Newton's method for a start point x that the flow brings back to
+// itself, with M the monodromy matrix,
+//
+//     forced, period T known:   (M - I) dx = x - phi_T(x);
+//
+//                               [   M - I    f(end) ] [ dx ]   [ x - phi_T(x) ]
+//     autonomous, T unknown:    [ f(start)^T   0    ] [ dT ] = [      0       ].
+//
+// The last row keeps the correction orthogonal to the flow; after each correction the start point
+// is moved along its trajectory back onto the Poincare section.
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+
+#include "core/errors.hpp"
+#include "core/guards.hpp"
+#include "core/handle.hpp"
+#include "core/newton.hpp"
+#include "core/workspace.hpp"
+#include "integration/section.hpp"
+#include "integration/trajectory.hpp"
+#include "orbits/period_map.hpp"
+#include "orbits/section_walk.hpp"
+#include "variational/extended.hpp"
+
+namespace trajex {
+
+namespace {
+
+/// What both searches share: the start point, its image after one period in the caller's y, and the
+/// monodromy matrix in the caller's Phi. Work vectors are those of the sub-record.
+class Shooting {
+  protected:
+    Shooting(Trajex& handle, double* state, double** monodromy)
+        : tx(handle),
+          n(order_of(handle)),
+          y(state),
+          Phi(monodromy),
+          start(handle.TX->istate),
+          gap(handle.TX->istate + n) {
+        std::copy_n(y, n, start);
+    }
+
+    /// gap = start - image, and its norm with the weights of the start point.
+    double closing_distance() {
+        WeightedNorm norm(tx.NewtRelTol, tx.NewtAbsTol);
+        for (std::size_t i = 0; i < n; ++i) {
+            gap[i] = start[i] - y[i];
+            norm.add(gap[i], start[i]);
+        }
+        return norm.value();
+    }
+
+    /// Solves a system of the given order for the corrections, which replace the gap, and corrects
+    /// the start point. A singular matrix shows in the next distance.
+    void correct_start(double** matrix, std::size_t order) {
+        TXLinZero(&tx, static_cast<int>(order), matrix, gap, tx.TX->ivector);
+        for (std::size_t i = 0; i < n; ++i) start[i] += gap[i];
+    }
+
+    Trajex& tx;
+    const std::size_t n;
+    double* const y;
+    double** const Phi;
+    double* const start;
+    double* const gap;  // n + 1 entries
+};
+
+class ForcedOrbit : Shooting {
+  public:
+    static constexpr const char* where = "TXNonAutoOrbit";
+
+    ForcedOrbit(Trajex& handle, double time, double* state, double** monodromy, double period)
+        : Shooting(handle, state, monodromy), t_(time), T_(period) {}
+
+    int find() {
+        double previous = 0;
+        for (int its = 1;; ++its) {
+            double t = t_;
+            if (integrate_period(tx, &t, T_, start, y, Phi) != 1) return 0;
+            const double dist = closing_distance();
+            if (its >= tx.MaxNewtSteps || diverging(dist, previous)) break;
+            if (dist <= 1) return 1;
+            previous = dist;
+            subtract_identity(Phi, n);
+            correct_start(Phi, n);
+        }
+        return report(&tx, Error::newton_not_converged, where);
+    }
+
+  private:
+    const double t_;
+    const double T_;
+};
+
+/// Two times on a trajectory and the side of the section at each: positive before it, negative
+/// beyond it.
+struct Bracket {
+    double t1, side1;
+    double t2, side2;
+
+    bool one_sided() const { return (side1 > 0 && side2 > 0) || (side1 < 0 && side2 < 0); }
+    bool defined() const { return !std::isnan(side1) && !std::isnan(side2); }
+};
+
+class AutonomousOrbit : Shooting {
+  public:
+    static constexpr const char* where = "TXAutoOrbit";
+
+    AutonomousOrbit(Trajex& handle, double time, double* state, double** monodromy,
+                    int multiplicity, double& period)
+        : Shooting(handle, state, monodromy), t_(time), p_(multiplicity), T_(period) {}
+
+    int find() {
+        if (!reach_section() || !complete_first_period()) return 0;
+        double dist = closing_distance();
+        if (!possible_period(t_start_, T_) || std::isnan(dist)) return not_converged();
+        sign_ = cut_value(tx, t_, y) < 0 ? 1 : -1;
+        for (int its = 0; dist > 1; ++its) {
+            correct();
+            if (!possible_period(t_start_, T_)) return not_converged();
+            if (!return_to_section() || !integrate()) return 0;
+            const double previous = dist;
+            dist = closing_distance();
+            if (its > tx.MaxNewtSteps || diverging(dist, previous)) return not_converged();
+        }
+        std::copy_n(start, n, y);
+        return 1;
+    }
+
+  private:
+    bool reach_section();
+    bool complete_first_period();
+    void correct();
+    bool return_to_section();
+    bool follow_to_section(const Bracket& bracket);
+    bool integrate();
+    double side(double t) { return sign_ * cut_value(tx, t, start); }
+    long long crossings() const { return 2LL * p_; }
+    long long period_steps() const { return static_cast<long long>(p_) * tx.MaxPeriodSteps + 1; }
+    int not_converged() { return report(&tx, Error::newton_not_converged, where); }
+
+    double t_;  // at y
+    const int p_;
+    double& T_;
+    double t_start_ = 0;  // at the start point
+    double sign_ = 0;     // that makes the cut value negative beyond the section
+};
+
+/// Moves the guess along its trajectory to the section, unless it lies there already.
+bool AutonomousOrbit::reach_section() {
+    const double t_guess = t_;
+    StateFlow flow{tx, y};
+    if (flow.section_step(&t_) == 1) return true;
+    if (section_step_failed(tx)) return false;
+    if (std::fabs(cut_value(tx, t_guess, start)) < tx.CutEps) {
+        std::copy_n(start, n, y);
+        t_ = t_guess;
+        return true;
+    }
+    return walk_to_section(flow, &t_, 1, tx.MaxPeriodSteps);
+}
+
+/// Counts crossings to get the first period: from here on the search trusts T.
+bool AutonomousOrbit::complete_first_period() {
+    std::copy_n(y, n, start);
+    t_start_ = t_;
+    set_identity(Phi, n, n);
+    ExtendedFlow flow(tx, y, Phi);
+    if (!walk_to_section(flow, &t_, crossings(), period_steps())) return false;
+    T_ = t_ - t_start_;
+    return true;
+}
+
+/// One Newton correction of start point and period.
+void AutonomousOrbit::correct() {
+    double** const matrix = tx.TX->j;
+    double* const flow_at_end = tx.TX->ivector + n;
+    copy_block(Phi, n, n, matrix);
+    subtract_identity(matrix, n);
+    tx.fcn(t_, y, flow_at_end);
+    for (std::size_t i = 0; i < n; ++i) matrix[i][n] = flow_at_end[i];
+    tx.fcn(t_start_, start, matrix[n]);
+    matrix[n][n] = 0;
+    gap[n] = 0;
+    correct_start(matrix, n + 1);
+    T_ += gap[n];
+}
+
+/// Moves the corrected start point just beyond the section. It is looked for in one step from that
+/// point, then in up to four steps' lengths before or behind it, where the step is extrapolated;
+/// only then along the trajectory.
+bool AutonomousOrbit::return_to_section() {
+    constexpr int extrapolations = 4;
+    std::copy_n(start, n, y);  // the corrected point, for a walk from there
+    t_ = t_start_;
+    const double side_at_start = side(t_start_);
+    if (TXStep(&tx, &t_start_, start) != 1) return false;
+    Bracket bracket{t_, side_at_start, t_start_, side(t_start_)};
+
+    StateFlow flow{tx, start};
+    DenseStep<StateFlow> step(flow);
+    const auto cut_at = [&](double t) {
+        step.at(t);
+        return cut_value(tx, t, start);
+    };
+    for (int i = 0; i < extrapolations && bracket.one_sided(); ++i) {
+        const double length = bracket.t2 - bracket.t1;
+        if (bracket.side2 > 0) {
+            bracket.t1 = bracket.t2;
+            bracket.t2 += length;
+            bracket.side2 = sign_ * cut_at(bracket.t2);
+        } else {
+            bracket.t2 = bracket.t1;
+            bracket.t1 -= length;
+            bracket.side1 = sign_ * cut_at(bracket.t1);
+        }
+    }
+    if (bracket.one_sided()) return follow_to_section(bracket);
+    return bracket.defined() &&
+           bisect_crossing(tx, bracket.t1, bracket.t2, sign_, &t_start_, cut_at);
+}
+
+/// From the corrected point to the section: to the next crossing when the point lies before it, all
+/// the way round when it lies beyond.
+bool AutonomousOrbit::follow_to_section(const Bracket& bracket) {
+    std::copy_n(y, n, start);
+    t_start_ = t_;
+    StateFlow flow{tx, start};
+    if (bracket.side1 > 0) return walk_to_section(flow, &t_start_, 1, tx.MaxPeriodSteps);
+    return walk_to_section(flow, &t_start_, crossings(), period_steps());
+}
+
+bool AutonomousOrbit::integrate() {
+    t_ = t_start_;
+    return integrate_period(tx, &t_, T_, start, y, Phi) == 1;
+}
+
+}  // namespace
+
+}  // namespace trajex
+
+using namespace trajex;
+
+int TXNonAutoOrbit(Trajex* handle, double t, double* y, double** Phi, double T) {
+    Trajex& tx = enter_variational(handle, ForcedOrbit::where);
+    if (!possible_period(t, T)) {
+        return report(&tx, Error::negative_time_step, ForcedOrbit::where);
+    }
+    const Temporarily no_sensitivities(tx.nparam, 0);
+    return ForcedOrbit(tx, t, y, Phi, T).find();
+}
+
+int TXAutoOrbit(Trajex* handle, double t, double* y, double** Phi, int p, double* T) {
+    Trajex& tx = enter_variational(handle, AutonomousOrbit::where);
+    const Temporarily no_sensitivities(tx.nparam, 0);
+    return AutonomousOrbit(tx, t, y, Phi, p, *T).find();
+}
