@@ -105,14 +105,14 @@ double period_at(Path path, double mu) {
 TEST(AutonomousBranch, MeetsThePeriodsOfVanDerPol) {
     const Temporarily restored(VanDerPol::mu, 1.0);
     const OpenHandle tx = open_study(VanDerPol::flow, 2, VanDerPol::mu);
-    tx->MaxContSteps = 80;
+    tx->MaxContSteps = 3000;
     double y[2] = {2, 0.1};
     double T = 0;
     double dc = 0.05;
     Path path;
     ASSERT_EQ(
         TXAutoCont(tx.get(), 0, y, 1, &T, &VanDerPol::mu, &dc, 0, 4, collect, as_stream(path)), 1);
-    ASSERT_EQ(path.size(), 80u);
+    ASSERT_EQ(path.size(), 3000u);
     EXPECT_NEAR(path.front().T, 6.66328685932, 1e-6);
     ASSERT_GT(path.back().c, 3.1);
     printf("%.9f %.9f\n", period_at(path, 2), period_at(path, 3));
