@@ -12,7 +12,7 @@ endif()
 if(TX_SANITIZE)
     string(REPLACE ";" "," tx_sanitizers "${TX_SANITIZE}")
     target_compile_options(tx_build_flags INTERFACE
-        -fsanitize=${tx_sanitizers} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+        -O1 -fsanitize=${tx_sanitizers} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(tx_build_flags INTERFACE -fsanitize=${tx_sanitizers})
 endif()
 

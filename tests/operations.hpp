@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "handles.hpp"
-#include "systems.hpp"
 #include "tx.h"
 
 namespace testing_support {
@@ -32,11 +31,9 @@ class Bench {
     explicit Bench(Jacobians jacobians)
         : tx(open_recording(flow, 2, 1e-8, 0.05)), Phi{rows_[0], rows_[1]} {
         if (jacobians == Jacobians::analytic) {
-            TXVarOpenTrajex(tx.get(), jacobian, 2, &parameter_jacobian, &brusselator_A,
-                            &brusselator_B);
+            TXVarOpenTrajex(tx.get(), jacobian, 2, &parameter_jacobian, &Bench::A, &Bench::B);
         } else {
-            TXVarOpenTrajex(tx.get(), nullptr, 1e-6, 2, nullptr, 1e-6, &brusselator_A,
-                            &brusselator_B);
+            TXVarOpenTrajex(tx.get(), nullptr, 1e-6, 2, nullptr, 1e-6, &Bench::A, &Bench::B);
         }
         tx->TX->TerminateOnFatalError = 0;
         tx->NewtAbsTol = 1e-7;
@@ -45,6 +42,10 @@ class Bench {
         TXSetCut(tx.get(), cut, 1e-7);
         restart();
     }
+
+    // The parameters belong to the thread, so that two threads do not share them.
+    static inline thread_local double A = 1;
+    static inline thread_local double B = 1.9;
 
     OpenHandle tx;
     double t = 0;
@@ -55,8 +56,8 @@ class Bench {
 
     /// Variables and proposed step sizes as at first. With B = 1.9 the Hopf bifurcation is near.
     void restart() {
-        brusselator_A = 1;
-        brusselator_B = 1.9;
+        A = 1;
+        B = 1.9;
         t = 0;
         y[0] = 1.25;
         y[1] = 1.5;
@@ -78,8 +79,8 @@ class Bench {
                                 y[1],
                                 T,
                                 dc,
-                                brusselator_A,
-                                brusselator_B};
+                                A,
+                                B};
         all.insert(all.end(), rows_[0], rows_[0] + 8);
         if (const TrajexBif* bif = tx->txb) {
             for (const double* vector : {bif->y, bif->c, bif->er, bif->ei}) {
@@ -92,17 +93,23 @@ class Bench {
     static void count_point(Trajex*, FILE*) { called_back(); }
 
   private:
-    static void flow(double t, double* y, double* f) {
+    static void flow(double, double* y, double* f) {
         called_back();
-        brusselator(t, y, f);
+        const double reaction = y[0] * y[0] * y[1];
+        f[0] = A - (B + 1) * y[0] + reaction;
+        f[1] = B * y[0] - reaction;
     }
-    static void jacobian(double t, double* y, double** J) {
+    static void jacobian(double, double* y, double** J) {
         called_back();
-        brusselator_jacobian(t, y, J);
+        const double xy = 2 * y[0] * y[1];
+        const double xx = y[0] * y[0];
+        J[0][0] = xy - B - 1, J[0][1] = xx;
+        J[1][0] = B - xy, J[1][1] = -xx;
     }
-    static void parameter_jacobian(double t, double* y, double** J) {
+    static void parameter_jacobian(double, double* y, double** J) {
         called_back();
-        brusselator_parameter_jacobian(t, y, J);
+        J[0][0] = 1, J[0][1] = -y[0];
+        J[1][0] = 0, J[1][1] = y[0];
     }
     static double cut(double, double* y) {
         called_back();
@@ -126,13 +133,13 @@ inline int locate_equilibrium(Bench& b) {
     if (b.tx->txb == nullptr) b.tx->txb = TXCreateBif(b.tx.get());
     if (b.tx->txb == nullptr) return 0;
     std::copy_n(b.y, 2, b.tx->txb->y);
-    return TXLocateEquiBif(b.tx.get(), b.tx->txb, &brusselator_B, nullptr);
+    return TXLocateEquiBif(b.tx.get(), b.tx->txb, &Bench::B, nullptr);
 }
 
 inline int continue_equilibrium(Bench& b) {
     b.y[0] = 1;
     b.y[1] = 1.9;
-    return TXEquiCont(b.tx.get(), b.y, &brusselator_B, &b.dc, 1, 4, &Bench::count_point,
+    return TXEquiCont(b.tx.get(), b.y, &Bench::B, &b.dc, 1, 4, &Bench::count_point,
                       static_cast<FILE*>(nullptr));
 }
 
@@ -149,7 +156,7 @@ inline const std::vector<Operation>& operations() {
          [](Bench& b) { return TXNumParamJac(b.tx.get(), b.t, b.y, b.Phi); }},
         {"NumCutJac", everything,
          [](Bench& b) {
-             return TXNumCutJac(b.tx.get(), b.t, b.y, &brusselator_A, &brusselator_B, b.Phi[0]);
+             return TXNumCutJac(b.tx.get(), b.t, b.y, &Bench::A, &Bench::B, b.Phi[0]);
          }},
         {"VarStep", parameters, [](Bench& b) { return TXVarStep(b.tx.get(), &b.t, b.y, b.Phi); }},
         {"VarIntegrate", parameters,

@@ -68,7 +68,7 @@ class OrbitCheck {
 
     /// Whether the test orbits were found; the record is then complete.
     bool run() {
-        if (!is_period(bif_.t, bif_.T)) return false;
+        if (!possible_period(bif_.t, bif_.T)) return false;
         const double given = amplitude_;
         find_critical_direction();
         if (!find_displaced_orbits()) return false;
@@ -244,7 +244,7 @@ bool OrbitCheck::correct(Parameter parameter, double t) {
     for (std::size_t i = 0; i < n_; ++i) u_[i] += d_[i];
     if (free) c_ += d_[n_];
     if (trivial_ > 0) T_ += d_[size - 1];
-    return is_period(bif_.t, T_);
+    return possible_period(bif_.t, T_);
 }
 
 /// A closed orbit, with M in the matrix.

@@ -21,7 +21,6 @@
 #include "integration/trajectory.hpp"
 #include "orbits/period_map.hpp"
 #include "orbits/section_walk.hpp"
-#include "orbits/shooting.hpp"
 #include "variational/extended.hpp"
 
 namespace trajex {
@@ -115,11 +114,11 @@ class AutonomousOrbit : Shooting {
     int find() {
         if (!reach_section() || !complete_first_period()) return 0;
         double dist = closing_distance();
-        if (!is_period(t_start_, T_) || std::isnan(dist)) return not_converged();
+        if (!possible_period(t_start_, T_) || std::isnan(dist)) return not_converged();
         sign_ = cut_value(tx, t_, y) < 0 ? 1 : -1;
         for (int its = 0; dist > 1; ++its) {
             correct();
-            if (!is_period(t_start_, T_)) return not_converged();
+            if (!possible_period(t_start_, T_)) return not_converged();
             if (!return_to_section() || !integrate()) return 0;
             const double previous = dist;
             dist = closing_distance();
@@ -245,7 +244,7 @@ using namespace trajex;
 
 int TXNonAutoOrbit(Trajex* handle, double t, double* y, double** Phi, double T) {
     Trajex& tx = enter_variational(handle, ForcedOrbit::where);
-    if (!is_period(t, T)) {
+    if (!possible_period(t, T)) {
         return report(&tx, Error::negative_time_step, ForcedOrbit::where);
     }
     const Temporarily no_sensitivities(tx.nparam, 0);

@@ -34,11 +34,11 @@ class Interrupted : public testing::TestWithParam<std::tuple<Jacobians, Operatio
     }
 
     void expect_restored(const Bench& bench) const {
-        EXPECT_EQ(testing_support::brusselator_A, 1);
+        EXPECT_EQ(Bench::A, 1);
         EXPECT_EQ(bench.tx->nparam, 2);
         EXPECT_EQ(bench.tx->TerminateOnFatalError, 0);
         if (operation_.restores == Restores::nothing) return;
-        EXPECT_EQ(testing_support::brusselator_B, 1.9);
+        EXPECT_EQ(Bench::B, 1.9);
         if (operation_.restores == Restores::parameters) return;
         EXPECT_EQ(bench.t, 0);
         EXPECT_EQ(bench.y[0], 1.25);
