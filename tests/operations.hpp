@@ -40,6 +40,7 @@ class Bench {
         tx->LambdaNewtRelTol = 1e-6;
         tx->LambdaPert = 1e-6;
         TXSetCut(tx.get(), cut, 1e-7);
+        first_row = tx->TX->j[0];
         restart();
     }
 
@@ -53,20 +54,27 @@ class Bench {
     double T = 0;   // a period, for orbits
     double dc = 0;  // the step length of a run
     double* Phi[2];
+    double entry_y[2];
+    double entry_B = 0;
+    const double* first_row = nullptr;  // of the work matrix
 
     /// Variables and proposed step sizes as at first. With B = 1.9 the Hopf bifurcation is near.
     void restart() {
         A = 1;
-        B = 1.9;
         t = 0;
-        y[0] = 1.25;
-        y[1] = 1.5;
         T = 6.5;
         dc = 0.15;
         std::fill_n(rows_[0], 8, 0.0);
         rows_[0][0] = rows_[1][1] = 1;
         tx->h = tx->TX->h = 0.05;
         std::fill_n(tx->cp, 2, '\1');
+        start(1.25, 1.5, 1.9);
+    }
+    /// Another state and parameter, for an operation that needs them.
+    void start(double y0, double y1, double parameter) {
+        y[0] = entry_y[0] = y0;
+        y[1] = entry_y[1] = y1;
+        B = entry_B = parameter;
     }
 
     /// Everything that an operation has an effect on.
@@ -137,10 +145,18 @@ inline int locate_equilibrium(Bench& b) {
 }
 
 inline int continue_equilibrium(Bench& b) {
-    b.y[0] = 1;
-    b.y[1] = 1.9;
+    b.start(1, 1.9, 1.9);
     return TXEquiCont(b.tx.get(), b.y, &Bench::B, &b.dc, 1, 4, &Bench::count_point,
                       static_cast<FILE*>(nullptr));
+}
+
+inline int find_forced_orbit(Bench& b) {
+    return TXNonAutoOrbit(b.tx.get(), b.t, b.y, b.Phi, b.T);
+}
+
+inline int find_orbit(Bench& b) {
+    b.start(1.24, 3.5, 2.5);
+    return TXAutoOrbit(b.tx.get(), b.t, b.y, b.Phi, 1, &b.T);
 }
 
 inline const std::vector<Operation>& operations() {
@@ -164,6 +180,8 @@ inline const std::vector<Operation>& operations() {
         {"VarPoincareStep", parameters,
          [](Bench& b) { return TXVarPoincareStep(b.tx.get(), &b.t, b.y, b.Phi); }},
         {"EquiPoint", everything, [](Bench& b) { return TXEquiPoint(b.tx.get(), b.y); }},
+        {"NonAutoOrbit", parameters, find_forced_orbit},
+        {"AutoOrbit", parameters, find_orbit},
         {"LocateEquiBif", nothing, locate_equilibrium},
         {"EquiCont", nothing, continue_equilibrium},
     };
