@@ -12,15 +12,16 @@ endif()
 if(TX_SANITIZE)
     string(REPLACE ";" "," tx_sanitizers "${TX_SANITIZE}")
     target_compile_options(tx_build_flags INTERFACE
-        -fsanitize=${tx_sanitizers} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+        -O1 -fsanitize=${tx_sanitizers} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(tx_build_flags INTERFACE -fsanitize=${tx_sanitizers})
 endif()
 
 # What the library needs on top. No contraction to fused multiply-add: a result must not depend on
-# the machine it was computed on. No semantic interposition: calls among our own functions stay
+# the machine it was computed on. Nobody looks at floating-point exceptions or at errno of the square
+# root, so that loops may be vectorised as if there were none; no value changes. No semantic interposition: calls among our own functions stay
 # inside, and may be inlined, although the public ones are visible.
 add_library(tx_library_flags INTERFACE)
 target_link_libraries(tx_library_flags INTERFACE tx_build_flags)
 target_compile_options(tx_library_flags INTERFACE
-    $<${tx_gnu_like}:-ffp-contract=off;-fno-semantic-interposition>
+    $<${tx_gnu_like}:-ffp-contract=off;-fno-trapping-math;-fno-math-errno;-fno-semantic-interposition>
     $<$<AND:${tx_gnu_like},$<CONFIG:Release,RelWithDebInfo>>:-O3>)

@@ -1,5 +1,5 @@
-// The equilibria of the Lorenz equations, continued in rho from rho = 2 through the Hopf bifurcation
-// at rho = sigma (sigma + beta + 3) / (sigma - beta - 1).
+// The equilibria of the Lorenz equations, continued in rho from rho = 2 through the Hopf
+// bifurcation at rho = sigma (sigma + beta + 3) / (sigma - beta - 1).
 //
 //   lorenz [directory]
 //

@@ -54,12 +54,19 @@ std::unique_ptr<BifRecord> make_record(Trajex& tx) {
 int activate_parameter(Trajex& tx, const double* c, int* index) {
     int count = 0;
     for (int q = 0; q < tx.nparam; ++q) {
-        tx.cp[q] = tx.c[q] == c;
+        tx.cp[q] = tx.c[q] == c ? 1 : 0;
         if (tx.cp[q] == 0) continue;
         *index = q;
         ++count;
     }
     return count;
+}
+
+bool activate_parameters(Trajex& tx, const double* c1, const double* c2, int* index1, int* index2) {
+    const bool found = c1 != c2 && activate_parameter(tx, c2, index2) == 1 &&
+                       activate_parameter(tx, c1, index1) == 1;
+    if (found) tx.cp[*index2] = 1;
+    return found;
 }
 
 }  // namespace trajex

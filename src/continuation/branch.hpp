@@ -77,9 +77,9 @@ class BranchProblem {
 
 /// What a caller asks of a run.
 struct BranchRun {
-    const char* where;  // reporting name
-    double* dc;         // signed step length; its size on entry is the largest one
-    int bifurcations;   // stop at this many; 0: no limit
+    const char* where = nullptr;  // reporting name
+    double* dc = nullptr;         // signed step length; its size on entry is the largest one
+    int bifurcations = 0;         // stop at this many; 0: no limit
     Outputs out;
 };
 

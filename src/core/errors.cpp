@@ -48,6 +48,7 @@ namespace {
 
 // Process-wide on purpose: one stream for all handles. Null stands for standard error, which is
 // looked up at the time of the report because an application may reopen it.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 std::atomic<FILE*> chosen_stream{nullptr};
 
 const char* message(int code) {

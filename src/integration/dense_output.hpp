@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "core/simd.hpp"
 #include "integration/stage_passes.hpp"
 #include "integration/verner.hpp"
 #include "tx.h"
@@ -104,7 +105,7 @@ void complete_step(Flow& flow) {
     std::copy_n(rec.yfirst, n, rec.y0);
     std::copy_n(rec.ylast, n, rec.y6);
     flow(rec.tlast, rec.y6, rec.k + 11 * n);
-    passes::middle_of_step(n, h, rec.k, rows.f_end, rec.y0, rec.ynp1d2);
+    dispatch<passes::MiddleState>(n, h, rec.k, rows.f_end, rec.y0, rec.ynp1d2);
     flow(t + 0.5 * h, rec.ynp1d2, rec.k + 8 * n);
     predict(verner::at_090);
     flow(t + 0.9 * h, rec.yw, rec.k + 9 * n);

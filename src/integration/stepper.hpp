@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <utility>
 
+#include "core/simd.hpp"
 #include "integration/stage_passes.hpp"
 #include "integration/verner.hpp"
 #include "tx.h"
@@ -32,55 +34,50 @@ inline bool advances(double t, double h) {
     return h > 0 && std::isfinite(h) && t + h > t;
 }
 
-/// Arithmetic passes for a number of components known when compiling: everything is unrolled.
+/// Runs the passes for a number of components known when compiling: everything is unrolled.
 template <std::size_t size>
-struct FixedPasses {
+struct FixedSize {
     static constexpr std::size_t n = size;
-    template <std::size_t j>
-    static void stage_argument(double h, const double* k, const double* y0, double* yw) {
-        passes::stage_argument<j>(n, h, k, y0, yw);
-    }
-    static void last_argument(double h, const double* k, const double* y0, double* yw, double* y5,
-                              double* y6) {
-        passes::last_argument(n, h, k, y0, yw, y5, y6);
-    }
-    static double finish_step(double h, const Trajex& rec) {
-        return passes::finish_step(n, h, rec.k, rec.y0, rec.y5, rec.y6, rec.abs_err, rec.AbsTol,
-                                   rec.RelTol);
+    template <class Pass, class... Arguments>
+    static auto run(Arguments... arguments) {
+        return Pass::run(n, arguments...);
     }
 };
 
-/// The same for any number of components, in vectorised code of its own (stage_passes.cpp).
-struct VectorPasses {
+/// Runs them for any number of components, with the widest vectors of the processor.
+struct AnySize {
     std::size_t n;
-    template <std::size_t j>
-    void stage_argument(double h, const double* k, const double* y0, double* yw) const;
-    void last_argument(double h, const double* k, const double* y0, double* yw, double* y5,
-                       double* y6) const;
-    double finish_step(double h, const Trajex& rec) const;
+    template <class Pass, class... Arguments>
+    auto run(Arguments... arguments) const {
+        return dispatch<Pass>(n, arguments...);
+    }
 };
 
 /// One attempt from rec.y0 with step h: the stages go to rows 0 to 7 of rec.k, the solutions to
 /// rec.y5 and rec.y6. Returns the error norm.
-template <class Passes, class Rhs>
-double attempt_step(const Passes& pass, Trajex& rec, double t, double h, Rhs& rhs) {
-    const std::size_t n = pass.n;
+template <class Size, class Rhs>
+double attempt_step(const Size& size, Trajex& rec, double t, double h, Rhs& rhs) {
+    const std::size_t n = size.n;
     double* const k = rec.k;
+    const double* const k_last = k + (verner::stages - 1) * n;
     const auto evaluate = [&](std::size_t j) {
         rhs(t + h * static_cast<double>(verner::c[j]), rec.yw, k + j * n);
     };
     std::copy_n(rec.y0, n, rec.yw);
     evaluate(0);
     [&]<std::size_t... j>(std::index_sequence<j...>) {
-        ((pass.template stage_argument<j + 1>(h, k, rec.y0, rec.yw), evaluate(j + 1)), ...);
+        ((size.template run<passes::StageArgument<j + 1>>(h, k, rec.y0, rec.yw), evaluate(j + 1)),
+         ...);
     }
     (std::make_index_sequence<verner::stages - 2>());
-    pass.last_argument(h, k, rec.y0, rec.yw, rec.y5, rec.y6);
+    size.template run<passes::LastArgument>(h, k, rec.y0, rec.yw, rec.y5, rec.y6);
     evaluate(verner::stages - 1);
     if (rec.AbsTol == 0 && rec.RelTol == 0) {
-        return passes::finish_unchecked_step(n, h, k, rec.y0, rec.y5, rec.y6, rec.abs_err);
+        return size.template run<passes::FinishUncheckedStep>(h, k_last, rec.y0, rec.y5, rec.y6,
+                                                              rec.abs_err);
     }
-    return pass.finish_step(h, rec);
+    return size.template run<passes::FinishStep>(h, k_last, rec.y0, rec.y5, rec.y6, rec.abs_err,
+                                                 rec.AbsTol, rec.RelTol);
 }
 
 /// The attempt loop. On entry rec.y0 is the state at t and h the step to try; afterwards rec.y6 is
@@ -88,11 +85,11 @@ double attempt_step(const Passes& pass, Trajex& rec, double t, double h, Rhs& rh
 /// when the step has become too small to move the time (or was never a positive number). Until its
 /// caller has completed the description of the step, the record says that no step was taken: a
 /// callback may throw, and rows of two steps must not be mixed.
-template <class Passes, class Rhs>
-bool repeat_attempts(const Passes& pass, Trajex& rec, double t, double& h, Rhs& rhs) {
+template <class Size, class Rhs>
+bool repeat_attempts(const Size& size, Trajex& rec, double t, double& h, Rhs& rhs) {
     rec.StepTaken = 0;
     while (advances(t, h)) {
-        const double err = attempt_step(pass, rec, t, h, rhs);
+        const double err = attempt_step(size, rec, t, h, rhs);
         const double tried = h;
         h = next_step_size(h, err, rec.hmax);
         if (err <= 1) {
@@ -108,15 +105,15 @@ template <class Rhs>
 bool accepted_step(Trajex& rec, std::size_t n, double t, double& h, Rhs& rhs) {
     switch (n) {
         case 1:
-            return repeat_attempts(FixedPasses<1>{}, rec, t, h, rhs);
+            return repeat_attempts(FixedSize<1>{}, rec, t, h, rhs);
         case 2:
-            return repeat_attempts(FixedPasses<2>{}, rec, t, h, rhs);
+            return repeat_attempts(FixedSize<2>{}, rec, t, h, rhs);
         case 3:
-            return repeat_attempts(FixedPasses<3>{}, rec, t, h, rhs);
+            return repeat_attempts(FixedSize<3>{}, rec, t, h, rhs);
         case 4:
-            return repeat_attempts(FixedPasses<4>{}, rec, t, h, rhs);
+            return repeat_attempts(FixedSize<4>{}, rec, t, h, rhs);
         default:
-            return repeat_attempts(VectorPasses{n}, rec, t, h, rhs);
+            return repeat_attempts(AnySize{n}, rec, t, h, rhs);
     }
 }
 

@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "core/errors.hpp"
-#include "linalg/extent.hpp"
+#include "core/extent.hpp"
 #include "linalg/lu.hpp"
 
 namespace trajex {

@@ -1,6 +1,6 @@
 // The public short names of the LU routines. They stand in an object of their own, and nothing in
 // the library refers to it: an application that links statically may have functions of these names.
-#include "linalg/extent.hpp"
+#include "core/extent.hpp"
 #include "linalg/linear_system.hpp"
 #include "linalg/lu.hpp"
 

@@ -52,10 +52,9 @@ static void oscillator(double t, double* y, double* f) {
 /* Brings every part of the library into the program. */
 typedef void (*any_function)(void);
 static any_function volatile everything[] = {
-    (any_function)TXPoincareStep, (any_function)TXVarPoincareStep,
-    (any_function)TXEquiPoint,    (any_function)TXStateBifOutput,
-    (any_function)TXCheckEquiBif, (any_function)TXLocateEquiBif,
-    (any_function)CRIT2,
+    (any_function)TXPoincareStep,   (any_function)TXVarPoincareStep, (any_function)TXEquiPoint,
+    (any_function)TXStateBifOutput, (any_function)TXCheckEquiBif,    (any_function)TXLocateEquiBif,
+    (any_function)TXEquiCont,       (any_function)TXEigenVector,     (any_function)CRIT2,
 };
 
 int main(void) {

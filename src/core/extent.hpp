@@ -1,11 +1,11 @@
-// Orders of matrices come through the public interface as int.
+// Orders and counts come through the public interface as int.
 #pragma once
 
 #include <cstddef>
 
 namespace trajex {
 
-/// The order as a loop bound; there is nothing to do for one that is not positive.
+/// The count as a loop bound; there is nothing to do for one that is not positive.
 constexpr std::size_t extent(int n) {
     return n > 0 ? static_cast<std::size_t>(n) : 0;
 }

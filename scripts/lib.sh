@@ -1,0 +1,59 @@
+# shellcheck shell=bash
+# Shared by the scripts of this directory, which source it from the project's root.
+
+# Ends the script with a message.
+die() {
+    printf '%s\n' "$*" >&2
+    exit 1
+}
+
+say() {
+    printf '%s\n' "$*"
+}
+
+# need_packages PACKAGE...: installs those that are missing, where the system is a Debian one.
+need_packages() {
+    if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
+        say "Not a Debian system: make sure that there is something like: $*"
+        return
+    fi
+    local package missing=() as_root=()
+    for package in "$@"; do
+        if [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" != installed ]; then
+            missing+=("$package")
+        fi
+    done
+    if [ ${#missing[@]} -eq 0 ]; then return; fi
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null || die "Missing Debian packages, and no sudo to install them: ${missing[*]}"
+        as_root=(sudo)
+    fi
+    say "Installing Debian packages: ${missing[*]}"
+    logged packages "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update
+    logged packages "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y --no-install-recommends "${missing[@]}"
+}
+
+# logged NAME COMMAND...: runs the command with its output in the log of that name. On a failure
+# shows the end of the log and ends the script.
+logged() {
+    local name=$1 log="$log_dir/$1.log"
+    shift
+    if ! "$@" >"$log" 2>&1 </dev/null; then
+        tail -n 60 "$log" >&2
+        die "FAILED: $name (all of it: $log)"
+    fi
+}
+
+# How many jobs to run at once.
+jobs_at_once() {
+    nproc 2>/dev/null || getconf _NPROCESSORS_ONLN
+}
+
+# CMake options to compile through ccache where there is one.
+compiler_launcher() {
+    if command -v ccache >/dev/null; then say -DCMAKE_CXX_COMPILER_LAUNCHER=ccache; fi
+}
+
+log_dir=build/logs
+mkdir -p "$log_dir"
