@@ -19,6 +19,11 @@ inline bool possible_period(double t, double T) {
     return advances(t, T);
 }
 
+/// M - I in the leading n x n block, for the derivative of (image - start) by the start point.
+inline void subtract_identity(double** matrix, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i) matrix[i][i] -= 1;
+}
+
 /// Integrates from y over T: `image` receives the end state, the n rows of `Phi` receive
 /// [M | de/dc], a column for each active parameter of the handle. *t moves on by T. An integration
 /// that fails returns 0 with its code recorded; `image` is then still y.
@@ -28,11 +33,6 @@ inline int integrate_period(Trajex& tx, double* t, double T, const double* y, do
     std::copy_n(y, n, image);
     set_identity(Phi, n, n + active_parameters(tx));
     return TXVarIntegrate(&tx, t, *t + T, image, Phi);
-}
-
-/// M - I in the leading n x n block, for the derivative of (image - start) by the start point.
-inline void subtract_identity(double** matrix, std::size_t n) {
-    for (std::size_t i = 0; i < n; ++i) matrix[i][i] -= 1;
 }
 
 }  // namespace trajex
