@@ -112,10 +112,10 @@ void report(Trajex* tx, FILE* /*unused*/) {
 
 void trace_attractor(FILE* file) {
     const Handle tx = open_handle();
-    for (c = 2.5; c < 4.4; c += 0.005) {
+    for (c = 2.5; c < 4.4; c += 0.01) {
         double t = 0;
         double y[] = {1, 1, 1};
-        TXIntegrate(tx.get(), &t, 500, y);
+        TXIntegrate(tx.get(), &t, 1000, y);
         while (TXPoincareStep(tx.get(), &t, y) == 0 || y[1] < 0) {
             if (TXErrorTrajex(tx.get()) != 0) return;
         }
@@ -152,7 +152,7 @@ int main(int argc, char** argv) {
     TXIntegrate(tx.get(), &t, 500, y);
 
     const double largest_step[] = {0.1, 0.05, 0.02};
-    const int points[] = {27, 52, 66};
+    const int points[] = {28, 64, 72};
     for (int k = 0; k < 3; ++k) {
         tx->MaxContSteps = points[k];
         double period = 0;
