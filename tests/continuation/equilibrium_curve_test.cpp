@@ -88,14 +88,6 @@ OpenHandle open(void (*fcn)(double, double*, double*), int order, Parameter*... 
     return tx;
 }
 
-/// Gives the handle a record at the state with the parameters' present values.
-void start_at(Trajex& tx, std::vector<double> y) {
-    tx.txb = TXCreateBif(&tx);
-    std::copy(y.begin(), y.end(), tx.txb->y);
-    for (int q = 0; q < tx.nparam; ++q) tx.txb->c[q] = *tx.c[q];
-    for (int i = 0; i < tx.order; ++i) tx.txb->er[i] = tx.txb->ei[i] = 0;
-}
-
 /// Continues an equilibrium to its first bifurcation.
 void locate_first(Trajex& tx, std::vector<double> y, double& c, double dc) {
     ASSERT_EQ(TXEquiCont(&tx, y.data(), &c, &dc, 1, 0), 1) << TXStrErrorTrajex(&tx);
