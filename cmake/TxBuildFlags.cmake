@@ -13,6 +13,9 @@ if(TX_SANITIZE)
     string(REPLACE ";" "," tx_sanitizers "${TX_SANITIZE}")
     target_compile_options(tx_build_flags INTERFACE
         -O1 -fsanitize=${tx_sanitizers} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    # GCC takes the checks that it puts in for uses of unset values.
+    target_compile_options(tx_build_flags INTERFACE
+        $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
     target_link_options(tx_build_flags INTERFACE -fsanitize=${tx_sanitizers})
 endif()
 

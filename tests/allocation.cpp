@@ -30,11 +30,24 @@ void* operator new(std::size_t size) {
     return memory;
 }
 
+// The default one calls the one above, but a sanitizer's does not.
+void* operator new[](std::size_t size) {
+    return operator new(size);
+}
+
 void operator delete(void* memory) noexcept {
     std::free(memory);
 }
 
 void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+
+void operator delete[](void* memory, std::size_t) noexcept {
     std::free(memory);
 }
 

@@ -85,8 +85,8 @@ class CurveProblem {
 
 /// What a caller asks of a run.
 struct CurveRun {
-    const char* where;  // reporting name
-    double* dc;         // step length; its size on entry is the largest one
+    const char* where = nullptr;  // reporting name
+    double* dc = nullptr;         // step length; its size on entry is the largest one
     Outputs out;
 };
 
