@@ -7,19 +7,18 @@
 #include <cmath>
 #include <cstddef>
 #include <limits>
-#include <numbers>
 #include <string>
 #include <vector>
 
 #include "continuation/recorder.hpp"
 #include "handles.hpp"
+#include "systems.hpp"
 #include "tx.h"
 
 namespace {
 
 using namespace testing_support;
 
-constexpr double pi = std::numbers::pi;
 enum Type { unknown = 0, torus = 1, fold = 3, period_doubling = 4 };
 
 // The systems fail when their calls are used up, in one of two ways.
@@ -84,13 +83,6 @@ void langford(double, double* y, double* f) {
 }
 double torus_curve(double at) {
     return 1.5 * at + d * (1 - at * at / 4);
-}
-
-double first_component(double, double* y) {
-    return y[0];
-}
-double second_component(double, double* y) {
-    return y[1];
 }
 
 OpenHandle open(void (*fcn)(double, double*, double*), int order, double* first, double* second) {
