@@ -21,6 +21,7 @@
 #include "integration/trajectory.hpp"
 #include "orbits/period_map.hpp"
 #include "orbits/section_walk.hpp"
+#include "orbits/shooting.hpp"
 #include "variational/extended.hpp"
 
 namespace trajex {
@@ -175,13 +176,12 @@ bool AutonomousOrbit::complete_first_period() {
 /// One Newton correction of start point and period.
 void AutonomousOrbit::correct() {
     double** const matrix = tx.TX->j;
-    double* const flow_at_end = tx.TX->ivector + n;
+    double* const end_flow = tx.TX->ivector + n;
     copy_block(Phi, n, n, matrix);
     subtract_identity(matrix, n);
-    tx.fcn(t_, y, flow_at_end);
-    for (std::size_t i = 0; i < n; ++i) matrix[i][n] = flow_at_end[i];
+    tx.fcn(t_, y, end_flow);
     tx.fcn(t_start_, start, matrix[n]);
-    matrix[n][n] = 0;
+    border_with_period(matrix, n, n, end_flow);
     gap[n] = 0;
     correct_start(matrix, n + 1);
     T_ += gap[n];
