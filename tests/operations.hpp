@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "handles.hpp"
-#include "systems.hpp"
 #include "tx.h"
 
 namespace testing_support {
@@ -32,19 +31,22 @@ class Bench {
     explicit Bench(Jacobians jacobians)
         : tx(open_recording(flow, 2, 1e-8, 0.05)), Phi{rows_[0], rows_[1]} {
         if (jacobians == Jacobians::analytic) {
-            TXVarOpenTrajex(tx.get(), jacobian, 2, &parameter_jacobian, &brusselator_A,
-                            &brusselator_B);
+            TXVarOpenTrajex(tx.get(), jacobian, 2, &parameter_jacobian, &Bench::A, &Bench::B);
         } else {
-            TXVarOpenTrajex(tx.get(), nullptr, 1e-6, 2, nullptr, 1e-6, &brusselator_A,
-                            &brusselator_B);
+            TXVarOpenTrajex(tx.get(), nullptr, 1e-6, 2, nullptr, 1e-6, &Bench::A, &Bench::B);
         }
         tx->TX->TerminateOnFatalError = 0;
         tx->NewtAbsTol = 1e-7;
         tx->LambdaNewtRelTol = 1e-6;
         tx->LambdaPert = 1e-6;
         TXSetCut(tx.get(), cut, 1e-7);
+        first_row = tx->TX->j[0];
         restart();
     }
+
+    // The parameters belong to the thread, so that two threads do not share them.
+    static inline thread_local double A = 1;
+    static inline thread_local double B = 1.9;
 
     OpenHandle tx;
     double t = 0;
@@ -52,20 +54,27 @@ class Bench {
     double T = 0;   // a period, for orbits
     double dc = 0;  // the step length of a run
     double* Phi[2];
+    double entry_y[2];
+    double entry_B = 0;
+    const double* first_row = nullptr;  // of the work matrix
 
     /// Variables and proposed step sizes as at first. With B = 1.9 the Hopf bifurcation is near.
     void restart() {
-        brusselator_A = 1;
-        brusselator_B = 1.9;
+        A = 1;
         t = 0;
-        y[0] = 1.25;
-        y[1] = 1.5;
         T = 6.5;
         dc = 0.15;
         std::fill_n(rows_[0], 8, 0.0);
         rows_[0][0] = rows_[1][1] = 1;
         tx->h = tx->TX->h = 0.05;
         std::fill_n(tx->cp, 2, '\1');
+        start(1.25, 1.5, 1.9);
+    }
+    /// Another state and parameter, for an operation that needs them.
+    void start(double y0, double y1, double parameter) {
+        y[0] = entry_y[0] = y0;
+        y[1] = entry_y[1] = y1;
+        B = entry_B = parameter;
     }
 
     /// Everything that an operation has an effect on.
@@ -78,8 +87,8 @@ class Bench {
                                 y[1],
                                 T,
                                 dc,
-                                brusselator_A,
-                                brusselator_B};
+                                A,
+                                B};
         all.insert(all.end(), rows_[0], rows_[0] + 8);
         if (const TrajexBif* bif = tx->txb) {
             for (const double* vector : {bif->y, bif->c, bif->er, bif->ei}) {
@@ -92,17 +101,23 @@ class Bench {
     static void count_point(Trajex*, FILE*) { called_back(); }
 
   private:
-    static void flow(double t, double* y, double* f) {
+    static void flow(double, double* y, double* f) {
         called_back();
-        brusselator(t, y, f);
+        const double reaction = y[0] * y[0] * y[1];
+        f[0] = A - (B + 1) * y[0] + reaction;
+        f[1] = B * y[0] - reaction;
     }
-    static void jacobian(double t, double* y, double** J) {
+    static void jacobian(double, double* y, double** J) {
         called_back();
-        brusselator_jacobian(t, y, J);
+        const double xy = 2 * y[0] * y[1];
+        const double xx = y[0] * y[0];
+        J[0][0] = xy - B - 1, J[0][1] = xx;
+        J[1][0] = B - xy, J[1][1] = -xx;
     }
-    static void parameter_jacobian(double t, double* y, double** J) {
+    static void parameter_jacobian(double, double* y, double** J) {
         called_back();
-        brusselator_parameter_jacobian(t, y, J);
+        J[0][0] = 1, J[0][1] = -y[0];
+        J[1][0] = 0, J[1][1] = y[0];
     }
     static double cut(double, double* y) {
         called_back();
@@ -126,14 +141,22 @@ inline int locate_equilibrium(Bench& b) {
     if (b.tx->txb == nullptr) b.tx->txb = TXCreateBif(b.tx.get());
     if (b.tx->txb == nullptr) return 0;
     std::copy_n(b.y, 2, b.tx->txb->y);
-    return TXLocateEquiBif(b.tx.get(), b.tx->txb, &brusselator_B, nullptr);
+    return TXLocateEquiBif(b.tx.get(), b.tx->txb, &Bench::B, nullptr);
 }
 
 inline int continue_equilibrium(Bench& b) {
-    b.y[0] = 1;
-    b.y[1] = 1.9;
-    return TXEquiCont(b.tx.get(), b.y, &brusselator_B, &b.dc, 1, 4, &Bench::count_point,
+    b.start(1, 1.9, 1.9);
+    return TXEquiCont(b.tx.get(), b.y, &Bench::B, &b.dc, 1, 4, &Bench::count_point,
                       static_cast<FILE*>(nullptr));
+}
+
+inline int find_forced_orbit(Bench& b) {
+    return TXNonAutoOrbit(b.tx.get(), b.t, b.y, b.Phi, b.T);
+}
+
+inline int find_orbit(Bench& b) {
+    b.start(1.24, 3.5, 2.5);
+    return TXAutoOrbit(b.tx.get(), b.t, b.y, b.Phi, 1, &b.T);
 }
 
 inline const std::vector<Operation>& operations() {
@@ -149,7 +172,7 @@ inline const std::vector<Operation>& operations() {
          [](Bench& b) { return TXNumParamJac(b.tx.get(), b.t, b.y, b.Phi); }},
         {"NumCutJac", everything,
          [](Bench& b) {
-             return TXNumCutJac(b.tx.get(), b.t, b.y, &brusselator_A, &brusselator_B, b.Phi[0]);
+             return TXNumCutJac(b.tx.get(), b.t, b.y, &Bench::A, &Bench::B, b.Phi[0]);
          }},
         {"VarStep", parameters, [](Bench& b) { return TXVarStep(b.tx.get(), &b.t, b.y, b.Phi); }},
         {"VarIntegrate", parameters,
@@ -157,6 +180,8 @@ inline const std::vector<Operation>& operations() {
         {"VarPoincareStep", parameters,
          [](Bench& b) { return TXVarPoincareStep(b.tx.get(), &b.t, b.y, b.Phi); }},
         {"EquiPoint", everything, [](Bench& b) { return TXEquiPoint(b.tx.get(), b.y); }},
+        {"NonAutoOrbit", parameters, find_forced_orbit},
+        {"AutoOrbit", parameters, find_orbit},
         {"LocateEquiBif", nothing, locate_equilibrium},
         {"EquiCont", nothing, continue_equilibrium},
     };

@@ -52,6 +52,23 @@ struct Oscillator {
     }
 };
 
+/// A rotation whose speed is the squared radius, and, beside it, y' = -2 t y^2: neither linear nor
+/// autonomous, and all in closed form.
+struct TwistAndDecay {
+    static void flow(double t, double* y, double* f) {
+        const double speed = y[0] * y[0] + y[1] * y[1];
+        f[0] = -speed * y[1];
+        f[1] = speed * y[0];
+        f[2] = -2 * t * y[2] * y[2];
+    }
+    static void solution(double t0, const double* start, double t1, double* end) {
+        const double angle = (start[0] * start[0] + start[1] * start[1]) * (t1 - t0);
+        end[0] = std::cos(angle) * start[0] - std::sin(angle) * start[1];
+        end[1] = std::sin(angle) * start[0] + std::cos(angle) * start[1];
+        end[2] = 1 / (1 / start[2] + t1 * t1 - t0 * t0);
+    }
+};
+
 struct Lorenz {
     static inline double sigma = 10;
     static inline double rho = 28;
@@ -143,6 +160,49 @@ struct ForcedOscillator {
     static double squared_gain() { return (stiffness - 1) * (stiffness - 1) + damping * damping; }
 };
 
+/// x' = -y - z, y' = x + a y, z' = b + z (x - c).
+struct Roessler {
+    static inline double a = 0.2;
+    static inline double b = 0.2;
+    static inline double c = 5.7;
+    static void flow(double, double* y, double* f) {
+        f[0] = -y[1] - y[2];
+        f[1] = y[0] + a * y[1];
+        f[2] = b + y[2] * (y[0] - c);
+    }
+};
+
+/// Two forced oscillators. The time of the first is rescaled, so that its period is 2 pi whatever
+/// the frequency of the forcing is.
+struct Duffing {
+    static inline double omega = 0.9;
+    static inline double gamma = 0.2;
+    /// x'' + 0.2 x' + x + x^3 = 0.5 cos omega t.
+    static void resonance(double t, double* y, double* f) {
+        f[0] = y[1] / omega;
+        f[1] = (0.5 * std::cos(t) - 0.2 * y[1] - y[0] - y[0] * y[0] * y[0]) / omega;
+    }
+    /// x'' + 0.3 x' - x + x^3 = gamma cos 1.2 t.
+    static void two_wells(double t, double* y, double* f) {
+        f[0] = y[1];
+        f[1] = gamma * std::cos(1.2 * t) - 0.3 * y[1] + y[0] - y[0] * y[0] * y[0];
+    }
+};
+
+/// A cycle x^2 + y^2 = r^2 and constant z that turns with angular velocity c.
+struct Langford {
+    static inline double lambda = 1.9;
+    static inline double b = 3;
+    static inline double c = 0.25;
+    static inline double d = 0.2;
+    static void flow(double, double* y, double* f) {
+        const double growth = lambda - b + y[2] + d * (1 - y[2] * y[2]);
+        f[0] = growth * y[0] - c * y[1];
+        f[1] = growth * y[1] + c * y[0];
+        f[2] = lambda * y[2] - (y[0] * y[0] + y[1] * y[1] + y[2] * y[2]);
+    }
+};
+
 /// Cut function: the second component.
 inline double second_component(double, double* y) {
     return y[1];
@@ -151,67 +211,6 @@ inline double second_component(double, double* y) {
 /// Cut function: the first component.
 inline double first_component(double, double* y) {
     return y[0];
-}
-
-// ---- Systems whose parameters are variables of the thread, for tests in several threads
-// -----------
-
-/// y'' = -y: circles with the period 2 pi.
-inline void oscillator(double, double* y, double* f) {
-    f[0] = y[1];
-    f[1] = -y[0];
-}
-
-/// A rotation whose speed is the squared radius, and, beside it, y' = -2 t y^2. Not linear, not
-/// autonomous, and all in closed form.
-inline void twist_and_decay(double t, double* y, double* f) {
-    const double speed = y[0] * y[0] + y[1] * y[1];
-    f[0] = -speed * y[1];
-    f[1] = speed * y[0];
-    f[2] = -2 * t * y[2] * y[2];
-}
-
-/// Its state at t1 from `start` at t0.
-inline void twist_and_decay_solution(double t0, const double* start, double t1, double* end) {
-    const double angle = (start[0] * start[0] + start[1] * start[1]) * (t1 - t0);
-    end[0] = std::cos(angle) * start[0] - std::sin(angle) * start[1];
-    end[1] = std::sin(angle) * start[0] + std::cos(angle) * start[1];
-    end[2] = 1 / (1 / start[2] + t1 * t1 - t0 * t0);
-}
-
-/// Lorenz equations, sigma = 10, beta = 8/3. The origin loses its stability at rho = 1, the other
-/// two equilibria, (+-r, +-r, rho - 1) with r^2 = beta (rho - 1), in a Hopf bifurcation.
-inline thread_local double lorenz_rho = 0;
-inline constexpr double lorenz_hopf = 470.0 / 19;
-
-inline void lorenz(double, double* y, double* f) {
-    f[0] = 10 * (y[1] - y[0]);
-    f[1] = lorenz_rho * y[0] - y[1] - y[0] * y[2];
-    f[2] = y[0] * y[1] - 8.0 / 3 * y[2];
-}
-
-/// Brusselator: the equilibrium (A, B/A) has a Hopf bifurcation at B = 1 + A^2, and a periodic
-/// orbit around it beyond.
-inline thread_local double brusselator_A = 1;
-inline thread_local double brusselator_B = 0;
-
-inline void brusselator(double, double* y, double* f) {
-    const double reaction = y[0] * y[0] * y[1];
-    f[0] = brusselator_A - (brusselator_B + 1) * y[0] + reaction;
-    f[1] = brusselator_B * y[0] - reaction;
-}
-
-inline void brusselator_jacobian(double, double* y, double** J) {
-    const double xy = 2 * y[0] * y[1];
-    const double xx = y[0] * y[0];
-    J[0][0] = xy - brusselator_B - 1, J[0][1] = xx;
-    J[1][0] = brusselator_B - xy, J[1][1] = -xx;
-}
-
-/// Derivatives with respect to A and B.
-inline void brusselator_parameter_jacobian(double, double* y, double** J) {
-    J[0][0] = 1, J[0][1] = -y[0];
-    J[1][0] = 0, J[1][1] = y[0];
 }
 
 }  // namespace testing_support

@@ -13,17 +13,18 @@
 #include <array>
 #include <cmath>
 #include <limits>
-#include <numbers>
+
 #include <stdexcept>
 #include <string>
 
 #include "core/errors.hpp"
 #include "handles.hpp"
+#include "systems.hpp"
 #include "tx.h"
 
 namespace orbit_forms {
 
-inline constexpr double pi = std::numbers::pi;
+using testing_support::pi;
 inline constexpr double bifurcation_at = 0.3;
 inline constexpr double first_angle = 0.6;
 

@@ -34,15 +34,19 @@ class Interrupted : public testing::TestWithParam<std::tuple<Jacobians, Operatio
     }
 
     void expect_restored(const Bench& bench) const {
-        EXPECT_EQ(testing_support::brusselator_A, 1);
+        EXPECT_EQ(Bench::A, 1);
         EXPECT_EQ(bench.tx->nparam, 2);
         EXPECT_EQ(bench.tx->TerminateOnFatalError, 0);
+        const Trajex& sub = *bench.tx->TX;
+        for (int i = 0; i < 4; ++i) EXPECT_EQ(sub.j[i + 1] - sub.j[i], 5) << "rows are shifted";
+        EXPECT_EQ(sub.j[0], bench.first_row);
         if (operation_.restores == Restores::nothing) return;
-        EXPECT_EQ(testing_support::brusselator_B, 1.9);
+        EXPECT_EQ(Bench::B, bench.entry_B);
+        EXPECT_EQ(bench.tx->cp[0] + bench.tx->cp[1], 2);
         if (operation_.restores == Restores::parameters) return;
         EXPECT_EQ(bench.t, 0);
-        EXPECT_EQ(bench.y[0], 1.25);
-        EXPECT_EQ(bench.y[1], 1.5);
+        EXPECT_EQ(bench.y[0], bench.entry_y[0]);
+        EXPECT_EQ(bench.y[1], bench.entry_y[1]);
     }
 
     void expect_usable(Bench& bench) const {

@@ -16,12 +16,14 @@ namespace {
 using testing_support::open_recording;
 using testing_support::open_terminating;
 using testing_support::OpenHandle;
+using testing_support::Oscillator;
+using testing_support::TwistAndDecay;
 
 constexpr double start[] = {0.8, 0.6, 1};
 
 /// Largest error of dense output between the `from`th and the `to`th tenth of a step of size h.
 double interpolation_error(double h, int from, int to) {
-    const OpenHandle tx = open_terminating(testing_support::twist_and_decay, 3, 0, h);
+    const OpenHandle tx = open_terminating(TwistAndDecay::flow, 3, 0, h);
     double y[] = {0.8, 0.6, 1};
     double exact[3];
     double t = 1;
@@ -30,7 +32,7 @@ double interpolation_error(double h, int from, int to) {
     for (int tenth = from; tenth <= to; ++tenth) {
         const double at = 1 + h * tenth / 10;
         TXInterpolate(tx.get(), at, y);
-        testing_support::twist_and_decay_solution(1, start, at, exact);
+        TwistAndDecay::solution(1, start, at, exact);
         for (int i = 0; i < 3; ++i) largest = std::max(largest, std::fabs(y[i] - exact[i]));
     }
     return largest;
@@ -52,7 +54,7 @@ TEST(DenseOutput, ExtrapolatesThePolynomial) {
 }
 
 TEST(DenseOutput, MeetsTheEndsAndLeavesTheStepAlone) {
-    const OpenHandle tx = open_terminating(testing_support::twist_and_decay, 3, 1e-6, 0.1);
+    const OpenHandle tx = open_terminating(TwistAndDecay::flow, 3, 1e-6, 0.1);
     double y[] = {0.8, 0.6, 1};
     double t = 0.5;
     ASSERT_EQ(TXStep(tx.get(), &t, y), 1);
@@ -77,7 +79,7 @@ TEST(DenseOutput, MeetsTheEndsAndLeavesTheStepAlone) {
 }
 
 TEST(DenseOutput, IsRefusedWithoutAStep) {
-    const OpenHandle tx = open_recording(testing_support::oscillator, 2);
+    const OpenHandle tx = open_recording(Oscillator::flow, 2);
     double y[] = {7, 8};
     EXPECT_EQ(TXInterpolate(tx.get(), 0, y), 0);
     EXPECT_EQ(tx->ErrorCode, 12);

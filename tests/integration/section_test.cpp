@@ -6,7 +6,6 @@
 
 #include <cmath>
 #include <limits>
-#include <numbers>
 
 #include "handles.hpp"
 #include "systems.hpp"
@@ -14,10 +13,12 @@
 
 namespace {
 
-using std::numbers::pi;
+using testing_support::first_component;
 using testing_support::open_recording;
 using testing_support::open_terminating;
 using testing_support::OpenHandle;
+using testing_support::Oscillator;
+using testing_support::pi;
 
 constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
 
@@ -25,11 +26,7 @@ thread_local int evaluations = 0;
 
 void counted_oscillator(double t, double* y, double* f) {
     ++evaluations;
-    testing_support::oscillator(t, y, f);
-}
-
-double first_component(double, double* y) {
-    return y[0];
+    Oscillator::flow(t, y, f);
 }
 
 double jump(double, double* y) {

@@ -17,6 +17,8 @@ namespace {
 using testing_support::open_recording;
 using testing_support::open_terminating;
 using testing_support::OpenHandle;
+using testing_support::Oscillator;
+using testing_support::TwistAndDecay;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
@@ -27,13 +29,13 @@ struct StepErrors {
     double estimate = 0;
 
     explicit StepErrors(double h) {
-        const OpenHandle tx = open_terminating(testing_support::twist_and_decay, 3, 0, h);
+        const OpenHandle tx = open_terminating(TwistAndDecay::flow, 3, 0, h);
         const double start[] = {0.8, 0.6, 1};
         double y[] = {0.8, 0.6, 1};
         double exact[3];
         double t = 1;
         TXStep(tx.get(), &t, y);
-        testing_support::twist_and_decay_solution(1, start, t, exact);
+        TwistAndDecay::solution(1, start, t, exact);
         for (int i = 0; i < 3; ++i) {
             sixth = std::max(sixth, std::fabs(y[i] - exact[i]));
             estimate = std::max(estimate, tx->abs_err[i]);
@@ -51,7 +53,7 @@ TEST(Step, HasTheLocalErrorsOfItsOrders) {
 }
 
 TEST(Step, DescribesItselfInTheHandle) {
-    const OpenHandle tx = open_terminating(testing_support::oscillator, 2, 1e-6, 0.1);
+    const OpenHandle tx = open_terminating(Oscillator::flow, 2, 1e-6, 0.1);
     double y[] = {1, 2};
     double t = 0.5;
     ASSERT_EQ(TXStep(tx.get(), &t, y), 1);
@@ -71,7 +73,7 @@ void constant_speed(double, double*, double* f) {
 }
 
 TEST(Step, FollowsTheLawOfTheStepSize) {
-    const OpenHandle tx = open_terminating(testing_support::oscillator, 2, 1e-7, 0.1);
+    const OpenHandle tx = open_terminating(Oscillator::flow, 2, 1e-7, 0.1);
     ASSERT_EQ(TXSetAbsTol(tx.get(), 1e-9), 1);
     double y[] = {1, 2};
     double t = 0;
@@ -106,7 +108,7 @@ TEST(Step, FollowsTheLawOfTheStepSize) {
 }
 
 TEST(Step, IsFixedWithoutTolerances) {
-    const OpenHandle tx = open_terminating(testing_support::oscillator, 2, 0, 0.5);
+    const OpenHandle tx = open_terminating(Oscillator::flow, 2, 0, 0.5);
     double y[] = {1, 0};
     double t = 0;
     for (int step = 1; step <= 20; ++step) {
@@ -130,7 +132,7 @@ void watching_oscillator(double t, double* y, double* f) {
     ++watched.evaluations;
     watched.changes += *watched.t != 1 || watched.y[0] != 1 || watched.y[1] != 0 ||
                        watched.tx->tlast != 1 || watched.tx->ylast[0] != 1;
-    testing_support::oscillator(t, y, f);
+    Oscillator::flow(t, y, f);
 }
 
 TEST(Step, RejectedAttemptsLeaveTheCallerAlone) {

@@ -17,6 +17,8 @@ namespace {
 using testing_support::open_recording;
 using testing_support::open_terminating;
 using testing_support::OpenHandle;
+using testing_support::Oscillator;
+using testing_support::TwistAndDecay;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
@@ -25,7 +27,7 @@ thread_local int evaluations = 0;
 
 void counted_oscillator(double t, double* y, double* f) {
     ++evaluations;
-    testing_support::oscillator(t, y, f);
+    Oscillator::flow(t, y, f);
 }
 
 /// A driven ring of n units: every component feels its neighbour and the time.
@@ -101,14 +103,14 @@ TEST_P(Textbook, TrajectoriesAreTheSameToTheLastBit) {
 
 TEST(Integrate, MeetsTheToleranceOverManySteps) {
     for (const double tolerance : {1e-6, 1e-10}) {
-        const OpenHandle tx = open_recording(testing_support::twist_and_decay, 3, tolerance);
+        const OpenHandle tx = open_recording(TwistAndDecay::flow, 3, tolerance);
         const double start[] = {1, 0.5, 2};
         double y[] = {1, 0.5, 2};
         double exact[3];
         double t = 0.25;
         ASSERT_EQ(TXSetAbsTol(tx.get(), tolerance), 1);
         ASSERT_EQ(TXIntegrate(tx.get(), &t, 5, y), 1);
-        testing_support::twist_and_decay_solution(0.25, start, 5, exact);
+        TwistAndDecay::solution(0.25, start, 5, exact);
         for (int i = 0; i < 3; ++i) EXPECT_NEAR(y[i], exact[i], 100 * tolerance);
     }
 }
@@ -149,7 +151,7 @@ TEST(Integrate, RefusesTimesThatAreNotAhead) {
 // The last step ends beyond the end time, and the handle describes it; the next integration starts
 // from the end time all the same.
 TEST(Integrate, OvershootsAndInterpolates) {
-    const OpenHandle tx = open_terminating(testing_support::oscillator, 2, 1e-9, 0.3);
+    const OpenHandle tx = open_terminating(Oscillator::flow, 2, 1e-9, 0.3);
     double y[] = {1, 0};
     double t = 0;
     ASSERT_EQ(TXIntegrate(tx.get(), &t, 1, y), 1);

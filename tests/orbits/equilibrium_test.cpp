@@ -4,12 +4,14 @@
 #include <cmath>
 #include <limits>
 
+#include "core/guards.hpp"
 #include "handles.hpp"
 #include "systems.hpp"
 #include "tx.h"
 
 namespace {
 
+using testing_support::Lorenz;
 using testing_support::open_recording;
 using testing_support::OpenHandle;
 
@@ -44,8 +46,8 @@ TEST(EquiPoint, TakesOneCorrectionWhereTheSystemIsLinear) {
 }
 
 TEST(EquiPoint, FindsTheEquilibriumOfLorenz) {
-    testing_support::lorenz_rho = 10;
-    const OpenHandle tx = open_recording(testing_support::lorenz, 3, 1e-12);
+    const trajex::Temporarily rho(Lorenz::rho, 10.0);
+    const OpenHandle tx = open_recording(Lorenz::flow, 3, 1e-12);
     ASSERT_EQ(TXVarOpenTrajex(tx.get(), nullptr, 1e-7, 0), 1);
     tx->NewtAbsTol = 1e-12;
     double y[] = {4, 6, 8};

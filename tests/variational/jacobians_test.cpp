@@ -1,100 +1,97 @@
-// Numerical Jacobians.
-#include "variational/jacobians.hpp"
-
+// Numerical Jacobians against analytic ones.
 #include <gtest/gtest.h>
 
+#include <cstddef>
+
+#include "core/guards.hpp"
 #include "handles.hpp"
+#include "matrices.hpp"
 #include "systems.hpp"
 #include "tx.h"
 
 namespace {
 
-using testing_support::brusselator_A;
-using testing_support::brusselator_B;
-using testing_support::open_recording;
-using testing_support::OpenHandle;
+using namespace testing_support;
+using trajex::Temporarily;
 
-thread_local int evaluations = 0;
-
-void counted_brusselator(double t, double* y, double* f) {
-    ++evaluations;
-    testing_support::brusselator(t, y, f);
-}
-
-double moving_cut(double, double* y) {
-    return y[0] - 2 * brusselator_B + 0.5 * brusselator_A;
-}
-
-class NumericalJacobians : public testing::Test {
-  protected:
-    // Values at which x + h - h is not x: nothing but a saved value restores them exactly.
-    NumericalJacobians() {
-        brusselator_A = 1.1;
-        brusselator_B = 1e-9;
-        TXVarOpenTrajex(tx_.get(), nullptr, 1e-7, 2, nullptr, 1e-6, &brusselator_A, &brusselator_B);
+// A forward difference of f errs by eps f'' / 2.
+TEST(NumericalJacobian, ErrsByThePerturbation) {
+    for (const double eps : {1e-3, 1e-5}) {
+        const OpenHandle tx =
+            open_variational(VanDerPol::flow, 2, nullptr, nullptr, 1e-6, &VanDerPol::mu);
+        tx->JacPert = tx->ParamJacPert = eps;
+        double y[2] = {0.7, -1.3};
+        Matrix J(2, 2), exact(2, 2), P(2, 1), exact_P(2, 1);
+        ASSERT_EQ(TXNumJac(tx.get(), 0, y, J), 1);
+        ASSERT_EQ(TXNumParamJac(tx.get(), 0, y, P), 1);
+        VanDerPol::jacobian(0, y, exact);
+        VanDerPol::parameter_jacobian(0, y, exact_P);
+        const double rounding = 1e-15 / eps;
+        const double second_derivative = -2 * VanDerPol::mu * y[1];
+        EXPECT_NEAR(J[1][0] - exact[1][0], eps * second_derivative / 2, rounding);
+        EXPECT_NEAR(J[0][0], exact[0][0], rounding);
+        EXPECT_NEAR(J[0][1], exact[0][1], rounding);
+        EXPECT_NEAR(J[1][1], exact[1][1], rounding);
+        EXPECT_NEAR(P[0][0], exact_P[0][0], rounding);
+        EXPECT_NEAR(P[1][0], exact_P[1][0], rounding);  // linear in mu
     }
-    void expect_untouched() const {
-        EXPECT_EQ(y_[0], 1.0 / 3);
-        EXPECT_EQ(y_[1], 1e-10);
-        EXPECT_EQ(brusselator_A, 1.1);
-        EXPECT_EQ(brusselator_B, 1e-9);
-    }
-
-    const OpenHandle tx_ = open_recording(counted_brusselator, 2);
-    double y_[2] = {1.0 / 3, 1e-10};
-    double rows_[2][2] = {{9, 9}, {9, 9}};
-    double* J_[2] = {rows_[0], rows_[1]};
-    double exact_rows_[2][2] = {};
-    double* exact_[2] = {exact_rows_[0], exact_rows_[1]};
-
-    void expect_exact(double tolerance) const {
-        for (int i = 0; i < 2; ++i) {
-            for (int k = 0; k < 2; ++k) EXPECT_NEAR(J_[i][k], exact_[i][k], tolerance);
-        }
-    }
-};
-
-TEST_F(NumericalJacobians, OfTheState) {
-    testing_support::brusselator_jacobian(0, y_, exact_);
-    evaluations = 0;
-    EXPECT_EQ(TXNumJac(tx_.get(), 0, y_, J_), 1);
-    EXPECT_EQ(evaluations, 3);
-    expect_exact(1e-6);
-    expect_untouched();
 }
 
-TEST_F(NumericalJacobians, OfTheParametersWhetherActiveOrNot) {
-    testing_support::brusselator_parameter_jacobian(0, y_, exact_);
-    evaluations = 0;
-    EXPECT_EQ(TXNumParamJac(tx_.get(), 0, y_, J_), 1);
-    EXPECT_EQ(evaluations, 3);
-    expect_exact(1e-8);
-    expect_untouched();
-
-    tx_->nparam = 0;
-    rows_[0][0] = 9;
-    EXPECT_EQ(TXNumParamJac(tx_.get(), 0, y_, J_), 1);
-    EXPECT_EQ(evaluations, 4);
-    EXPECT_EQ(rows_[0][0], 9);
-    tx_->nparam = 2;
+double level = 0.25;
+double first_component_at_level(double, double* y) {
+    return y[0] - level;
 }
 
-TEST_F(NumericalJacobians, OfTheSection) {
-    TXSetCut(tx_.get(), moving_cut, 1e-8);
+TEST(NumericalJacobian, OfTheCutFunction) {
+    const OpenHandle tx =
+        open_variational(VanDerPol::flow, 2, nullptr, nullptr, 1e-6, &level, &VanDerPol::mu);
+    TXSetCut(tx.get(), first_component_at_level, 1e-8);
+    double y[2] = {0.7, -1.3};
     double gradient[4];
-    EXPECT_EQ(TXNumCutJac(tx_.get(), 0, y_, &brusselator_B, &brusselator_A, gradient), 1);
-    const double exact[] = {1, 0, -2, 0.5};
-    for (int i = 0; i < 4; ++i) EXPECT_NEAR(gradient[i], exact[i], 1e-8);
-    expect_untouched();
+    ASSERT_EQ(TXNumCutJac(tx.get(), 0, y, &level, &VanDerPol::mu, gradient), 1);
+    const double exact[4] = {1, 0, -1, 0};
+    for (std::size_t i = 0; i < 4; ++i) EXPECT_NEAR(gradient[i], exact[i], 1e-9);
+}
 
-    // Without a cut function, the hyperplane: its gradient is its normal.
-    TXSetCut(tx_.get(), nullptr, 1e-8);
-    ASSERT_EQ(TXSetAutoCut(tx_.get(), 0, y_), 1);
-    EXPECT_EQ(TXNumCutJac(tx_.get(), 0, y_, &brusselator_B, &brusselator_A, gradient), 1);
-    EXPECT_NEAR(gradient[0], tx_->ivector[0], 1e-8);
-    EXPECT_NEAR(gradient[1], tx_->ivector[1], 1e-8);
-    EXPECT_EQ(gradient[2], 0);
-    EXPECT_EQ(gradient[3], 0);
+// On the hyperplane the gradient is the normal; the parameters play no part.
+TEST(NumericalJacobian, OfTheHyperplane) {
+    const OpenHandle tx =
+        open_variational(VanDerPol::flow, 2, nullptr, nullptr, 1e-6, &VanDerPol::mu);
+    double y[2] = {0.7, -1.3};
+    double gradient[4];
+    ASSERT_EQ(TXSetAutoCut(tx.get(), 0, y), 1);
+    ASSERT_EQ(TXNumCutJac(tx.get(), 0, y, &level, &VanDerPol::mu, gradient), 1);
+    const double exact[4] = {tx->ivector[0], tx->ivector[1], 0, 0};
+    for (std::size_t i = 0; i < 4; ++i) EXPECT_NEAR(gradient[i], exact[i], 1e-9);
+}
+
+int evaluations = 0;
+void counted_flow(double t, double* y, double* f) {
+    ++evaluations;
+    VanDerPol::flow(t, y, f);
+}
+
+// At values where x + h - h is not x: only a saved value comes back exactly.
+TEST(NumericalJacobian, RestoresEveryBitAndEvaluatesOnce) {
+    double other = 1e-9;
+    const Temporarily stiff(VanDerPol::mu, 1.1);
+    const OpenHandle tx =
+        open_variational(counted_flow, 2, nullptr, nullptr, 1e-6, &VanDerPol::mu, &other);
+    double y[2] = {1.0 / 3, 1e-10};
+    double gradient[4];
+    Matrix J(2, 2), P(2, 2, 9);
+    TXSetCut(tx.get(), first_component_at_level, 1e-8);
+    evaluations = 0;
+    ASSERT_EQ(TXNumJac(tx.get(), 0, y, J), 1);
+    EXPECT_EQ(evaluations, 3);
+    ASSERT_EQ(TXNumParamJac(tx.get(), 0, y, P), 1);
+    EXPECT_EQ(evaluations, 6);
+    EXPECT_EQ(P[1][1], 0);
+    ASSERT_EQ(TXNumCutJac(tx.get(), 0, y, &other, &VanDerPol::mu, gradient), 1);
+    EXPECT_EQ(y[0], 1.0 / 3);
+    EXPECT_EQ(y[1], 1e-10);
+    EXPECT_EQ(VanDerPol::mu, 1.1);
+    EXPECT_EQ(other, 1e-9);
 }
 
 }  // namespace

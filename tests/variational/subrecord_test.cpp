@@ -17,7 +17,8 @@ using testing_support::FailingAllocation;
 using testing_support::open_recording;
 using testing_support::open_terminating;
 using testing_support::OpenHandle;
-using testing_support::oscillator;
+
+constexpr auto oscillator = testing_support::Oscillator::flow;
 
 constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
 constexpr jac_t numerical = nullptr;
