@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -208,7 +207,7 @@ TEST(OrbitBifurcations, ForcedNormalForms) {
         const Temporarily restored(orbit_forms::c, bifurcation_at - 0.12);
         BranchRun run(test.flow, 2, orbit_forms::c);
         Vector y = orbit_at(orbit_forms::c, {0, 0});
-        ASSERT_EQ(run.follow_forced(y.data(), 2 * pi, 0.05), 1);
+        ASSERT_EQ(run.follow_forced(y.component, 2 * pi, 0.05), 1);
         ASSERT_EQ(run.found.size(), 1u);
         EXPECT_EQ(run.found[0].title, test.title);
         EXPECT_NEAR(run.found[0].c, bifurcation_at, test.accuracy);
