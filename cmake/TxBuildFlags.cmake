@@ -23,8 +23,9 @@ endif()
 
 # What the library needs on top. No contraction to fused multiply-add: a result must not depend on
 # the machine it was computed on. Nobody looks at floating-point exceptions or at errno of the square
-# root, so that loops may be vectorised as if there were none; no value changes. No semantic interposition: calls among our own functions stay
-# inside, and may be inlined, although the public ones are visible.
+# root, so that loops may be vectorised as if there were none; no value changes. No semantic
+# interposition: calls among our own functions stay inside, and may be inlined, although the public
+# ones are visible.
 add_library(tx_library_flags INTERFACE)
 target_link_libraries(tx_library_flags INTERFACE tx_build_flags)
 target_compile_options(tx_library_flags INTERFACE
