@@ -21,7 +21,7 @@ do for [format in "svg png"] {
         e = 1.0 / part
         set xrange [-0.52:0.72]
         set yrange [-0.56:0.56]
-        plot directory . "/section_" . part . ".dat" using 1:2:3 with points pt 7 ps 0.15 lc palette, \
+        plot directory . "/section_" . part . ".dat" using 1:2:3 with points pt 7 ps 0.2 lc palette, \
              half(x, e) with lines lc rgb "#888888", -half(x, e) with lines lc rgb "#888888"
     }
     unset multiplot

@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr int crossings = 500;
+constexpr int crossings = 300;
 
 // The state is x, y, px, py.
 void henon_heiles(double /*t*/, double* s, double* f) {
@@ -76,7 +76,7 @@ bool draw_section(Trajex* tx, int part, const std::string& directory) {
 
 int main(int argc, char** argv) {
     const std::string directory = argc > 1 ? argv[1] : ".";
-    // The method does not conserve the energy by itself. At these tolerances an orbit of 500 turns
+    // The method does not conserve the energy by itself. At these tolerances an orbit of 300 turns
     // keeps it to far less than the width of a dot.
     Trajex* tx = TXOpenTrajex(henon_heiles, 4, 1e-11, 0.01);
     TXSetAbsTol(tx, 1e-12);
