@@ -105,7 +105,7 @@ int main(int argc, char** argv) {
     tx->NewtAbsTol = 1e-7;
     tx->LambdaNewtRelTol = 1e-7;
     tx->LambdaPert = 1e-6;
-    tx->MaxContSteps = 220;
+    tx->MaxContSteps = 170;
 
     double t = 0;
     double y[] = {0, 0};

@@ -10,7 +10,6 @@
 // a cycle of radius 1 and angular velocity 1 + c.
 #pragma once
 
-#include <array>
 #include <cmath>
 #include <limits>
 
@@ -35,7 +34,10 @@ enum class Fault { none, exception, not_a_number };
 inline Fault fault = Fault::none;
 inline long calls_before_fault = 0;
 
-using Vector = std::array<double, 2>;
+struct Vector {
+    double component[2];
+    double operator[](int i) const { return component[i]; }
+};
 
 struct Pitchfork {
     static constexpr int half_turns = 2;
