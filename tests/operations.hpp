@@ -29,7 +29,7 @@ enum class Jacobians { analytic, numerical };
 class Bench {
   public:
     explicit Bench(Jacobians jacobians)
-        : tx(open_recording(flow, 2, 1e-8, 0.05)), Phi{rows_[0], rows_[1]} {
+        : tx(open_recording(flow, 2, 1e-8, 0.05)), Phi{elements_, elements_ + 4} {
         if (jacobians == Jacobians::analytic) {
             TXVarOpenTrajex(tx.get(), jacobian, 2, &parameter_jacobian, &Bench::A, &Bench::B);
         } else {
@@ -64,8 +64,8 @@ class Bench {
         t = 0;
         T = 6.5;
         dc = 0.15;
-        std::fill_n(rows_[0], 8, 0.0);
-        rows_[0][0] = rows_[1][1] = 1;
+        std::fill_n(elements_, 8, 0.0);
+        Phi[0][0] = Phi[1][1] = 1;
         tx->h = tx->TX->h = 0.05;
         std::fill_n(tx->cp, 2, '\1');
         start(1.25, 1.5, 1.9);
@@ -89,7 +89,7 @@ class Bench {
                                 dc,
                                 A,
                                 B};
-        all.insert(all.end(), rows_[0], rows_[0] + 8);
+        all.insert(all.end(), elements_, elements_ + 8);
         if (const TrajexBif* bif = tx->txb) {
             for (const double* vector : {bif->y, bif->c, bif->er, bif->ei}) {
                 all.insert(all.end(), vector, vector + 2);
@@ -124,7 +124,7 @@ class Bench {
         return y[0] - 1.24;
     }
 
-    double rows_[2][4];
+    double elements_[8];
 };
 
 /// What a failed operation has put back when it ends. Parameters that it was not asked to move keep
@@ -159,6 +159,21 @@ inline int find_orbit(Bench& b) {
     return TXAutoOrbit(b.tx.get(), b.t, b.y, b.Phi, 1, &b.T);
 }
 
+/// The equilibrium as an orbit of a period that is not its own, through the bifurcation at B = 2.
+inline int continue_forced_orbit(Bench& b) {
+    b.start(1, 1.9, 1.9);
+    b.tx->CheckBifs = 0;
+    return TXNonAutoCont(b.tx.get(), b.t, b.y, b.T, &Bench::B, &b.dc, 1, 4, &Bench::count_point,
+                         static_cast<FILE*>(nullptr));
+}
+
+inline int continue_orbit(Bench& b) {
+    b.start(1.24, 3.5, 2.5);
+    b.tx->MaxContSteps = 3;
+    return TXAutoCont(b.tx.get(), b.t, b.y, 1, &b.T, &Bench::B, &b.dc, 0, 4, &Bench::count_point,
+                      static_cast<FILE*>(nullptr));
+}
+
 inline const std::vector<Operation>& operations() {
     using enum Restores;
     static const std::vector<Operation> all = {
@@ -184,6 +199,8 @@ inline const std::vector<Operation>& operations() {
         {"AutoOrbit", parameters, find_orbit},
         {"LocateEquiBif", nothing, locate_equilibrium},
         {"EquiCont", nothing, continue_equilibrium},
+        {"NonAutoCont", nothing, continue_forced_orbit},
+        {"AutoCont", nothing, continue_orbit},
     };
     return all;
 }
