@@ -24,13 +24,13 @@ bool refuse() {
 
 }  // namespace
 
+// Both forms of each: under a sanitizer the array form is not made of the other one.
 void* operator new(std::size_t size) {
     void* memory = refuse() ? nullptr : std::malloc(size != 0 ? size : 1);
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
 
-// The default one calls the one above, but a sanitizer's does not.
 void* operator new[](std::size_t size) {
     return operator new(size);
 }

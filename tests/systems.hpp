@@ -160,6 +160,49 @@ struct ForcedOscillator {
     static double squared_gain() { return (stiffness - 1) * (stiffness - 1) + damping * damping; }
 };
 
+/// x' = -y - z, y' = x + a y, z' = b + z (x - c).
+struct Roessler {
+    static inline double a = 0.2;
+    static inline double b = 0.2;
+    static inline double c = 5.7;
+    static void flow(double, double* y, double* f) {
+        f[0] = -y[1] - y[2];
+        f[1] = y[0] + a * y[1];
+        f[2] = b + y[2] * (y[0] - c);
+    }
+};
+
+/// Two forced oscillators. The time of the first is rescaled, so that its period is 2 pi whatever
+/// the frequency of the forcing is.
+struct Duffing {
+    static inline double omega = 0.9;
+    static inline double gamma = 0.2;
+    /// x'' + 0.2 x' + x + x^3 = 0.5 cos omega t.
+    static void resonance(double t, double* y, double* f) {
+        f[0] = y[1] / omega;
+        f[1] = (0.5 * std::cos(t) - 0.2 * y[1] - y[0] - y[0] * y[0] * y[0]) / omega;
+    }
+    /// x'' + 0.3 x' - x + x^3 = gamma cos 1.2 t.
+    static void two_wells(double t, double* y, double* f) {
+        f[0] = y[1];
+        f[1] = gamma * std::cos(1.2 * t) - 0.3 * y[1] + y[0] - y[0] * y[0] * y[0];
+    }
+};
+
+/// A cycle x^2 + y^2 = r^2 and constant z that turns with angular velocity c.
+struct Langford {
+    static inline double lambda = 1.9;
+    static inline double b = 3;
+    static inline double c = 0.25;
+    static inline double d = 0.2;
+    static void flow(double, double* y, double* f) {
+        const double growth = lambda - b + y[2] + d * (1 - y[2] * y[2]);
+        f[0] = growth * y[0] - c * y[1];
+        f[1] = growth * y[1] + c * y[0];
+        f[2] = lambda * y[2] - (y[0] * y[0] + y[1] * y[1] + y[2] * y[2]);
+    }
+};
+
 /// Cut function: the second component.
 inline double second_component(double, double* y) {
     return y[1];

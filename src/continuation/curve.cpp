@@ -133,7 +133,9 @@ void Curve::start() {
     const Temporarily recording(tx_.TerminateOnFatalError, 0);
     problem_.starting_rows();
     const std::size_t order = problem_.direction_system(v_);
-    TXLinZero(&tx_, static_cast<int>(order), problem_.record().Phi, v_, solver_);
+    if (TXLinZero(&tx_, static_cast<int>(order), problem_.record().Phi, v_, solver_) != 1) {
+        std::fill_n(v_, size_, NAN);
+    }
     for (std::size_t j = order; j < size_; ++j) v_[j] = 1;
     length_ = length_of(v_, size_);
     if (step_.value() < 0) {
@@ -259,10 +261,10 @@ void Curve::turn() {
 
 bool CurveProblem::activate() {
     TrajexBif& bif = record();
-    if (!activate_parameters(tx, c1_, c2_, &bif.cindi[1], &bif.cindi[2])) return false;
+    if (!activate_parameters(tx, c1, c2, &bif.cindi[1], &bif.cindi[2])) return false;
     for (std::size_t i = 0; i < n; ++i) unknowns_[i] = &bif.y[i];
-    unknowns_[first_column()] = c1_;
-    unknowns_[second_column()] = c2_;
+    unknowns_[first_column()] = c1;
+    unknowns_[second_column()] = c2;
     for (std::size_t j = n + 2; j < size; ++j) unknowns_[j] = &bif.T;
     return true;
 }

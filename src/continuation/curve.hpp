@@ -24,6 +24,8 @@ class CurveProblem {
     Trajex& tx;
     const std::size_t n;
     const std::size_t size;  // number of unknowns
+    double* const c1;
+    double* const c2;
 
     TrajexBif& record() const { return *tx.txb; }
     double* const* unknowns() const { return unknowns_; }
@@ -59,7 +61,7 @@ class CurveProblem {
 
   protected:
     CurveProblem(Trajex& handle, double* first, double* second, std::size_t unknowns)
-        : tx(handle), n(order_of(handle)), size(unknowns), c1_(first), c2_(second) {}
+        : tx(handle), n(order_of(handle)), size(unknowns), c1(first), c2(second) {}
 
     /// Calls visit(column) with each of the unknowns in turn raised by LambdaPert: the state, then
     /// the parameters as the caller named them, then the period.
@@ -79,9 +81,6 @@ class CurveProblem {
 
   private:
     bool first_leads() const { return record().cindi[1] < record().cindi[2]; }
-
-    double* c1_;
-    double* c2_;
 };
 
 /// What a caller asks of a run.

@@ -10,20 +10,20 @@
 // a cycle of radius 1 and angular velocity 1 + c.
 #pragma once
 
-#include <array>
 #include <cmath>
 #include <limits>
-#include <numbers>
+
 #include <stdexcept>
 #include <string>
 
 #include "core/errors.hpp"
 #include "handles.hpp"
+#include "systems.hpp"
 #include "tx.h"
 
 namespace orbit_forms {
 
-inline constexpr double pi = std::numbers::pi;
+using testing_support::pi;
 inline constexpr double bifurcation_at = 0.3;
 inline constexpr double first_angle = 0.6;
 
@@ -34,7 +34,10 @@ enum class Fault { none, exception, not_a_number };
 inline Fault fault = Fault::none;
 inline long calls_before_fault = 0;
 
-using Vector = std::array<double, 2>;
+struct Vector {
+    double component[2];
+    double operator[](int i) const { return component[i]; }
+};
 
 struct Pitchfork {
     static constexpr int half_turns = 2;

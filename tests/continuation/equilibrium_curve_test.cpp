@@ -8,8 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "allocation.hpp"
 #include "continuation/recorder.hpp"
+#include "core/guards.hpp"
 #include "handles.hpp"
+#include "systems.hpp"
 #include "tx.h"
 
 namespace {
@@ -49,21 +52,6 @@ void ending(double, double* y, double* f) {
     f[0] = c1 + std::sqrt(1 - c2) + y[0] * y[0];
 }
 
-double A = 1;
-double B = 1.2;
-void brusselator(double, double* y, double* f) {
-    const double reaction = y[0] * y[0] * y[1];
-    f[0] = A - (B + 1) * y[0] + reaction;
-    f[1] = B * y[0] - reaction;
-}
-
-double sigma, rho, beta;
-void lorenz(double, double* y, double* f) {
-    f[0] = sigma * (y[1] - y[0]);
-    f[1] = rho * y[0] - y[1] - y[0] * y[2];
-    f[2] = y[0] * y[1] - beta * y[2];
-}
-
 /// x' = y, y' = c1 + c2 y + x^2 + x y: Hopf curve c1 = -c2^2 up to c2 = 0 on its stable side, where
 /// the linearisation has a double zero and the bordered system is singular.
 void bogdanov_takens(double, double* y, double* f) {
@@ -86,14 +74,6 @@ OpenHandle open(void (*fcn)(double, double*, double*), int order, Parameter*... 
                     parameters...);
     set_tolerances(*tx);
     return tx;
-}
-
-/// Gives the handle a record at the state with the parameters' present values.
-void start_at(Trajex& tx, std::vector<double> y) {
-    tx.txb = TXCreateBif(&tx);
-    std::copy(y.begin(), y.end(), tx.txb->y);
-    for (int q = 0; q < tx.nparam; ++q) tx.txb->c[q] = *tx.c[q];
-    for (int i = 0; i < tx.order; ++i) tx.txb->er[i] = tx.txb->ei[i] = 0;
 }
 
 /// Continues an equilibrium to its first bifurcation.
@@ -134,9 +114,11 @@ TEST(EquilibriumCurve, PassesThroughACusp) {
 }
 
 TEST(EquilibriumCurve, FollowsTheHopfCurveOfTheBrusselator) {
-    A = 1;
-    B = 1.2;
-    const OpenHandle tx = open(brusselator, 2, &A, &B);
+    double& A = Brusselator::A;
+    double& B = Brusselator::B;
+    const trajex::Temporarily start_A(A, 1.0);
+    const trajex::Temporarily start_B(B, 1.2);
+    const OpenHandle tx = open(Brusselator::flow, 2, &A, &B);
     locate_first(*tx, {1, 1.2}, B, 0.1);
     tx->MaxContSteps = 20;
     for (const double dc : {-0.2, 0.3}) {
@@ -148,10 +130,13 @@ TEST(EquilibriumCurve, FollowsTheHopfCurveOfTheBrusselator) {
 }
 
 TEST(EquilibriumCurve, FollowsTheHopfCurveOfTheLorenzEquations) {
-    sigma = 10;
-    rho = 20;
-    beta = 8.0 / 3;
-    const OpenHandle tx = open(lorenz, 3, &sigma, &rho, &beta);
+    double& sigma = Lorenz::sigma;
+    double& rho = Lorenz::rho;
+    double& beta = Lorenz::beta;
+    const trajex::Temporarily start_sigma(sigma, 10.0);
+    const trajex::Temporarily start_rho(rho, 20.0);
+    const trajex::Temporarily start_beta(beta, 8.0 / 3);
+    const OpenHandle tx = open(Lorenz::flow, 3, &sigma, &rho, &beta);
     const double x = std::sqrt(beta * (rho - 1));
     locate_first(*tx, {x, x, rho - 1}, rho, 1);
     EXPECT_NEAR(rho, 470.0 / 19, 1e-5);
@@ -261,6 +246,25 @@ TEST(EquilibriumCurve, RefusesWhatItCannotStartFrom) {
     EXPECT_EQ(code(&c1, &c2), 26);
     EXPECT_EQ(c1, 0);
     EXPECT_EQ(c2, 0);
+}
+
+TEST(EquilibriumCurve, WithoutMemoryIsRefused) {
+    int refused = 0;
+    for (bool enough = false; !enough;) {
+        c1 = c2 = 0;
+        const OpenHandle tx = open(parabola, 1, &c1, &c2);
+        start_at(*tx, {0});
+        tx->MaxContSteps = 1;
+        double dc = 0.1;
+        const FailingAllocation failing(refused + 1);
+        const int result = TXEqui2DCont(tx.get(), &c1, &c2, &dc, 0);
+        enough = !failing.failed();
+        EXPECT_EQ(result, enough);
+        EXPECT_EQ(tx->ErrorCode, enough ? 0 : 3);
+        EXPECT_EQ(c2 != 0, enough);
+        refused += !enough;
+    }
+    EXPECT_GT(refused, 0);
 }
 
 /// The run goes on to the end of what can be followed and stops at its last point.

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -77,6 +79,15 @@ inline std::vector<double> reported_step_sizes(const std::string& text) {
         sizes.push_back(std::strtod(text.c_str() + at, nullptr));
     }
     return sizes;
+}
+
+/// Gives the handle a record at the state with the parameters' present values.
+inline void start_at(Trajex& tx, const std::vector<double>& y, double T = 0) {
+    tx.txb = TXCreateBif(&tx);
+    tx.txb->T = T;
+    std::copy(y.begin(), y.end(), tx.txb->y);
+    for (int q = 0; q < tx.nparam; ++q) tx.txb->c[q] = *tx.c[q];
+    for (int i = 0; i < tx.order; ++i) tx.txb->er[i] = tx.txb->ei[i] = 0;
 }
 
 /// The application's parameters are those of the record, which holds this point.

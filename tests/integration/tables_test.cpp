@@ -201,6 +201,18 @@ TEST_F(Tables, CompleteAStepOnceForAllItsSamples) {
     }
 }
 
+TEST_F(Tables, AreCompleteWhateverTheRounding) {
+    const OpenHandle tx = open_recording(straight, 2);
+    for (long n = 1; n <= 100; ++n) {
+        samples().clear();
+        double t = 1.0 / 3;
+        double y[] = {1, 3};
+        EXPECT_EQ(TXftableg(tx.get(), &t, 1.1, n, y, take), 1);
+        EXPECT_EQ(samples().size(), static_cast<std::size_t>(n) + 1);
+        EXPECT_NEAR(t, 1.1, 1e-13);
+    }
+}
+
 TEST_F(Tables, HaveTheFirstRowOnlyWhereNoIntervalAdvances) {
     struct {
         double t, t1;
