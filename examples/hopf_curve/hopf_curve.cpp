@@ -1,5 +1,5 @@
-// The program of docs/guide.md: an equilibrium of the Brusselator, its Hopf bifurcation in B, and the
-// curve of Hopf bifurcations in the plane of A and B, which is B = 1 + A^2.
+// The program of docs/guide.md: an equilibrium of the Brusselator, its Hopf bifurcation in B, and
+// the curve of Hopf bifurcations in the plane of A and B, which is B = 1 + A^2.
 //
 //   hopf_curve [directory]
 //

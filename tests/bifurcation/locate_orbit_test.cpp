@@ -167,6 +167,17 @@ TEST(LocateOrbitBifurcation, GivesUpQuietly) {
         }
     }
     {
+        SCOPED_TRACE("a record made for fewer parameters");
+        Study study(forced<PeriodDoubling>, 2);
+        study.start(bifurcation_at, {0, 0}, full_turn);
+        double second = 0;
+        TXVarOpenTrajex(study.tx(), nullptr, 1e-6, 2, nullptr, 1e-6, &c, &second);
+        EXPECT_EQ(study.locate(0), 0);
+        EXPECT_EQ(TXErrorTrajex(study.tx()), 28);
+        EXPECT_EQ(study.check(0.1, 0), 0);
+        EXPECT_EQ(TXErrorTrajex(study.tx()), 28);
+    }
+    {
         SCOPED_TRACE("not a parameter of the handle");
         Study study(forced<PeriodDoubling>, 2);
         double stranger = 0;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -260,6 +261,37 @@ TEST(OrbitBifurcations, ChecksAndLimitsAreTheCallers) {
         EXPECT_EQ(run.tx()->nparam, 1);
         EXPECT_EQ(run.tx()->TerminateOnFatalError, 0);
     }
+}
+
+// Wherever a right-hand side goes wrong on the way to a bifurcation, in its location or in its
+// classification, the run ends, and another one on the same handle succeeds.
+TEST(OrbitBifurcations, ARunThatBreaksOffLeavesAUsableHandle) {
+    using namespace orbit_forms;
+    fault = Fault::none;
+    const Temporarily restored(orbit_forms::c, 0.0);
+    BranchRun run(forced<PeriodDoubling>, 2, orbit_forms::c);
+    const auto follow = [&run](Fault kind, long calls) {
+        orbit_forms::c = bifurcation_at - 0.02;
+        calls_before_fault = calls;
+        const Temporarily faulty(fault, kind);
+        Vector y = orbit_at(orbit_forms::c, {0, 0});
+        return run.follow_forced(y.component, 2 * pi, 0.05);
+    };
+    calls_before_fault = 1000000000;
+    ASSERT_EQ(follow(Fault::exception, calls_before_fault), 1);
+    const long needed = 1000000000 - calls_before_fault;
+    for (long calls = 10; calls < needed; calls += needed / 40) {
+        EXPECT_THROW(follow(Fault::exception, calls), std::runtime_error) << calls;
+        EXPECT_EQ(run.tx()->nparam, 1);
+        EXPECT_EQ(run.tx()->TerminateOnFatalError, 0);
+        EXPECT_EQ(follow(Fault::not_a_number, calls), 0) << calls;
+        EXPECT_NE(run.tx()->ErrorCode, 0);
+        EXPECT_EQ(run.tx()->nparam, 1);
+        EXPECT_EQ(run.bif().biftype, 0);
+    }
+    EXPECT_EQ(follow(Fault::none, 0), 1);
+    EXPECT_EQ(run.found.back().title, "PERIOD DOUBLING 2 -(- 1");
+    EXPECT_EQ(run.bif().T, 2 * pi);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <limits>
 #include <string>
@@ -116,16 +117,18 @@ TEST_F(SingleInstance, FindsSections) {
     EXPECT_EQ(normal[1], own_normal[1]);
 }
 
-// eps = 0 is taken as it is. One bisection cannot meet it: code 13, under the name of the
-// operation.
+// eps = 0 is taken as it is, and no bisection meets it; nor does a single one meet any small eps.
 TEST_F(SingleInstance, SectionToleranceIsNotTested) {
+    const auto reach_section = [&](double eps) {
+        while (poincare_step(&t, y, van_der_pol, first_component, eps) == 0) {
+        }
+        std::exit(0);
+    };
+    const char* report = "'TXPoincareStep': Unable to bracket Poincare section";
+    EXPECT_EXIT(reach_section(1e-8), ExitedWithCode(0), "");
+    EXPECT_EXIT(reach_section(0), ExitedWithCode(1), report);
     EXPECT_EQ(set_max_poincare_steps(1), 1);
-    EXPECT_EXIT(
-        {
-            while (poincare_step(&t, y, van_der_pol, first_component, 0) == 0) {
-            }
-        },
-        ExitedWithCode(1), "'TXPoincareStep': Unable to bracket Poincare section");
+    EXPECT_EXIT(reach_section(1e-8), ExitedWithCode(1), report);
 }
 
 TEST_F(SingleInstance, MeasuresExponents) {
