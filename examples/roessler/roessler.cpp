@@ -1,12 +1,13 @@
 // The period-doubling cascade of the Roessler equations (a = b = 0.2): the cycle that turns once
 // around the origin is continued in c, then the one of twice its period from where it branches off,
-// then the one of four times its period.
+// then the one of four times its period. The doublings of the first two are followed in c and a.
 //
 //   roessler [directory]
 //
 // writes state.txt (the report of every point and bifurcation) and, for plot.gp, what crosses the
 // half-plane x = 0, y > 0: branches.dat (c, stability, y at every turn of the cycle) and, for
-// comparison, attractor.dat (c, y at turn after turn of one trajectory).
+// comparison, attractor.dat (c, y at turn after turn of one trajectory); and doublings.dat (c a x y
+// z on the curves of period doublings).
 #include <cmath>
 #include <cstdio>
 #include <memory>
@@ -32,10 +33,10 @@ void jacobian(double /*t*/, double* y, double** J) {
     J[2][0] = y[2], J[2][1] = 0, J[2][2] = y[0] - c;
 }
 
-void c_jacobian(double /*t*/, double* y, double** J) {
-    J[0][0] = 0;
-    J[1][0] = 0;
-    J[2][0] = -y[2];
+void parameter_jacobian(double /*t*/, double* y, double** J) {
+    J[0][0] = 0, J[0][1] = 0;
+    J[1][0] = 0, J[1][1] = y[1];
+    J[2][0] = -y[2], J[2][1] = 0;
 }
 
 double section(double /*t*/, double* y) {
@@ -126,6 +127,26 @@ void trace_attractor(FILE* file) {
     }
 }
 
+// The first doubling of the cycle through y, followed in c and a: down in c to begin with, and from
+// there up again, past where it was found. A curve begins in the record, where the run before it
+// ended.
+bool follow_doubling(Trajex* tx, double* y, FILE* file) {
+    double period = 0;
+    double step = 0.05;
+    tx->MaxContSteps = 100;
+    if (TXAutoCont(tx, 0, y, branch.turns, &period, &c, &step, 1, 0) != 1) return false;
+    step = -0.05;
+    tx->MaxContSteps = 20;
+    if (TXAuto2DCont(tx, &c, &a, &step, 0) != 1) return false;
+    step = 0.05;
+    tx->MaxContSteps = 80;
+    if (TXAuto2DCont(tx, &c, &a, &step, 2, file) != 1) return false;
+    std::printf("period %d: doubling at c = %.5f, a = %.5f, T = %.4f, multiplier %.6f\n",
+                branch.turns, c, a, tx->txb->T, std::fmin(tx->txb->er[0], tx->txb->er[1]));
+    std::fprintf(file, "\n\n");
+    return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -133,7 +154,8 @@ int main(int argc, char** argv) {
     const File state(std::fopen((directory + "/state.txt").c_str(), "w"));
     const File data(std::fopen((directory + "/branches.dat").c_str(), "w"));
     const File attractor(std::fopen((directory + "/attractor.dat").c_str(), "w"));
-    if (!state || !data || !attractor) {
+    const File doublings(std::fopen((directory + "/doublings.dat").c_str(), "w"));
+    if (!state || !data || !attractor || !doublings) {
         std::perror(directory.c_str());
         return 1;
     }
@@ -141,8 +163,9 @@ int main(int argc, char** argv) {
     trace_attractor(attractor.get());
 
     const Handle tx = open_handle();
-    TXVarOpenTrajex(tx.get(), jacobian, 1, c_jacobian, &c);
+    TXVarOpenTrajex(tx.get(), jacobian, 2, parameter_jacobian, &c, &a);
     tx->NewtAbsTol = 1e-7;  // the section x = 0 leaves a component with nothing for NewtRelTol
+    tx->LambdaNewtAbsTol = 1e-7;  // nor for LambdaNewtRelTol, on curves
     tx->LambdaNewtRelTol = 1e-7;
     tx->LambdaPert = 1e-6;
 
@@ -154,6 +177,8 @@ int main(int argc, char** argv) {
     const double largest_step[] = {0.1, 0.05, 0.02};
     const int points[] = {28, 64, 72};
     for (int k = 0; k < 3; ++k) {
+        const double c_start = c;
+        double start[] = {y[0], y[1], y[2]};
         tx->MaxContSteps = points[k];
         double period = 0;
         double step = largest_step[k];
@@ -163,6 +188,9 @@ int main(int argc, char** argv) {
             return 1;
         }
         std::fprintf(data.get(), "\n\n");
+        c = c_start;
+        if (k < 2 && !follow_doubling(tx.get(), start, doublings.get())) return 1;
+        a = 0.2;
         for (int i = 0; i < 3; ++i) y[i] = branch.doubled[i];
         c = branch.c_doubled;
         branch.turns *= 2;
