@@ -67,6 +67,7 @@ class Bench {
         std::fill_n(rows_[0], 8, 0.0);
         rows_[0][0] = rows_[1][1] = 1;
         tx->h = tx->TX->h = 0.05;
+        tx->MaxContSteps = 1000;
         std::fill_n(tx->cp, 2, '\1');
         start(1.25, 1.5, 1.9);
     }
@@ -98,7 +99,8 @@ class Bench {
         return all;
     }
 
-    static void count_point(Trajex*, FILE*) { called_back(); }
+    static void report_point(Trajex*, FILE*) { called_back(); }
+    static void take_sample(double, double*) { called_back(); }
 
   private:
     static void flow(double, double* y, double* f) {
@@ -127,9 +129,9 @@ class Bench {
     double rows_[2][4];
 };
 
-/// What a failed operation has put back when it ends. Parameters that it was not asked to move keep
-/// their values in any case.
-enum class Restores { nothing, parameters, everything };
+/// What a failed operation has put back when it ends: no variable of the application, parameter A,
+/// both parameters, or the time and the state as well.
+enum class Restores { nothing, other_parameter, parameters, everything };
 
 struct Operation {
     std::string name;
@@ -146,7 +148,7 @@ inline int locate_equilibrium(Bench& b) {
 
 inline int continue_equilibrium(Bench& b) {
     b.start(1, 1.9, 1.9);
-    return TXEquiCont(b.tx.get(), b.y, &Bench::B, &b.dc, 1, 4, &Bench::count_point,
+    return TXEquiCont(b.tx.get(), b.y, &Bench::B, &b.dc, 1, 4, &Bench::report_point,
                       static_cast<FILE*>(nullptr));
 }
 
@@ -157,6 +159,29 @@ inline int find_forced_orbit(Bench& b) {
 inline int find_orbit(Bench& b) {
     b.start(1.24, 3.5, 2.5);
     return TXAutoOrbit(b.tx.get(), b.t, b.y, b.Phi, 1, &b.T);
+}
+
+inline int continue_orbit(Bench& b) {
+    b.start(1.24, 3.5, 2.5);
+    b.tx->MaxContSteps = 3;
+    return TXAutoCont(b.tx.get(), b.t, b.y, 1, &b.T, &Bench::B, &b.dc, 0, 4, &Bench::report_point,
+                      static_cast<FILE*>(nullptr));
+}
+
+/// The curve of Hopf bifurcations, from the one that is found first.
+inline int continue_hopf(Bench& b) {
+    if (continue_equilibrium(b) != 1) return 0;
+    b.tx->MaxContSteps = 3;
+    return TXEqui2DCont(b.tx.get(), &Bench::A, &Bench::B, &b.dc, 4, &Bench::report_point,
+                        static_cast<FILE*>(nullptr));
+}
+
+inline int lyapunov_exponents(Bench& b) {
+    return TXLyapCalc(b.tx.get(), &b.t, b.y, 1e-5, 0.25, 2, 4, b.Phi[0], 2);
+}
+
+inline int table(Bench& b) {
+    return TXftableg(b.tx.get(), &b.t, 1, 4, b.y, &Bench::take_sample);
 }
 
 inline const std::vector<Operation>& operations() {
@@ -182,8 +207,12 @@ inline const std::vector<Operation>& operations() {
         {"EquiPoint", everything, [](Bench& b) { return TXEquiPoint(b.tx.get(), b.y); }},
         {"NonAutoOrbit", parameters, find_forced_orbit},
         {"AutoOrbit", parameters, find_orbit},
-        {"LocateEquiBif", nothing, locate_equilibrium},
-        {"EquiCont", nothing, continue_equilibrium},
+        {"LocateEquiBif", other_parameter, locate_equilibrium},
+        {"EquiCont", other_parameter, continue_equilibrium},
+        {"AutoCont", other_parameter, continue_orbit},
+        {"Equi2DCont", nothing, continue_hopf},
+        {"LyapCalc", parameters, lyapunov_exponents},
+        {"Table", parameters, table},
     };
     return all;
 }
