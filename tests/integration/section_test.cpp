@@ -42,7 +42,7 @@ double constant(double, double*) {
 
 /// On the section at t = away.
 struct Crossing {
-    explicit Crossing(double (*cut)(double, double*), double h, double eps, double away)
+    Crossing(double (*cut)(double, double*), double h, double eps, double away)
         : tx(open_recording(counted_oscillator, 2, 0, h)), y{std::sin(-away), std::cos(-away)} {
         EXPECT_EQ(TXSetCut(tx.get(), cut, eps), 1);
     }
