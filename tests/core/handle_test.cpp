@@ -93,7 +93,7 @@ TEST(OpeningDeathTest, ReportsEveryFailedAllocation) {
         ASSERT_LT(++nth, 100);
         const auto attempt = [nth] {
             const FailingAllocation failing(nth);
-            TXOpenTrajex(growth, 2, 1e-6, 0.01);
+            TXCloseTrajex(TXOpenTrajex(growth, 2, 1e-6, 0.01));
             std::exit(failing.failed() ? 2 : succeeded);
         };
         const auto as_expected = [&opened](int status) {
