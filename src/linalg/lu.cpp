@@ -49,7 +49,7 @@ struct ScaleRows {
             keep_larger(sizes, v);
             keep_larger(sizes, -v);
         }
-        double largest = std::max({sizes[0], sizes[1], sizes[2], sizes[3]});
+        double largest = std::max(std::max(sizes[0], sizes[1]), std::max(sizes[2], sizes[3]));
         for (; j < n; ++j) largest = std::max(largest, std::fabs(row[j]));
         return largest;
     }
@@ -100,9 +100,8 @@ struct DecomposePanel {
             for (std::size_t p = 0; p < K; ++p) sum -= row[p] * u[p];
             row[K] = sum;
             const double size = lu.scale[i] * std::fabs(sum);
-            if (!(size >= largest)) continue;
-            largest = size;
-            pivot = i;
+            pivot = size >= largest ? i : pivot;  // never what is not a number
+            largest = size > largest ? size : largest;
         }
         exchange(lu, column, pivot);
         if (lu.a[column][column] == 0) lu.a[column][column] = pivot_floor;
@@ -245,9 +244,12 @@ void lu_substitute(std::size_t n, double* const* a, const int* exchanges, double
         for (std::size_t r = 1; r < rows; ++r) subtract_products<1>(a, i + r, i, i + r, b);
     }
     for (; i < n; ++i) subtract_products<1>(a, i, first, i, b);
-    while (i-- > 0) {
-        subtract_products<1>(a, i, i + 1, n, b);
-        b[i] /= a[i][i];
+    double next = 0;
+    for (i = n; i-- > 0;) {
+        double sum = b[i];
+        if (i + 1 < n) sum -= a[i][i + 1] * next;
+        for (std::size_t j = i + 2; j < n; ++j) sum -= a[i][j] * b[j];
+        b[i] = next = sum / a[i][i];
     }
 }
 
