@@ -8,9 +8,8 @@
 // and folds.dat (c1 c2 x) into the directory.
 #include <cmath>
 #include <cstdio>
-#include <memory>
-#include <string>
 
+#include "output.hpp"
 #include "tx.h"
 
 namespace {
@@ -56,25 +55,13 @@ void look_at_fold(Trajex* tx, FILE* stream) {
     folds->deviation = std::fmax(folds->deviation, std::fabs(27 * a * a - 4 * b * b * b));
 }
 
-struct Close {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<FILE, Close>;
-
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::string directory = argc > 1 ? argv[1] : ".";
-    const auto create = [&](const char* name) {
-        return File(std::fopen((directory + "/" + name).c_str(), "w"));
-    };
-    const File state = create("state.txt");
-    const File branch = create("branch.dat");
-    const File curve = create("folds.dat");
-    if (!state || !branch || !curve) {
-        std::perror(directory.c_str());
-        return 1;
-    }
+    const OutputDirectory directory(argc, argv);
+    const File state = directory.create("state.txt");
+    const File branch = directory.create("branch.dat");
+    const File curve = directory.create("folds.dat");
 
     // Folds are located as sharply as these say: the defaults are large multiples of RelTol.
     Trajex* tx = TXOpenTrajex(cusp, 1, 1e-9, 0.01);

@@ -12,9 +12,8 @@
 // amplitude of the response, and whether it is stable) and folds.dat (omega force x x').
 #include <cmath>
 #include <cstdio>
-#include <memory>
-#include <string>
 
+#include "output.hpp"
 #include "tx.h"
 
 namespace {
@@ -42,16 +41,6 @@ void parameter_jacobian(double s, double* y, double** J) {
     J[0][0] = -f[0] / omega, J[0][1] = 0;
     J[1][0] = -f[1] / omega, J[1][1] = std::cos(s) / omega;
 }
-
-struct CloseHandle {
-    void operator()(Trajex* tx) const { TXCloseTrajex(tx); }
-};
-using Handle = std::unique_ptr<Trajex, CloseHandle>;
-
-struct CloseFile {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
 
 Handle open_handle() {
     Handle tx(TXOpenTrajex(duffing, 2, 1e-9, 0.01));
@@ -104,14 +93,10 @@ void look_for_cusp(Trajex* tx, FILE* /*unused*/) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::string directory = argc > 1 ? argv[1] : ".";
-    const File state(std::fopen((directory + "/state.txt").c_str(), "w"));
-    const File response(std::fopen((directory + "/response.dat").c_str(), "w"));
-    const File folds(std::fopen((directory + "/folds.dat").c_str(), "w"));
-    if (!state || !response || !folds) {
-        std::perror(directory.c_str());
-        return 1;
-    }
+    const OutputDirectory directory(argc, argv);
+    const File state = directory.create("state.txt");
+    const File response = directory.create("response.dat");
+    const File folds = directory.create("folds.dat");
 
     const Handle tx = open_handle();
     TXVarOpenTrajex(tx.get(), jacobian, 2, parameter_jacobian, &omega, &force);

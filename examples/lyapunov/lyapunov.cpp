@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <string>
 
+#include "output.hpp"
 #include "tx.h"
 
 namespace {
@@ -25,7 +26,7 @@ void lorenz(double /*t*/, double* y, double* f) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::string file = std::string(argc > 1 ? argv[1] : ".") + "/estimate.dat";
+    const std::string file = OutputDirectory(argc, argv).path("estimate.dat");
 
     // Separations of 1e-4 are small against the attractor (about 50). They must also be large
     // against the integration error, even in the direction that shrinks fastest, by exp(-1.5) in

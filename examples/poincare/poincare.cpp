@@ -12,8 +12,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <string>
 
+#include "output.hpp"
 #include "tx.h"
 
 namespace {
@@ -50,10 +50,8 @@ double section_of_orbit(Trajex* tx, double* s, int orbit, FILE* file) {
     return std::fabs(energy(s) - start);
 }
 
-bool draw_section(Trajex* tx, int part, const std::string& directory) {
+void draw_section(Trajex* tx, int part, FILE* file) {
     const double level = 1.0 / part;
-    FILE* file = std::fopen((directory + "/section_" + std::to_string(part) + ".dat").c_str(), "w");
-    if (file == nullptr) return false;
     int orbit = 0;
     double drift = 0;
     for (int i = -15; i <= 15; ++i) {
@@ -69,19 +67,21 @@ bool draw_section(Trajex* tx, int part, const std::string& directory) {
     }
     std::printf("energy 1/%d: %d orbits, %d crossings each, energy kept to %.1e\n", part, orbit,
                 crossings, drift);
-    return std::fclose(file) == 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::string directory = argc > 1 ? argv[1] : ".";
+    const OutputDirectory directory(argc, argv);
+    const File low = directory.create("section_12.dat");
+    const File high = directory.create("section_8.dat");
+
     // The method does not conserve the energy by itself. At these tolerances an orbit of 300 turns
     // keeps it to far less than the width of a dot.
     Trajex* tx = TXOpenTrajex(henon_heiles, 4, 1e-11, 0.01);
     TXSetAbsTol(tx, 1e-12);
     TXSetCut(tx, plane, 1e-9);
-    const bool drawn = draw_section(tx, 12, directory) && draw_section(tx, 8, directory);
+    draw_section(tx, 12, low.get());
+    draw_section(tx, 8, high.get());
     TXCloseTrajex(tx);
-    return drawn ? 0 : 1;
 }

@@ -10,9 +10,8 @@
 // z on the curves of period doublings).
 #include <cmath>
 #include <cstdio>
-#include <memory>
-#include <string>
 
+#include "output.hpp"
 #include "tx.h"
 
 namespace {
@@ -42,16 +41,6 @@ void parameter_jacobian(double /*t*/, double* y, double** J) {
 double section(double /*t*/, double* y) {
     return y[0];
 }
-
-struct CloseHandle {
-    void operator()(Trajex* tx) const { TXCloseTrajex(tx); }
-};
-using Handle = std::unique_ptr<Trajex, CloseHandle>;
-
-struct CloseFile {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
 
 Handle open_handle() {
     Handle tx(TXOpenTrajex(roessler, 3, 1e-9, 0.01));
@@ -150,15 +139,11 @@ bool follow_doubling(Trajex* tx, double* y, FILE* file) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::string directory = argc > 1 ? argv[1] : ".";
-    const File state(std::fopen((directory + "/state.txt").c_str(), "w"));
-    const File data(std::fopen((directory + "/branches.dat").c_str(), "w"));
-    const File attractor(std::fopen((directory + "/attractor.dat").c_str(), "w"));
-    const File doublings(std::fopen((directory + "/doublings.dat").c_str(), "w"));
-    if (!state || !data || !attractor || !doublings) {
-        std::perror(directory.c_str());
-        return 1;
-    }
+    const OutputDirectory directory(argc, argv);
+    const File state = directory.create("state.txt");
+    const File data = directory.create("branches.dat");
+    const File attractor = directory.create("attractor.dat");
+    const File doublings = directory.create("doublings.dat");
     branch.data = data.get();
     trace_attractor(attractor.get());
 

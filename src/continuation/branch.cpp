@@ -271,6 +271,14 @@ int Branch::report_nested() const {
     return report(&tx_, nested != Error::none ? nested : Error::section_not_bracketed, run_.where);
 }
 
+/// The handle's bifurcation record, made when there is none or when it has too little room. False:
+/// not enough memory.
+bool ensure_record(Trajex& tx) {
+    if (tx.txb != nullptr && !fits(tx, *tx.txb)) TXDestroyBif(&tx, tx.txb);
+    if (tx.txb == nullptr) tx.txb = TXCreateBif(&tx);
+    return tx.txb != nullptr;
+}
+
 }  // namespace
 
 void BranchProblem::list_unknowns(double** list) const {
@@ -295,16 +303,10 @@ double BranchProblem::space_length(double tangent_length) const {
     return std::sqrt(1 + tangent_length * tangent_length);
 }
 
-bool ensure_record(Trajex& tx) {
-    if (tx.txb != nullptr && !fits(tx, *tx.txb)) TXDestroyBif(&tx, tx.txb);
-    if (tx.txb == nullptr) tx.txb = TXCreateBif(&tx);
-    return tx.txb != nullptr;
-}
-
 int follow_branch(const BranchRun& run, BranchProblem& problem) {
     Trajex& tx = problem.tx;
     Branch branch(run, problem);
-    if (!problem.has_memory() || !branch.has_memory()) {
+    if (!ensure_record(tx) || !problem.has_memory() || !branch.has_memory()) {
         return report(&tx, Error::no_memory, run.where);
     }
     TrajexBif& record = problem.record();

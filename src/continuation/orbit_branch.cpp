@@ -196,7 +196,6 @@ int TXAutoCont(Trajex* handle, double t, double* y, int p, double* T, double* c,
     va_start(extras, mode);
     const BranchRun run{where, dc, nrbif, Outputs::read(mode, extras)};
     va_end(extras);
-    if (!ensure_record(tx)) return report(&tx, Error::no_memory, where);
     AutonomousBranch problem(tx, t, y, p, *T, c);
     return follow_branch(run, problem);
 }
@@ -209,7 +208,6 @@ int TXNonAutoCont(Trajex* handle, double t, double* y, double T, double* c, doub
     va_start(extras, mode);
     const BranchRun run{where, dc, nrbif, Outputs::read(mode, extras)};
     va_end(extras);
-    if (!ensure_record(tx)) return report(&tx, Error::no_memory, where);
     ForcedBranch problem(tx, t, y, T, c);
     return follow_branch(run, problem);
 }

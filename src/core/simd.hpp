@@ -16,6 +16,8 @@
 // baseline code. A lambda inside `run` needs the attribute too.
 #pragma once
 
+#include <cstddef>
+
 namespace trajex {
 
 #if defined(__GNUC__) && defined(__x86_64__)
@@ -47,6 +49,67 @@ template <class Kernel, class... Arguments>
 auto dispatch(Arguments... arguments) {
     if (has_avx2()) return run_for_avx2<Kernel>(arguments...);
     return Kernel::run(arguments...);
+}
+
+#if defined(__GNUC__)
+
+/// Four neighbouring doubles, operated on one by one: v + w, v - w, v * w, x * v with a number x.
+/// Used where a compiler does not find by itself what to keep in registers. Pass references only:
+/// how a function receives a vector by value depends on the instruction set.
+using Four [[gnu::vector_size(32), gnu::aligned(8), gnu::may_alias]] = double;
+
+/// The larger one of each pair to m; what is not a number is left out.
+[[gnu::always_inline]] inline void keep_larger(Four& m, const Four& v) {
+    m = v > m ? v : m;
+}
+
+#else
+
+struct Four {
+    double lane[4];
+    double operator[](std::size_t i) const { return lane[i]; }
+};
+
+template <class Operation>
+Four combined(const Four& v, const Four& w, Operation operation) {
+    return {operation(v[0], w[0]), operation(v[1], w[1]), operation(v[2], w[2]),
+            operation(v[3], w[3])};
+}
+
+inline Four operator+(const Four& v, const Four& w) {
+    return combined(v, w, [](double x, double y) { return x + y; });
+}
+inline Four operator-(const Four& v, const Four& w) {
+    return combined(v, w, [](double x, double y) { return x - y; });
+}
+inline Four operator*(const Four& v, const Four& w) {
+    return combined(v, w, [](double x, double y) { return x * y; });
+}
+inline Four operator*(double x, const Four& v) {
+    return Four{x, x, x, x} * v;
+}
+inline Four operator-(const Four& v) {
+    return -1.0 * v;
+}
+inline Four& operator+=(Four& v, const Four& w) {
+    return v = v + w;
+}
+inline Four& operator-=(Four& v, const Four& w) {
+    return v = v - w;
+}
+
+inline void keep_larger(Four& m, const Four& v) {
+    m = combined(m, v, [](double x, double y) { return y > x ? y : x; });
+}
+
+#endif
+
+/// The doubles at p as a vector, for reading and for writing.
+[[gnu::always_inline]] inline Four& four(double* p) {
+    return *reinterpret_cast<Four*>(p);
+}
+[[gnu::always_inline]] inline const Four& four(const double* p) {
+    return *reinterpret_cast<const Four*>(p);
 }
 
 }  // namespace trajex
