@@ -17,6 +17,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 
 namespace trajex {
 
@@ -54,9 +55,21 @@ auto dispatch(Arguments... arguments) {
 #if defined(__GNUC__)
 
 /// Four neighbouring doubles, operated on one by one: v + w, v - w, v * w, x * v with a number x.
-/// Used where a compiler does not find by itself what to keep in registers. Pass references only:
-/// how a function receives a vector by value depends on the instruction set.
-using Four [[gnu::vector_size(32), gnu::aligned(8), gnu::may_alias]] = double;
+/// For kernels in which a compiler does not find by itself what to keep in registers. Pass
+/// references only: how a function receives a vector by value depends on the instruction set.
+using Four [[gnu::vector_size(32)]] = double;
+
+struct [[gnu::packed, gnu::may_alias]] UnalignedFour {
+    Four value;
+};
+
+[[gnu::always_inline]] inline void load(Four& v, const double* from) {
+    v = reinterpret_cast<const UnalignedFour*>(from)->value;
+}
+
+[[gnu::always_inline]] inline void store(const Four& v, double* to) {
+    reinterpret_cast<UnalignedFour*>(to)->value = v;
+}
 
 /// The larger one of each pair to m; what is not a number is left out.
 [[gnu::always_inline]] inline void keep_larger(Four& m, const Four& v) {
@@ -67,6 +80,7 @@ using Four [[gnu::vector_size(32), gnu::aligned(8), gnu::may_alias]] = double;
 
 struct Four {
     double lane[4];
+    double& operator[](std::size_t i) { return lane[i]; }
     double operator[](std::size_t i) const { return lane[i]; }
 };
 
@@ -98,18 +112,17 @@ inline Four& operator-=(Four& v, const Four& w) {
     return v = v - w;
 }
 
+inline void load(Four& v, const double* from) {
+    std::memcpy(&v, from, sizeof v);
+}
+inline void store(const Four& v, double* to) {
+    std::memcpy(to, &v, sizeof v);
+}
+
 inline void keep_larger(Four& m, const Four& v) {
     m = combined(m, v, [](double x, double y) { return y > x ? y : x; });
 }
 
 #endif
-
-/// The doubles at p as a vector, for reading and for writing.
-[[gnu::always_inline]] inline Four& four(double* p) {
-    return *reinterpret_cast<Four*>(p);
-}
-[[gnu::always_inline]] inline const Four& four(const double* p) {
-    return *reinterpret_cast<const Four*>(p);
-}
 
 }  // namespace trajex

@@ -45,7 +45,8 @@ struct ScaleRows {
         Four sizes{};
         std::size_t j = 0;
         for (; j + 4 <= n; j += 4) {
-            const Four v = four(row + j);
+            Four v;
+            load(v, row + j);
             keep_larger(sizes, v);
             keep_larger(sizes, -v);
         }
@@ -149,12 +150,13 @@ struct UpdateColumns {
         Four tile[tile_rows][2];
         for (std::size_t r = 0; r < tile_rows; ++r) {
             rows[r] = a[std::min(i + r, end - 1)];
-            tile[r][0] = four(rows[r] + j);
-            tile[r][1] = four(rows[r] + j + 4);
+            load(tile[r][0], rows[r] + j);
+            load(tile[r][1], rows[r] + j + 4);
         }
         for (std::size_t k = 0; k < count; ++k, u += panel_width) {
-            const Four left = four(u);
-            const Four right = four(u + 4);
+            Four left, right;
+            load(left, u);
+            load(right, u + 4);
             for (std::size_t r = 0; r < tile_rows; ++r) {
                 const double multiplier = rows[r][first + k];
                 tile[r][0] -= multiplier * left;
@@ -162,8 +164,8 @@ struct UpdateColumns {
             }
         }
         for (std::size_t r = 0; r < tile_rows; ++r) {
-            four(rows[r] + j) = tile[r][0];
-            four(rows[r] + j + 4) = tile[r][1];
+            store(tile[r][0], rows[r] + j);
+            store(tile[r][1], rows[r] + j + 4);
         }
     }
 
@@ -172,16 +174,19 @@ struct UpdateColumns {
                                                           std::size_t end, std::size_t first,
                                                           std::size_t j, double* u) {
         for (std::size_t k = i; k < end; ++k) {
-            Four left = four(a[k] + j);
-            Four right = four(a[k] + j + 4);
+            Four left, right, above;
+            load(left, a[k] + j);
+            load(right, a[k] + j + 4);
             for (std::size_t p = i; p < k; ++p) {
-                const double* const above = u + (p - first) * panel_width;
-                left -= a[k][p] * four(above);
-                right -= a[k][p] * four(above + 4);
+                load(above, u + (p - first) * panel_width);
+                left -= a[k][p] * above;
+                load(above, u + (p - first) * panel_width + 4);
+                right -= a[k][p] * above;
             }
-            double* const done = u + (k - first) * panel_width;
-            four(a[k] + j) = four(done) = left;
-            four(a[k] + j + 4) = four(done + 4) = right;
+            store(left, a[k] + j);
+            store(right, a[k] + j + 4);
+            store(left, u + (k - first) * panel_width);
+            store(right, u + (k - first) * panel_width + 4);
         }
     }
 };
