@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Shared by the scripts of this directory, which source it from the project's root.
 
 # Ends the script with a message.
@@ -36,11 +37,11 @@ need_packages() {
 # logged NAME COMMAND...: runs the command with its output in the log of that name. On a failure
 # shows the end of the log and ends the script.
 logged() {
-    local log="$log_dir/$1.log"
+    local name=$1 log="$log_dir/$1.log"
     shift
     if ! "$@" >"$log" 2>&1 </dev/null; then
         tail -n 60 "$log" >&2
-        die "FAILED: $* (all of it: $log)"
+        die "FAILED: $name (all of it: $log)"
     fi
 }
 

@@ -1214,8 +1214,9 @@ TX_API int TXEquiPoint(Trajex* tx, double* y);
  *
  * nparam is 0 while it works, and as before afterwards.
  *
- * Codes: 7 for a period that is not positive; 30 without convergence after at most MaxNewtSteps
- * integrations, y and Phi being those of the last.
+ * Codes: 7 for a period that is not positive, not finite or too short to move t; 30 without
+ * convergence after at most MaxNewtSteps integrations, y and Phi being those of the last. An
+ * integration that fails ends the search with its own code.
  */
 TX_API int TXNonAutoOrbit(Trajex* tx, double t, double* y, double** Phi, double T);
 
@@ -1239,7 +1240,7 @@ TX_API int TXNonAutoOrbit(Trajex* tx, double t, double* y, double** Phi, double 
  * Codes: 30 without convergence, or when a correction makes the period not positive; y, Phi and
  * `*T` are then those of the last integration. When the section is not reached, or not regained,
  * within the limits of MaxPeriodSteps, the result is 0 and ErrorCode is what the last step left
- * there, as a rule 0.
+ * there, as a rule 0. A step that fails ends the search with its own code.
  */
 TX_API int TXAutoOrbit(Trajex* tx, double t, double* y, double** Phi, int p, double* T);
 

@@ -24,10 +24,15 @@ bool refuse() {
 
 }  // namespace
 
+// Both forms of each: under a sanitizer the array form is not made of the other one.
 void* operator new(std::size_t size) {
     void* memory = refuse() ? nullptr : std::malloc(size != 0 ? size : 1);
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
+}
+
+void* operator new[](std::size_t size) {
+    return operator new(size);
 }
 
 void operator delete(void* memory) noexcept {
@@ -35,6 +40,14 @@ void operator delete(void* memory) noexcept {
 }
 
 void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+
+void operator delete[](void* memory, std::size_t) noexcept {
     std::free(memory);
 }
 

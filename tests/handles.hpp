@@ -27,4 +27,22 @@ inline OpenHandle open_recording(void (*fcn)(double, double*, double*), int orde
     return tx;
 }
 
+/// A handle that records failures, with its variational sub-record: numerical differences where no
+/// Jacobian is given, and settings at which orbits close to many digits.
+template <class... Parameter>
+OpenHandle open_variational(void (*fcn)(double, double*, double*), int order, jac_t jac,
+                            jac_t paramjac, double RelTol, Parameter*... parameters) {
+    OpenHandle tx = open_recording(fcn, order, RelTol);
+    TXSetAbsTol(tx.get(), RelTol);
+    tx->NewtAbsTol = 100 * RelTol;
+    tx->NewtRelTol = 100 * RelTol;
+    tx->JacPert = tx->ParamJacPert = tx->LambdaPert = 1e-6;
+    constexpr int count = sizeof...(parameters);
+    TXVarOpenTrajex(tx.get(), nullptr, 1e-6, count, jac_t{}, 1e-6, parameters...);
+    tx->jac = jac;
+    tx->paramjac = paramjac;
+    tx->TX->TerminateOnFatalError = 0;
+    return tx;
+}
+
 }  // namespace testing_support

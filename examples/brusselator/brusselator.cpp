@@ -6,9 +6,8 @@
 // writes state.txt (the report of every point), path.dat (B x y) and branch.dat (B x y stable, and
 // the bifurcations, for plot.gp) into the directory.
 #include <cstdio>
-#include <memory>
-#include <string>
 
+#include "output.hpp"
 #include "tx.h"
 
 namespace {
@@ -34,25 +33,13 @@ void branch_line(Trajex* tx, FILE* file) {
                  bifurcation ? 2 : point->er[0] < 0);
 }
 
-struct Close {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<FILE, Close>;
-
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::string directory = argc > 1 ? argv[1] : ".";
-    const auto create = [&](const char* name) {
-        return File(std::fopen((directory + "/" + name).c_str(), "w"));
-    };
-    const File state = create("state.txt");
-    const File path = create("path.dat");
-    const File branch = create("branch.dat");
-    if (!state || !path || !branch) {
-        std::perror(directory.c_str());
-        return 1;
-    }
+    const OutputDirectory directory(argc, argv);
+    const File state = directory.create("state.txt");
+    const File path = directory.create("path.dat");
+    const File branch = directory.create("branch.dat");
 
     // Bifurcations are located as sharply as these say: the defaults are large multiples of RelTol.
     // The perturbations of the differences are near the root of the rounding error.

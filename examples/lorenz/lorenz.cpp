@@ -1,5 +1,5 @@
-// The equilibria of the Lorenz equations, continued in rho from rho = 2 through the Hopf bifurcation
-// at rho = sigma (sigma + beta + 3) / (sigma - beta - 1).
+// The equilibria of the Lorenz equations, continued in rho from rho = 2 through the Hopf
+// bifurcation at rho = sigma (sigma + beta + 3) / (sigma - beta - 1).
 //
 //   lorenz [directory]
 //
@@ -7,9 +7,8 @@
 // branch.dat (rho x y z stable, and the bifurcations, for plot.gp) into the directory.
 #include <algorithm>
 #include <cstdio>
-#include <memory>
-#include <string>
 
+#include "output.hpp"
 #include "tx.h"
 
 namespace {
@@ -49,25 +48,13 @@ void branch_line(Trajex* tx, FILE* file) {
                  point->y[2], bifurcation ? 2 : critical < 0);
 }
 
-struct Close {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<FILE, Close>;
-
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::string directory = argc > 1 ? argv[1] : ".";
-    const auto create = [&](const char* name) {
-        return File(std::fopen((directory + "/" + name).c_str(), "w"));
-    };
-    const File state = create("state.txt");
-    const File path = create("path.dat");
-    const File branch = create("branch.dat");
-    if (!state || !path || !branch) {
-        std::perror(directory.c_str());
-        return 1;
-    }
+    const OutputDirectory directory(argc, argv);
+    const File state = directory.create("state.txt");
+    const File path = directory.create("path.dat");
+    const File branch = directory.create("branch.dat");
 
     // Bifurcations are located as sharply as these say: the defaults are large multiples of RelTol.
     Trajex* tx = TXOpenTrajex(lorenz, 3, 1e-9, 0.01);

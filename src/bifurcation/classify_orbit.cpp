@@ -68,7 +68,7 @@ class OrbitCheck {
 
     /// Whether the test orbits were found; the record is then complete.
     bool run() {
-        if (!is_period(bif_.t, bif_.T)) return false;
+        if (!possible_period(bif_.t, bif_.T)) return false;
         const double given = amplitude_;
         find_critical_direction();
         if (!find_displaced_orbits()) return false;
@@ -244,7 +244,7 @@ bool OrbitCheck::correct(Parameter parameter, double t) {
     for (std::size_t i = 0; i < n_; ++i) u_[i] += d_[i];
     if (free) c_ += d_[n_];
     if (trivial_ > 0) T_ += d_[size - 1];
-    return is_period(bif_.t, T_);
+    return possible_period(bif_.t, T_);
 }
 
 /// A closed orbit, with M in the matrix.
@@ -344,6 +344,7 @@ int TXCheckBif(Trajex* handle, TrajexBif* txb, double* c, double thedc, int mode
     constexpr const char* where = "TXCheckBif";
     Trajex& tx = enter_variational(handle, where);
     txb->biftype = not_determined;
+    if (!fits(tx, *txb)) return report(&tx, Error::no_bifurcation_record, where);
     int index = 0;
     if (activate_parameter(tx, c, &index) != 1) return 0;
     OrbitCheck check(tx, *txb, c, thedc, mode > 0 ? autonomous_orbit : forced_orbit, state);

@@ -86,7 +86,7 @@ class OrbitLocation {
   private:
     /// The image and the linearisation of the period at the iterate, its multipliers and g.
     bool evaluate() {
-        if (!is_period(t_, T_ / 2)) return false;
+        if (!possible_period(t_, T_ / 2)) return false;
         std::copy_n(u_, n_, bif_.y);
         set_identity(bif_.Phi, n_, n_ + 1);
         if (!integrate_half() || !judge_half() || !integrate_half()) return false;
@@ -210,6 +210,7 @@ using namespace trajex;
 int TXLocateBif(Trajex* handle, TrajexBif* txb, double* c, int mode, FILE* state) {
     constexpr const char* where = "TXLocateBif";
     Trajex& tx = enter_variational(handle, where);
+    if (!fits(tx, *txb)) return report(&tx, Error::no_bifurcation_record, where);
     int index = 0;
     if (activate_parameter(tx, c, &index) != 1) return 0;
     OrbitLocation location(tx, *txb, c, mode);

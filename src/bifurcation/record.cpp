@@ -62,6 +62,13 @@ int activate_parameter(Trajex& tx, const double* c, int* index) {
     return count;
 }
 
+bool activate_parameters(Trajex& tx, const double* c1, const double* c2, int* index1, int* index2) {
+    const bool found = c1 != c2 && activate_parameter(tx, c2, index2) == 1 &&
+                       activate_parameter(tx, c1, index1) == 1;
+    if (found) tx.cp[*index2] = 1;
+    return found;
+}
+
 }  // namespace trajex
 
 using namespace trajex;

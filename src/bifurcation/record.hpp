@@ -58,4 +58,8 @@ inline void restore_parameters(const Trajex& tx, const TrajexBif& bif) {
 /// there; `index` is the last place.
 int activate_parameter(Trajex& tx, const double* c, int* index);
 
+/// Flags two different parameters, each of which must stand there exactly once, as the only active
+/// ones.
+bool activate_parameters(Trajex& tx, const double* c1, const double* c2, int* index1, int* index2);
+
 }  // namespace trajex

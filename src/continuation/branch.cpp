@@ -12,7 +12,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <optional>
 
+#include "continuation/corrector.hpp"
 #include "core/errors.hpp"
 #include "core/guards.hpp"
 #include "core/newton.hpp"
@@ -29,7 +32,6 @@ struct Analysis {
     Stability stability;
 };
 
-enum class Correction { converged, failed, lost };
 enum class Search { located, located_last, rejected };
 
 class Branch {
@@ -40,9 +42,7 @@ class Branch {
           tx_(problem.tx),
           n_(problem.n),
           size_(problem.unknowns()),
-          dc_(*run.dc),
-          largest_(std::fabs(dc_)),
-          smallest_(largest_ * tx_.NewtRelTol + tx_.NewtAbsTol),
+          step_(problem.tx, run.dc, run.where),
           work_({{&r_, size_},
                  {&solver_, solver_work(size_)},
                  {&accepted_, size_},
@@ -69,12 +69,9 @@ class Branch {
     void accept();
     bool finished();
 
-    double residual_norm() const;
-    void newton_step();
-    double distance_from_accepted() const;
+    std::optional<double> residual_norm();
+    double newton_step();
     double turning_angle_factor() const;
-    bool halve_step();
-    bool step_too_small();
     int report_nested() const;
 
     const BranchRun& run_;
@@ -82,15 +79,12 @@ class Branch {
     Trajex& tx_;
     std::size_t n_;
     std::size_t size_;
-    double& dc_;
-    double largest_;
-    double smallest_;
+    StepLength step_;
 
     int steps_ = 0;
     int bifurcations_ = 0;
     double reversal_ = 0;
     double prediction_ = 0;  // factor of the tangent in the last prediction
-    double moved_ = 0;       // distance of the last corrected point from the accepted one
 
     double* r_ = nullptr;
     double* solver_ = nullptr;
@@ -122,7 +116,7 @@ int Branch::follow() {
             case Search::located_last:
                 return 1;
             case Search::rejected:
-                if (!halve_step()) return 0;
+                if (!step_.halve()) return 0;
         }
     }
     return 1;
@@ -136,48 +130,38 @@ bool Branch::advance() {
         const Correction correction = correct();
         if (correction == Correction::lost) return report_nested() == 1;
         run_.out.text("\n");
-        if (correction == Correction::converged) return !step_too_small();
-        if (!halve_step()) return false;
+        if (correction == Correction::converged) return !step_.too_small();
+        if (!step_.halve()) return false;
     }
 }
 
 void Branch::predict() {
     // A solution that does not move with the parameter gives no direction in the state: the step is
     // then taken in the parameter alone.
-    prediction_ = now_.length == 0 ? dc_ : dc_ / now_.length;
+    const double dc = step_.value();
+    prediction_ = now_.length == 0 ? dc : dc / now_.length;
     for (std::size_t j = 0; j < size_; ++j) {
         *unknowns_[j] = accepted_[j] + prediction_ * now_.tangent[j];
     }
-    run_.out.step_size(dc_);
+    run_.out.step_size(dc);
 }
 
 Correction Branch::correct() {
-    double dist = 0;
-    double previous = 0;
-    bool converged = false;
-    for (int its = 1;; ++its) {
-        previous = dist;
-        if (!problem_.residual(r_)) return Correction::lost;
-        dist = residual_norm();
-        run_.out.mark(progress_mark(dist, previous));
-        problem_.linearise();
-        converged = dist <= 1;
-        if (converged || std::isnan(dist)) break;
-        newton_step();
-        moved_ = distance_from_accepted();
-        const bool shrinking = previous == 0 || dist < 2 * previous;
-        if (!(its < tx_.MaxNewtSteps && shrinking && moved_ < 2 * largest_)) break;
-    }
-    return converged ? Correction::converged : Correction::failed;
+    return correct_point(
+        tx_, run_.out, 2 * step_.largest(), [this] { return residual_norm(); },
+        [this] { return newton_step(); });
 }
 
-double Branch::residual_norm() const {
+std::optional<double> Branch::residual_norm() {
+    if (!problem_.residual(r_)) return std::nullopt;
     WeightedNorm norm(tx_.NewtRelTol, tx_.NewtAbsTol);
     for (std::size_t i = 0; i < n_; ++i) norm.add(r_[i], problem_.y[i]);
+    problem_.linearise();
     return norm.value();
 }
 
-void Branch::newton_step() {
+/// Returns the distance from the last accepted point.
+double Branch::newton_step() {
     double** const A = problem_.record().Phi;
     problem_.newton_rows(A);
     std::fill_n(A[n_], size_, 0.0);
@@ -185,17 +169,7 @@ void Branch::newton_step() {
     std::fill_n(r_ + n_, size_ - n_, 0.0);
     TXLinZero(&tx_, static_cast<int>(size_), A, r_, solver_);
     for (std::size_t j = 0; j < size_; ++j) *unknowns_[j] += r_[j];
-}
-
-/// In state and parameter; a period takes no part.
-double Branch::distance_from_accepted() const {
-    const double change = accepted_[n_] - *unknowns_[n_];
-    double squares = change * change;
-    for (std::size_t i = 0; i < n_; ++i) {
-        const double difference = *unknowns_[i] - accepted_[i];
-        squares += difference * difference;
-    }
-    return std::sqrt(squares);
+    return distance_from(accepted_, unknowns_, n_, 1);
 }
 
 void Branch::analyse() {
@@ -226,8 +200,8 @@ Search Branch::search() {
     bool located = false;
     {
         const Temporarily recording(tx_.TerminateOnFatalError, 0);
-        located =
-            problem_.locate(run_.out.state) == 1 && problem_.classify(now_.tangent, dc_, run_.out);
+        located = problem_.locate(run_.out.state) == 1 &&
+                  problem_.classify(now_.tangent, step_.value(), run_.out);
     }
     if (located) {
         ++bifurcations_;
@@ -259,13 +233,14 @@ void Branch::adapt_step() {
     const double smallest_growth = 0.7071;
     const double largest_growth = problem_.largest_growth();
     const bool defined = !std::isnan(by_angle) && !std::isnan(by_criterion);
-    dc_ *= defined ? std::clamp(factor, smallest_growth, largest_growth) : smallest_growth;
-    const double size = std::max(std::min(std::fabs(dc_), largest_), smallest_);
-    dc_ = dc_ < 0 ? -size : size;
+    const double dc = step_.value() * (defined ? std::clamp(factor, smallest_growth, largest_growth)
+                                               : smallest_growth);
+    const double size = std::max(std::min(std::fabs(dc), step_.largest()), step_.smallest());
+    step_.set(dc < 0 ? -size : size);
 }
 
 void Branch::accept() {
-    if (reversal_ > 1) dc_ = -dc_;  // past a turning point the parameter runs back
+    if (reversal_ > 1) step_.set(-step_.value());  // past a turning point the parameter runs back
     for (std::size_t j = 0; j < size_; ++j) {
         accepted_[j] = *unknowns_[j];
         last_.tangent[j] = now_.tangent[j];
@@ -289,25 +264,19 @@ bool Branch::finished() {
            (run_.bifurcations != 0 && bifurcations_ >= run_.bifurcations);
 }
 
-/// False, and reported, when the step has become too small. A step that reaches zero has too, even
-/// where no smallest step is set.
-bool Branch::halve_step() {
-    dc_ *= 0.5;
-    if (dc_ != 0) return !step_too_small();
-    return report(&tx_, Error::minimum_step, run_.where) == 1;
-}
-
-bool Branch::step_too_small() {
-    if (std::fabs(dc_) >= smallest_) return false;
-    report(&tx_, Error::minimum_step, run_.where);
-    return true;
-}
-
 /// Passes the failure of a nested operation on under the name of the run. Losing the section
 /// records no code of its own.
 int Branch::report_nested() const {
     const Error nested = recorded_error(tx_);
     return report(&tx_, nested != Error::none ? nested : Error::section_not_bracketed, run_.where);
+}
+
+/// The handle's bifurcation record, made when there is none or when it has too little room. False:
+/// not enough memory.
+bool ensure_record(Trajex& tx) {
+    if (tx.txb != nullptr && !fits(tx, *tx.txb)) TXDestroyBif(&tx, tx.txb);
+    if (tx.txb == nullptr) tx.txb = TXCreateBif(&tx);
+    return tx.txb != nullptr;
 }
 
 }  // namespace
@@ -334,16 +303,10 @@ double BranchProblem::space_length(double tangent_length) const {
     return std::sqrt(1 + tangent_length * tangent_length);
 }
 
-bool ensure_record(Trajex& tx) {
-    if (tx.txb != nullptr && !fits(tx, *tx.txb)) TXDestroyBif(&tx, tx.txb);
-    if (tx.txb == nullptr) tx.txb = TXCreateBif(&tx);
-    return tx.txb != nullptr;
-}
-
 int follow_branch(const BranchRun& run, BranchProblem& problem) {
     Trajex& tx = problem.tx;
     Branch branch(run, problem);
-    if (!problem.has_memory() || !branch.has_memory()) {
+    if (!ensure_record(tx) || !problem.has_memory() || !branch.has_memory()) {
         return report(&tx, Error::no_memory, run.where);
     }
     TrajexBif& record = problem.record();

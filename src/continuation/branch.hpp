@@ -87,8 +87,4 @@ struct BranchRun {
 /// recorded (0).
 int follow_branch(const BranchRun& run, BranchProblem& problem);
 
-/// The handle's bifurcation record, made when there is none or when it has too little room. False:
-/// not enough memory.
-bool ensure_record(Trajex& tx);
-
 }  // namespace trajex

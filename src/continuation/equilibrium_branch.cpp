@@ -67,7 +67,6 @@ int TXEquiCont(Trajex* handle, double* y, double* c, double* dc, int nrbif, int 
     va_start(extras, mode);
     const BranchRun run{where, dc, nrbif, Outputs::read(mode, extras)};
     va_end(extras);
-    if (!ensure_record(tx)) return report(&tx, Error::no_memory, where);
     EquilibriumBranch problem(tx, y, c);
     return follow_branch(run, problem);
 }

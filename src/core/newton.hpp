@@ -39,9 +39,18 @@ inline bool diverging(double norm, double previous) {
     return std::isnan(norm) || (previous != 0 && norm > 2 * previous);
 }
 
-/// The progress character of an iteration: '.' when the residual norm went down, '!' otherwise.
-inline char progress_mark(double norm, double previous) {
-    return previous == 0 || norm < previous ? '.' : '!';
+/// The progress character of an iteration: `down` when the residual norm went down, '!' otherwise.
+inline char progress_mark(double norm, double previous, char down = '.') {
+    return previous == 0 || norm < previous ? down : '!';
+}
+
+/// Calls visit(j) with each of the unknowns in turn raised by h.
+template <class Visit>
+void raise_each(double* const* unknowns, std::size_t count, double h, Visit&& visit) {
+    for (std::size_t j = 0; j < count; ++j) {
+        const Temporarily raised(*unknowns[j], *unknowns[j] + h);
+        visit(j);
+    }
 }
 
 /// Evaluates a scalar criterion with each of the unknowns in turn raised by h: the raw material of
@@ -49,10 +58,7 @@ inline char progress_mark(double norm, double previous) {
 template <class Criterion>
 void sample_criterion(double* const* unknowns, std::size_t count, double h, Criterion&& criterion,
                       double* samples) {
-    for (std::size_t j = 0; j < count; ++j) {
-        const Temporarily perturbed(*unknowns[j], *unknowns[j] + h);
-        samples[j] = criterion();
-    }
+    raise_each(unknowns, count, h, [&](std::size_t j) { samples[j] = criterion(); });
 }
 
 /// The gradient row itself: row[j] = (samples[j] - base) / h.

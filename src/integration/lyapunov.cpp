@@ -57,8 +57,8 @@ class Spectrum {
     template <class Sink>
     Error measure(double* t, double* y, Sink& sink);
 
-    /// sums[p] as an exponent in bits per unit of time, after m counted intervals; none of them
-    /// makes it 0/0, not a number.
+    /// sums[p] as an exponent in bits per unit of time, after m counted intervals. Without any it
+    /// is 0/0, not a number: nothing was measured.
     double exponent(std::size_t p, unsigned long m) const {
         return sums_[p] / (std::numbers::ln2 * m_.interval * static_cast<double>(m));
     }
@@ -179,8 +179,10 @@ int estimate_exponents(Trajex& tx, const char* where, double* t, double* y, cons
     if (!spectrum) return report(&tx, Error::no_memory, where);
     if (!sink.create()) return report(&tx, Error::no_output_file, where);
     const Error failure = spectrum.measure(t, y, sink);
-    if (failure != Error::none) return report(&tx, failure, where);
-    return sink.sound() ? 1 : report(&tx, Error::no_output_file, where);
+    const int result = sink.sound() ? 1 : report(&tx, Error::no_output_file, where);
+    // Reported when it happened, and cleared by the integrations after it.
+    if (failure != Error::none) tx.ErrorCode = static_cast<int>(failure);
+    return result;
 }
 
 }  // namespace

@@ -82,7 +82,7 @@ void build_columns(Trajex& tx, const char* format) {
         tx.output[c] = printed ? 1 : 0;
         *form = '\0';
         if (!printed) continue;
-        const int decimals = digit - '0';
+        const int decimals = (digit - '0') % 10;  // a range that the compiler can check, too
         std::snprintf(form, form_length, "%%%d.%de ", decimals + 6, decimals);
     }
 }

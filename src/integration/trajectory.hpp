@@ -80,8 +80,11 @@ int integrate_to(Flow& flow, double* t0, double t1, const char* where) {
     rec.StepTaken = 1;
     rec.h = h;
     std::copy_n(rec.y6, n, rec.ylast);
-    flow.store(rec.ylast);
-    if (t > t1 && flow.interpolate(t1) != 1) return 0;
+    if (t > t1) {
+        if (flow.interpolate(t1) != 1) return 0;
+    } else {
+        flow.store(rec.ylast);
+    }
     *t0 = t1;
     return 1;
 }

@@ -1,8 +1,8 @@
 // The public short names of the eigenvalue routines, in an object of their own as those of the LU
 // routines are.
+#include "core/extent.hpp"
 #include "linalg/eigen.hpp"
 #include "linalg/eigenproblem.hpp"
-#include "core/extent.hpp"
 
 void Balanc(double** a, int n) {
     trajex::balance(a, trajex::extent(n));

@@ -4,8 +4,8 @@
 #include <cmath>
 
 #include "core/errors.hpp"
-#include "linalg/eigen.hpp"
 #include "core/extent.hpp"
+#include "linalg/eigen.hpp"
 
 namespace trajex {
 

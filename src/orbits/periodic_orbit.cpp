@@ -115,11 +115,11 @@ class AutonomousOrbit : Shooting {
     int find() {
         if (!reach_section() || !complete_first_period()) return 0;
         double dist = closing_distance();
-        if (!is_period(t_start_, T_) || std::isnan(dist)) return not_converged();
+        if (!possible_period(t_start_, T_) || std::isnan(dist)) return not_converged();
         sign_ = cut_value(tx, t_, y) < 0 ? 1 : -1;
         for (int its = 0; dist > 1; ++its) {
             correct();
-            if (!is_period(t_start_, T_)) return not_converged();
+            if (!possible_period(t_start_, T_)) return not_converged();
             if (!return_to_section() || !integrate()) return 0;
             const double previous = dist;
             dist = closing_distance();
@@ -176,13 +176,12 @@ bool AutonomousOrbit::complete_first_period() {
 /// One Newton correction of start point and period.
 void AutonomousOrbit::correct() {
     double** const matrix = tx.TX->j;
-    double* const flow_at_end = tx.TX->ivector + n;
+    double* const end_flow = tx.TX->ivector + n;
     copy_block(Phi, n, n, matrix);
     subtract_identity(matrix, n);
-    tx.fcn(t_, y, flow_at_end);
-    for (std::size_t i = 0; i < n; ++i) matrix[i][n] = flow_at_end[i];
+    tx.fcn(t_, y, end_flow);
     tx.fcn(t_start_, start, matrix[n]);
-    matrix[n][n] = 0;
+    border_with_period(matrix, n, n, end_flow);
     gap[n] = 0;
     correct_start(matrix, n + 1);
     T_ += gap[n];
@@ -245,7 +244,7 @@ using namespace trajex;
 
 int TXNonAutoOrbit(Trajex* handle, double t, double* y, double** Phi, double T) {
     Trajex& tx = enter_variational(handle, ForcedOrbit::where);
-    if (!is_period(t, T)) {
+    if (!possible_period(t, T)) {
         return report(&tx, Error::negative_time_step, ForcedOrbit::where);
     }
     const Temporarily no_sensitivities(tx.nparam, 0);

@@ -16,11 +16,6 @@
 
 namespace trajex {
 
-/// M becomes M - I.
-inline void subtract_identity(double** M, std::size_t n) {
-    for (std::size_t i = 0; i < n; ++i) M[i][i] -= 1;
-}
-
 /// The border of an unknown period at place `last` of the system. Row `last` holds the flow at the
 /// start point already; `end_flow`, the flow at the end point, may be that row.
 inline void border_with_period(double** A, std::size_t n, std::size_t last,
@@ -33,12 +28,6 @@ inline void border_with_period(double** A, std::size_t n, std::size_t last,
 /// Whether every correction is a number: NaN and infinity end a search.
 inline bool all_finite(const double* values, std::size_t count) {
     return std::all_of(values, values + count, [](double x) { return std::isfinite(x); });
-}
-
-/// Whether a time is a period that can be integrated over from t: positive, and not lost when it is
-/// added. Anything else that a Newton correction may have made of it is not.
-inline bool is_period(double t, double T) {
-    return T > 0 && t + T > t && std::isfinite(t + T);
 }
 
 }  // namespace trajex

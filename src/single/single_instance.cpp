@@ -11,6 +11,7 @@ namespace {
 
 // Process-wide on purpose: that one handle need not be passed around is what this interface is for.
 // It serves one caller at a time, as any handle does, and so needs no synchronisation.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 Trajex* oldtx = nullptr;
 
 /// The entry step of a call that integrates `fcn`.

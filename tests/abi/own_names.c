@@ -55,7 +55,11 @@ static any_function volatile everything[] = {
     (any_function)TXPoincareStep, (any_function)TXVarPoincareStep,
     (any_function)TXEquiPoint,    (any_function)TXStateBifOutput,
     (any_function)TXCheckEquiBif, (any_function)TXLocateEquiBif,
-    (any_function)CRIT2,
+    (any_function)TXEquiCont,     (any_function)TXLyapCalcFile,
+    (any_function)TXftablea,      (any_function)TXAutoOrbit,
+    (any_function)TXNonAutoOrbit, (any_function)TXCheckBif,
+    (any_function)TXLocateBif,    (any_function)TXEqui2DCont,
+    (any_function)TXEigenVector,  (any_function)CRIT2,
 };
 
 int main(void) {

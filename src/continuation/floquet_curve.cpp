@@ -1,0 +1,53 @@
+// Curves of bifurcations of periodic orbits: the residual of the period map and its criterion.
+#include "continuation/floquet_curve.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+#include "orbits/period_map.hpp"
+
+namespace trajex {
+
+FloquetCurve::FloquetCurve(Trajex& handle, double* first, double* second, std::size_t unknowns,
+                           std::size_t trivial)
+    : CurveProblem(handle, first, second, unknowns),
+      t_(record().t),
+      trivial_(trivial),
+      torus_(record().biftype == torus),
+      work_({{&image_, n}, {&samples_, size}},
+            {{&Phi_, n, n + 2}, pointer_list(&unknowns_, size)}) {}
+
+void FloquetCurve::evaluate(double* r) {
+    if (!linearise()) {
+        std::fill_n(r, n + 1, std::numeric_limits<double>::quiet_NaN());
+        return;
+    }
+    for (std::size_t i = 0; i < n; ++i) r[i] = record().y[i] - image_[i];
+    r[n] = -criterion();
+}
+
+bool FloquetCurve::linearise() {
+    if (!integrate()) return false;
+    copy_block(Phi_, n, n + 2, record().Phi);
+    return find_multipliers();
+}
+
+bool FloquetCurve::integrate() {
+    TrajexBif& bif = record();
+    return possible_period(t_, bif.T) && integrate_period(tx, &t_, bif.T, bif.y, image_, Phi_) == 1;
+}
+
+bool FloquetCurve::find_multipliers() {
+    return trajex::find_multipliers(tx, Phi_, record().er, record().ei, trivial_) == 1;
+}
+
+Critical FloquetCurve::critical() const {
+    return critical_multiplier_of(tx, record().er, record().ei, trivial_);
+}
+
+double FloquetCurve::criterion() const {
+    const Critical k = critical();
+    return torus_ ? k.value - 1 : (k.value - 1) * (1 + std::fabs(record().ei[k.index]));
+}
+
+}  // namespace trajex
