@@ -29,7 +29,7 @@ enum class Jacobians { analytic, numerical };
 class Bench {
   public:
     explicit Bench(Jacobians jacobians)
-        : tx(open_recording(flow, 2, 1e-8, 0.05)), Phi{elements_, elements_ + 4} {
+        : tx(open_recording(flow, 2, 1e-8, 0.05)), Phi{rows_[0], rows_[1]} {
         if (jacobians == Jacobians::analytic) {
             TXVarOpenTrajex(tx.get(), jacobian, 2, &parameter_jacobian, &Bench::A, &Bench::B);
         } else {
@@ -64,9 +64,10 @@ class Bench {
         t = 0;
         T = 6.5;
         dc = 0.15;
-        std::fill_n(elements_, 8, 0.0);
-        Phi[0][0] = Phi[1][1] = 1;
+        std::fill_n(rows_[0], 8, 0.0);
+        rows_[0][0] = rows_[1][1] = 1;
         tx->h = tx->TX->h = 0.05;
+        tx->MaxContSteps = 1000;
         std::fill_n(tx->cp, 2, '\1');
         start(1.25, 1.5, 1.9);
     }
@@ -89,7 +90,7 @@ class Bench {
                                 dc,
                                 A,
                                 B};
-        all.insert(all.end(), elements_, elements_ + 8);
+        all.insert(all.end(), rows_[0], rows_[0] + 8);
         if (const TrajexBif* bif = tx->txb) {
             for (const double* vector : {bif->y, bif->c, bif->er, bif->ei}) {
                 all.insert(all.end(), vector, vector + 2);
@@ -98,7 +99,8 @@ class Bench {
         return all;
     }
 
-    static void count_point(Trajex*, FILE*) { called_back(); }
+    static void report_point(Trajex*, FILE*) { called_back(); }
+    static void take_sample(double, double*) { called_back(); }
 
   private:
     static void flow(double, double* y, double* f) {
@@ -124,12 +126,12 @@ class Bench {
         return y[0] - 1.24;
     }
 
-    double elements_[8];
+    double rows_[2][4];
 };
 
-/// What a failed operation has put back when it ends. Parameters that it was not asked to move keep
-/// their values in any case.
-enum class Restores { nothing, parameters, everything };
+/// What a failed operation has put back when it ends: no variable of the application, parameter A,
+/// both parameters, or the time and the state as well.
+enum class Restores { nothing, other_parameter, parameters, everything };
 
 struct Operation {
     std::string name;
@@ -146,7 +148,7 @@ inline int locate_equilibrium(Bench& b) {
 
 inline int continue_equilibrium(Bench& b) {
     b.start(1, 1.9, 1.9);
-    return TXEquiCont(b.tx.get(), b.y, &Bench::B, &b.dc, 1, 4, &Bench::count_point,
+    return TXEquiCont(b.tx.get(), b.y, &Bench::B, &b.dc, 1, 4, &Bench::report_point,
                       static_cast<FILE*>(nullptr));
 }
 
@@ -159,19 +161,27 @@ inline int find_orbit(Bench& b) {
     return TXAutoOrbit(b.tx.get(), b.t, b.y, b.Phi, 1, &b.T);
 }
 
-/// The equilibrium as an orbit of a period that is not its own, through the bifurcation at B = 2.
-inline int continue_forced_orbit(Bench& b) {
-    b.start(1, 1.9, 1.9);
-    b.tx->CheckBifs = 0;
-    return TXNonAutoCont(b.tx.get(), b.t, b.y, b.T, &Bench::B, &b.dc, 1, 4, &Bench::count_point,
-                         static_cast<FILE*>(nullptr));
-}
-
 inline int continue_orbit(Bench& b) {
     b.start(1.24, 3.5, 2.5);
     b.tx->MaxContSteps = 3;
-    return TXAutoCont(b.tx.get(), b.t, b.y, 1, &b.T, &Bench::B, &b.dc, 0, 4, &Bench::count_point,
+    return TXAutoCont(b.tx.get(), b.t, b.y, 1, &b.T, &Bench::B, &b.dc, 0, 4, &Bench::report_point,
                       static_cast<FILE*>(nullptr));
+}
+
+/// The curve of Hopf bifurcations, from the one that is found first.
+inline int continue_hopf(Bench& b) {
+    if (continue_equilibrium(b) != 1) return 0;
+    b.tx->MaxContSteps = 3;
+    return TXEqui2DCont(b.tx.get(), &Bench::A, &Bench::B, &b.dc, 4, &Bench::report_point,
+                        static_cast<FILE*>(nullptr));
+}
+
+inline int lyapunov_exponents(Bench& b) {
+    return TXLyapCalc(b.tx.get(), &b.t, b.y, 1e-5, 0.25, 2, 4, b.Phi[0], 2);
+}
+
+inline int table(Bench& b) {
+    return TXftableg(b.tx.get(), &b.t, 1, 4, b.y, &Bench::take_sample);
 }
 
 inline const std::vector<Operation>& operations() {
@@ -197,10 +207,12 @@ inline const std::vector<Operation>& operations() {
         {"EquiPoint", everything, [](Bench& b) { return TXEquiPoint(b.tx.get(), b.y); }},
         {"NonAutoOrbit", parameters, find_forced_orbit},
         {"AutoOrbit", parameters, find_orbit},
-        {"LocateEquiBif", nothing, locate_equilibrium},
-        {"EquiCont", nothing, continue_equilibrium},
-        {"NonAutoCont", nothing, continue_forced_orbit},
-        {"AutoCont", nothing, continue_orbit},
+        {"LocateEquiBif", other_parameter, locate_equilibrium},
+        {"EquiCont", other_parameter, continue_equilibrium},
+        {"AutoCont", other_parameter, continue_orbit},
+        {"Equi2DCont", nothing, continue_hopf},
+        {"LyapCalc", parameters, lyapunov_exponents},
+        {"Table", parameters, table},
     };
     return all;
 }

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "core/simd.hpp"
+
 namespace trajex {
 
 namespace {
@@ -76,20 +78,120 @@ std::size_t largest_below_diagonal(double* const* a, std::size_t n, std::size_t 
     return pivot;
 }
 
+// One column of the reduction. The rows i below the pivot lose y_i times the pivot row, and column
+// m gains y_i times column i, for one i after the other. Taken row by row of memory instead,
+// element m of row j gathers
+//
+//     y_i a_ji  for i < j,   then row j loses y_j times the pivot row,   then  y_i a_ji  for i >=
+//     j,
+//
+// where the pivot row's own element m is what it had gathered when the turn of row j came.
+class ColumnElimination {
+  public:
+    [[gnu::always_inline]] static inline void run(double** a, std::size_t n, std::size_t m) {
+        ColumnElimination step(a, n, m);
+        for (std::size_t i = m + 1; i < n;) {
+            i = step.collect(i);
+            step.gather_and_subtract();
+        }
+    }
+
+  private:
+    static constexpr std::size_t most = 128;  // multipliers that are dealt with at a time
+    static constexpr std::size_t group = 8;   // rows whose sums are formed side by side
+
+    ColumnElimination(double** a, std::size_t n, std::size_t m) : a_(a), n_(n), m_(m) {}
+
+    // Turns elements below the pivot, from row i on, into multipliers. Returns the row to go on
+    // with.
+    [[gnu::always_inline]] inline std::size_t collect(std::size_t i) {
+        const double pivot = a_[m_][m_ - 1];
+        for (count_ = 0; i < n_ && count_ < most; ++i) {
+            if (a_[i][m_ - 1] == 0) continue;
+            a_[i][m_ - 1] /= pivot;
+            row_[count_] = i;
+            multiplier_[count_] = a_[i][m_ - 1];
+            ++count_;
+        }
+        return i;
+    }
+
+    [[gnu::always_inline]] inline void gather_and_subtract() {
+        for (std::size_t t = 0; t < count_; ++t) {
+            diagonal_[t] = a_[m_][m_];
+            a_[m_][m_] += multiplier_[t] * a_[m_][row_[t]];
+        }
+        std::size_t j = 0;
+        for (; j + group <= m_; j += group) gather<group>(j, 0, count_);
+        for (; j < m_; ++j) gather<1>(j, 0, count_);
+        std::size_t done = 0;  // multipliers of rows above j
+        for (j = m_ + 1; j + group <= n_; j += group) {
+            gather<group>(j, 0, done);
+            const std::size_t next = finish_rows(j, j + group, done);
+            gather<group>(j, next, count_);
+            done = next;
+        }
+        gather_each(j, 0, done);
+        const std::size_t next = finish_rows(j, n_, done);
+        gather_each(j, next, count_);
+    }
+
+    // What rows [j, end) have to do with each other's multipliers, the first of which is `first`.
+    // Returns the end of these multipliers.
+    [[gnu::always_inline]] inline std::size_t finish_rows(std::size_t j, std::size_t end,
+                                                          std::size_t first) {
+        std::size_t last = first;
+        while (last < count_ && row_[last] < end) ++last;
+        for (std::size_t t = first; j < end; ++j) {
+            gather<1>(j, first, t);
+            if (t < last && row_[t] == j) subtract_pivot_row(t);
+            gather<1>(j, t, last);
+            if (t < last && row_[t] == j) ++t;
+        }
+        return last;
+    }
+
+    [[gnu::always_inline]] inline void subtract_pivot_row(std::size_t t) {
+        const double y = multiplier_[t];
+        double* const row = a_[row_[t]];
+        const double* const pivot_row = a_[m_];
+        row[m_] -= y * diagonal_[t];
+        for (std::size_t k = m_ + 1; k < n_; ++k) row[k] -= y * pivot_row[k];
+    }
+
+    [[gnu::always_inline]] inline void gather_each(std::size_t j, std::size_t from,
+                                                   std::size_t to) {
+        for (; j < n_; ++j) gather<1>(j, from, to);
+    }
+
+    // Element m of rows j, j + 1, ... gathers with the multipliers [from, to).
+    template <std::size_t rows>
+    [[gnu::always_inline]] inline void gather(std::size_t j, std::size_t from, std::size_t to) {
+        double sums[rows];
+        for (std::size_t r = 0; r < rows; ++r) sums[r] = a_[j + r][m_];
+        for (std::size_t t = from; t < to; ++t) {
+            const double* const* const row = a_ + j;
+            for (std::size_t r = 0; r < rows; ++r) sums[r] += multiplier_[t] * row[r][row_[t]];
+        }
+        for (std::size_t r = 0; r < rows; ++r) a_[j + r][m_] = sums[r];
+    }
+
+    double** a_;
+    std::size_t n_;
+    std::size_t m_;
+    std::size_t count_ = 0;
+    std::size_t row_[most];
+    double multiplier_[most];
+    double diagonal_[most];  // element m of the pivot row when the turn of this multiplier comes
+};
+
 }  // namespace
 
 void reduce_to_hessenberg(double** a, std::size_t n) {
     for (std::size_t m = 1; m + 1 < n; ++m) {
         const std::size_t pivot = largest_below_diagonal(a, n, m - 1);
         if (pivot != m) swap_rows_and_columns(a, n, m, pivot);
-        const double x = a[m][m - 1];
-        if (!(std::fabs(x) > 0)) continue;
-        for (std::size_t i = m + 1; i < n; ++i) {
-            if (a[i][m - 1] == 0) continue;
-            const double y = a[i][m - 1] /= x;
-            for (std::size_t j = m; j < n; ++j) a[i][j] -= y * a[m][j];
-            for (std::size_t j = 0; j < n; ++j) a[j][m] += y * a[j][i];
-        }
+        if (std::fabs(a[m][m - 1]) > 0) dispatch<ColumnElimination>(a, n, m);
     }
 }
 

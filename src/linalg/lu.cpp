@@ -1,10 +1,15 @@
-// LU decomposition with partial pivoting and implicit scaling of the rows, by right-looking
-// elimination: every element receives the updates of Crout's method, in the same order, but row by
-// row of memory. Reference: Golub and Van Loan, Matrix Computations, 3.2 and 3.4.
+// LU decomposition with partial pivoting and implicit scaling of the rows. Every element receives
+// the updates of Crout's method, a_ij - l_i0 u_0j - l_i1 u_1j - ..., in this order, but the columns
+// are taken by recursive halving, so that most updates are products of blocks that run along the
+// rows. References: Golub and Van Loan, Matrix Computations, 3.2 and 3.4; Toledo, SIAM J. Matrix
+// Anal. Appl. 18 (1997) 1065.
 #include "linalg/lu.hpp"
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
+
+#include "core/simd.hpp"
 
 namespace trajex {
 
@@ -13,76 +18,243 @@ namespace {
 // Replaces a pivot that is exactly zero: a singular matrix gives a huge solution, not a failure.
 constexpr double pivot_floor = 1.0e-20;
 
+// Columns of a panel, which is decomposed without further division, and of a tile of an update.
+constexpr std::size_t panel_width = 8;
+constexpr std::size_t tile_rows = 4;
+
+// Columns whose updates are applied together: as many rows of U, a panel wide, stay in the cache.
+constexpr std::size_t most_updates = 128;
+
 bool is_zero_row(const double* row, std::size_t n) {
     return std::all_of(row, row + n, [](double x) { return x == 0; });
 }
 
 // 1 / max |a_ij| for every row i; false when there is a row of zeros.
-bool scale_rows(std::size_t n, double* const* a, double* scale) {
-    for (std::size_t i = 0; i < n; ++i) {
+struct ScaleRows {
+    [[gnu::always_inline]] static inline bool run(std::size_t n, double* const* a, double* scale) {
+        for (std::size_t i = 0; i < n; ++i) {
+            const double largest = largest_size(a[i], n);
+            if (largest == 0 && is_zero_row(a[i], n)) return false;
+            scale[i] = 1 / largest;
+        }
+        return true;
+    }
+
+  private:
+    [[gnu::always_inline]] static inline double largest_size(const double* row, std::size_t n) {
+        Four sizes{};
+        std::size_t j = 0;
+        for (; j + 4 <= n; j += 4) {
+            Four v;
+            load(v, row + j);
+            keep_larger(sizes, v);
+            keep_larger(sizes, -v);
+        }
+        double largest = std::max(std::max(sizes[0], sizes[1]), std::max(sizes[2], sizes[3]));
+        for (; j < n; ++j) largest = std::max(largest, std::fabs(row[j]));
+        return largest;
+    }
+};
+
+struct Decomposition {
+    std::size_t n;
+    double** a;
+    double* scale;
+    int* exchanges;
+    double parity;
+};
+
+// Decomposes the columns [first, last) of all rows below; the updates from the columns before
+// `first` are done.
+struct DecomposePanel {
+    [[gnu::always_inline]] static inline void run(Decomposition* lu, std::size_t first,
+                                                  std::size_t last) {
+        double reciprocal = 1;
+        const auto columns = [&]<std::size_t... K>(std::index_sequence<K...>)
+            __attribute__((always_inline)) {
+            static_cast<void>(
+                ((first + K < last && (decompose_column<K>(*lu, first, reciprocal), true)) && ...));
+        };
+        columns(std::make_index_sequence<panel_width>());
+        for (std::size_t i = last; i < lu->n; ++i) lu->a[i][last - 1] *= reciprocal;
+    }
+
+  private:
+    // Column K of the panel. The pass that updates it also looks for its pivot, and divides the
+    // column before by the pivot found there.
+    template <std::size_t K>
+    [[gnu::always_inline]] static inline void decompose_column(Decomposition& lu, std::size_t first,
+                                                               double& reciprocal) {
+        double u[panel_width];
+        for (std::size_t k = 0; k < K; ++k) {
+            u[k] = lu.a[first + k][first + K];
+            for (std::size_t p = 0; p < k; ++p) u[k] -= lu.a[first + k][first + p] * u[p];
+            lu.a[first + k][first + K] = u[k];
+        }
+        const std::size_t column = first + K;
+        std::size_t pivot = column;
         double largest = 0;
-        for (std::size_t j = 0; j < n; ++j) {
-            const double size = std::fabs(a[i][j]);
+        for (std::size_t i = column; i < lu.n; ++i) {
+            double* const row = lu.a[i] + first;
+            if constexpr (K > 0) row[K - 1] *= reciprocal;
+            double sum = row[K];
+            for (std::size_t p = 0; p < K; ++p) sum -= row[p] * u[p];
+            row[K] = sum;
+            const double size = lu.scale[i] * std::fabs(sum);
+            pivot = size >= largest ? i : pivot;  // never what is not a number
             largest = size > largest ? size : largest;
         }
-        if (largest == 0 && is_zero_row(a[i], n)) return false;
-        scale[i] = 1 / largest;
+        exchange(lu, column, pivot);
+        if (lu.a[column][column] == 0) lu.a[column][column] = pivot_floor;
+        reciprocal = 1 / lu.a[column][column];
     }
-    return true;
-}
 
-// The row with the largest scaled element of a column, the last one among equals. Elements that are
-// not a number never win; if nothing wins the diagonal stays.
-std::size_t find_pivot(std::size_t n, double* const* a, const double* scale, std::size_t column) {
-    std::size_t pivot = column;
-    double largest = 0;
-    for (std::size_t i = column; i < n; ++i) {
-        const double size = scale[i] * std::fabs(a[i][column]);
-        if (size >= largest) {
-            largest = size;
-            pivot = i;
+    static void exchange(Decomposition& lu, std::size_t column, std::size_t pivot) {
+        lu.exchanges[column] = static_cast<int>(pivot);
+        if (pivot == column) return;
+        std::swap_ranges(lu.a[column], lu.a[column] + lu.n, lu.a[pivot]);
+        lu.scale[pivot] = lu.scale[column];
+        lu.parity = -lu.parity;
+    }
+};
+
+// Applies the columns [first, last), which are done, to the columns [last, right):
+//     rows [first, last) become U,   rows below A - L U.
+// right - last is a multiple of the panel width.
+struct UpdateColumns {
+    [[gnu::always_inline]] static inline void run(const Decomposition* lu, std::size_t first,
+                                                  std::size_t last, std::size_t right) {
+        double u[most_updates * panel_width];  // the rows of U, one after the other
+        for (std::size_t j = last; j < right; j += panel_width) {
+            for (std::size_t i = first; i < last; i += tile_rows) {
+                const std::size_t end = std::min(i + tile_rows, last);
+                update_tile(lu->a, i, end, first, i - first, j, u);
+                finish_rows(lu->a, i, end, first, j, u);
+            }
+            for (std::size_t i = last; i < lu->n; i += tile_rows) {
+                const std::size_t end = std::min(i + tile_rows, lu->n);
+                update_tile(lu->a, i, end, first, last - first, j, u);
+            }
         }
     }
-    return pivot;
+
+  private:
+    // Rows [i, end) of the tile at column j, minus their multipliers in `count` columns from
+    // `first` on times as many rows of U. At the edge of the matrix the last row takes the places
+    // of those missing: it is computed several times, with one result.
+    [[gnu::always_inline]] static inline void update_tile(double* const* a, std::size_t i,
+                                                          std::size_t end, std::size_t first,
+                                                          std::size_t count, std::size_t j,
+                                                          const double* u) {
+        double* rows[tile_rows];
+        Four tile[tile_rows][2];
+        for (std::size_t r = 0; r < tile_rows; ++r) {
+            rows[r] = a[std::min(i + r, end - 1)];
+            load(tile[r][0], rows[r] + j);
+            load(tile[r][1], rows[r] + j + 4);
+        }
+        for (std::size_t k = 0; k < count; ++k, u += panel_width) {
+            Four left, right;
+            load(left, u);
+            load(right, u + 4);
+            for (std::size_t r = 0; r < tile_rows; ++r) {
+                const double multiplier = rows[r][first + k];
+                tile[r][0] -= multiplier * left;
+                tile[r][1] -= multiplier * right;
+            }
+        }
+        for (std::size_t r = 0; r < tile_rows; ++r) {
+            store(tile[r][0], rows[r] + j);
+            store(tile[r][1], rows[r] + j + 4);
+        }
+    }
+
+    // The updates that rows [i, end) of U give each other; the results also go to `u`.
+    [[gnu::always_inline]] static inline void finish_rows(double* const* a, std::size_t i,
+                                                          std::size_t end, std::size_t first,
+                                                          std::size_t j, double* u) {
+        for (std::size_t k = i; k < end; ++k) {
+            Four left, right, above;
+            load(left, a[k] + j);
+            load(right, a[k] + j + 4);
+            for (std::size_t p = i; p < k; ++p) {
+                load(above, u + (p - first) * panel_width);
+                left -= a[k][p] * above;
+                load(above, u + (p - first) * panel_width + 4);
+                right -= a[k][p] * above;
+            }
+            store(left, a[k] + j);
+            store(right, a[k] + j + 4);
+            store(left, u + (k - first) * panel_width);
+            store(right, u + (k - first) * panel_width + 4);
+        }
+    }
+};
+
+constexpr std::size_t in_whole_panels(std::size_t columns) {
+    return (columns + panel_width - 1) / panel_width * panel_width;
+}
+
+// The columns on the right of each division are whole panels; an incomplete one is the first.
+void decompose_columns(Decomposition& lu, std::size_t first, std::size_t last) {
+    const std::size_t width = last - first;
+    if (width <= panel_width) {
+        dispatch<DecomposePanel>(&lu, first, last);
+        return;
+    }
+    const std::size_t left_at_most = std::min(width / 2, most_updates);
+    const std::size_t middle = last - in_whole_panels(width - left_at_most);
+    decompose_columns(lu, first, middle);
+    dispatch<UpdateColumns>(&lu, first, middle, last);
+    decompose_columns(lu, middle, last);
 }
 
 }  // namespace
 
 bool lu_decompose(std::size_t n, double** a, int* exchanges, double& parity, double* scale) {
     parity = 1;
-    if (!scale_rows(n, a, scale)) return false;
-    for (std::size_t k = 0; k < n; ++k) {
-        const std::size_t pivot = find_pivot(n, a, scale, k);
-        if (pivot != k) {
-            std::swap_ranges(a[k], a[k] + n, a[pivot]);
-            scale[pivot] = scale[k];
-            parity = -parity;
-        }
-        exchanges[k] = static_cast<int>(pivot);
-        if (a[k][k] == 0) a[k][k] = pivot_floor;
-        const double reciprocal = 1 / a[k][k];
-        for (std::size_t i = k + 1; i < n; ++i) {
-            const double multiplier = a[i][k] *= reciprocal;
-            for (std::size_t j = k + 1; j < n; ++j) a[i][j] -= multiplier * a[k][j];
-        }
-    }
+    if (!dispatch<ScaleRows>(n, a, scale)) return false;
+    if (n == 0) return true;
+    Decomposition lu{n, a, scale, exchanges, 1};
+    decompose_columns(lu, 0, n);
+    parity = lu.parity;
     return true;
 }
 
-void lu_substitute(std::size_t n, double* const* a, const int* exchanges, double* b) {
-    std::size_t first = n;  // the first row whose sum is not zero; before it all of b is
-    for (std::size_t i = 0; i < n; ++i) {
-        const auto exchanged = static_cast<std::size_t>(exchanges[i]);
-        double sum = b[exchanged];
-        b[exchanged] = b[i];
-        for (std::size_t j = first; j < i; ++j) sum -= a[i][j] * b[j];
-        if (first == n && sum != 0) first = i;
-        b[i] = sum;
+namespace {
+
+// b_i - a_i,from b_from - ... - a_i,to-1 b_to-1 for `count` rows at a time, which only share b: the
+// processor works on one sum while it waits for another.
+template <std::size_t count>
+void subtract_products(double* const* a, std::size_t i, std::size_t from, std::size_t to,
+                       double* b) {
+    double sums[count];
+    for (std::size_t r = 0; r < count; ++r) sums[r] = b[i + r];
+    for (std::size_t j = from; j < to; ++j) {
+        for (std::size_t r = 0; r < count; ++r) sums[r] -= a[i + r][j] * b[j];
     }
-    for (std::size_t i = n; i-- > 0;) {
+    for (std::size_t r = 0; r < count; ++r) b[i + r] = sums[r];
+}
+
+}  // namespace
+
+void lu_substitute(std::size_t n, double* const* a, const int* exchanges, double* b) {
+    for (std::size_t i = 0; i < n; ++i) std::swap(b[i], b[exchanges[i]]);
+    constexpr std::size_t rows = 4;
+    std::size_t first = 0;
+    while (first < n && b[first] == 0) ++first;  // zeros stay zeros
+    std::size_t i = first;
+    for (; i + rows <= n; i += rows) {
+        subtract_products<rows>(a, i, first, i, b);
+        for (std::size_t r = 1; r < rows; ++r) subtract_products<1>(a, i + r, i, i + r, b);
+    }
+    for (; i < n; ++i) subtract_products<1>(a, i, first, i, b);
+    double next = 0;
+    for (i = n; i-- > 0;) {
         double sum = b[i];
-        for (std::size_t j = i + 1; j < n; ++j) sum -= a[i][j] * b[j];
-        b[i] = sum / a[i][i];
+        if (i + 1 < n) sum -= a[i][i + 1] * next;
+        for (std::size_t j = i + 2; j < n; ++j) sum -= a[i][j] * b[j];
+        b[i] = next = sum / a[i][i];
     }
 }
 

@@ -225,7 +225,7 @@ Matrix reflected(const Matrix& a, unsigned seed) {
 }
 
 TEST(Eigen, AgreesWithPlainAlgorithmsToTheLastBit) {
-    for (const std::size_t n : {1, 2, 3, 4, 5, 6, 7, 9, 10, 13, 20, 33, 50, 71, 130, 200}) {
+    for (const std::size_t n : Orders{1, 2, 3, 4, 5, 6, 7, 9, 10, 13, 20, 33, 50, 71, 130, 200}) {
         int kind = 0;
         for (const Matrix& a : branch_takers(n)) {
             SCOPED_TRACE(testing::Message() << "n = " << n << ", kind " << kind++);
@@ -340,7 +340,7 @@ TEST(Eigen, PlaceOfEachEigenvalue) {
 TEST(Eigen, EndsOnElementsThatAreNotFinite) {
     const double infinite = std::numeric_limits<double>::infinity();
     for (const double bad : {std::nan(""), infinite, -infinite, 1e308, 5e-324}) {
-        for (const std::size_t n : {1, 2, 3, 10, 60}) {
+        for (const std::size_t n : Orders{1, 2, 3, 10, 60}) {
             for (const std::size_t row : {std::size_t{0}, n / 2, n - 1}) {
                 Matrix a = random_matrix(n, 11);
                 a[row][n / 3] = bad;

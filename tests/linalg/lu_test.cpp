@@ -79,7 +79,8 @@ Trajex recording_handle() {
 }
 
 TEST(Lu, AgreesWithCroutToTheLastBit) {
-    for (const std::size_t n : {1, 2, 3, 4, 5, 7, 8, 9, 10, 16, 17, 31, 50, 65, 77, 128, 200}) {
+    for (const std::size_t n :
+         Orders{1, 2, 3, 4, 5, 7, 8, 9, 10, 16, 17, 31, 50, 65, 77, 128, 200, 300}) {
         int kind = 0;
         for (const Matrix& a : branch_takers(n)) {
             SCOPED_TRACE(testing::Message() << "n = " << n << ", kind " << kind++);
@@ -110,7 +111,7 @@ TEST(Lu, AgreesWithCroutToTheLastBit) {
 }
 
 TEST(Lu, SolvesWithSmallBackwardError) {
-    for (const std::size_t n : {1, 2, 3, 6, 20, 100}) {
+    for (const std::size_t n : Orders{1, 2, 3, 6, 20, 100}) {
         const Matrix a = random_matrix(n, 7);
         std::vector<double> b(n, 1.0);
         Matrix factors = a;

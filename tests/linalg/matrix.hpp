@@ -1,15 +1,19 @@
 // Matrices for the tests: rows scattered over memory and unaligned, as callers may have them.
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <random>
 #include <utility>
 #include <vector>
 
 namespace trajex::test {
+
+using Orders = std::initializer_list<std::size_t>;
 
 class Matrix {
   public:
