@@ -14,6 +14,9 @@
 //
 // `run` takes its arguments by value. What it calls is either always_inline as well or stays
 // baseline code. A lambda inside `run` needs the attribute too.
+//
+// A kernel that names its vectors is a template of their type, and is given the longest that fit a
+// register: Four in AVX2 code, Pair elsewhere. Vectors longer than a register would live in memory.
 #pragma once
 
 #include <cmath>
@@ -21,6 +24,88 @@
 #include <cstring>
 
 namespace trajex {
+
+// ---- Vectors: neighbouring doubles, operated on one by one: v + w, v - w, v * w, v / w, and x + v
+// and x * v with a number x. Pass references only: how a function receives a vector by value
+// depends on the instruction set.
+
+#if defined(__GNUC__)
+
+using Four [[gnu::vector_size(32)]] = double;
+using Pair [[gnu::vector_size(16)]] = double;
+
+template <class Vector>
+struct [[gnu::packed, gnu::may_alias]] Unaligned {
+    Vector value;
+};
+
+template <class Vector>
+[[gnu::always_inline]] inline void load(Vector& v, const double* from) {
+    v = reinterpret_cast<const Unaligned<Vector>*>(from)->value;
+}
+
+template <class Vector>
+[[gnu::always_inline]] inline void store(const Vector& v, double* to) {
+    reinterpret_cast<Unaligned<Vector>*>(to)->value = v;
+}
+
+template <class Vector>
+[[gnu::always_inline]] inline void take_magnitude(Vector& v) {
+    using Bits [[gnu::vector_size(sizeof(Vector))]] = long long;
+    constexpr long long all_but_sign = 0x7fffffffffffffff;
+    v = reinterpret_cast<Vector>(reinterpret_cast<Bits>(v) & all_but_sign);
+}
+
+/// Makes v zero where w is zero.
+template <class Vector>
+[[gnu::always_inline]] inline void clear_where_zero(Vector& v, const Vector& w) {
+    using Bits [[gnu::vector_size(sizeof(Vector))]] = long long;
+    v = reinterpret_cast<Vector>((w != 0) & reinterpret_cast<Bits>(v));
+}
+
+/// The larger one of each pair of numbers to m; what is not a number is left out.
+template <class Vector>
+[[gnu::always_inline]] inline void keep_larger(Vector& m, const Vector& v) {
+    m = v > m ? v : m;
+}
+
+#else
+
+inline void keep_larger(Four& m, const Four& v) {
+    m = combined(m, v, [](double x, double y) { return y > x ? y : x; });
+}
+
+using Pair = double;
+
+#endif
+
+// The same for one number, so that one body serves vectors and what remains of a row.
+
+[[gnu::always_inline]] inline void load(double& x, const double* from) {
+    x = *from;
+}
+[[gnu::always_inline]] inline void store(double x, double* to) {
+    *to = x;
+}
+[[gnu::always_inline]] inline void take_magnitude(double& x) {
+    x = std::fabs(x);
+}
+[[gnu::always_inline]] inline void clear_where_zero(double& x, double y) {
+    x = y == 0 ? 0 : x;
+}
+[[gnu::always_inline]] inline void add_in_order(double& sum, double x) {
+    sum += x;
+}
+
+template <class Vector>
+inline constexpr std::size_t width = sizeof(Vector) / sizeof(double);
+
+template <class Vector>
+[[gnu::always_inline]] inline void add_in_order(double& sum, const Vector& v) {
+    for (std::size_t i = 0; i < width<Vector>; ++i) sum += v[i];
+}
+
+// ---- Kernels
 
 template <class Kernel, class... Arguments>
 [[gnu::noinline]] auto run_for_baseline(Arguments... arguments) {
@@ -38,6 +123,8 @@ template <class Kernel, class... Arguments>
     return Kernel::run(arguments...);
 }
 
+using Longest = Four;
+
 #else
 
 constexpr bool has_avx2() {
@@ -49,6 +136,8 @@ auto run_for_avx2(Arguments... arguments) {
     return run_for_baseline<Kernel>(arguments...);
 }
 
+using Longest = Pair;
+
 #endif
 
 /// Runs the kernel compiled for the best instruction set that this processor has.
@@ -58,124 +147,11 @@ auto dispatch(Arguments... arguments) {
     return run_for_baseline<Kernel>(arguments...);
 }
 
-#if defined(__GNUC__)
-
-/// Four neighbouring doubles, operated on one by one: v + w, v - w, v * w, x * v with a number x.
-/// For kernels in which a compiler does not find by itself what to keep in registers. Pass
-/// references only: how a function receives a vector by value depends on the instruction set.
-using Four [[gnu::vector_size(32)]] = double;
-
-struct [[gnu::packed, gnu::may_alias]] UnalignedFour {
-    Four value;
-};
-
-[[gnu::always_inline]] inline void load(Four& v, const double* from) {
-    v = reinterpret_cast<const UnalignedFour*>(from)->value;
-}
-
-[[gnu::always_inline]] inline void store(const Four& v, double* to) {
-    reinterpret_cast<UnalignedFour*>(to)->value = v;
-}
-
-[[gnu::always_inline]] inline void take_magnitude(Four& v) {
-    using Bits [[gnu::vector_size(32)]] = long long;
-    constexpr long long all_but_sign = 0x7fffffffffffffff;
-    v = reinterpret_cast<Four>(reinterpret_cast<Bits>(v) & all_but_sign);
-}
-
-/// Makes v zero where w is zero.
-[[gnu::always_inline]] inline void clear_where_zero(Four& v, const Four& w) {
-    using Bits [[gnu::vector_size(32)]] = long long;
-    v = reinterpret_cast<Four>((w != 0) & reinterpret_cast<Bits>(v));
-}
-
-/// The larger one of each pair to m; what is not a number is left out.
-[[gnu::always_inline]] inline void keep_larger(Four& m, const Four& v) {
-    m = v > m ? v : m;
-}
-
-#else
-
-struct Four {
-    double lane[4];
-    double& operator[](std::size_t i) { return lane[i]; }
-    double operator[](std::size_t i) const { return lane[i]; }
-};
-
-template <class Operation>
-Four combined(const Four& v, const Four& w, Operation operation) {
-    return {operation(v[0], w[0]), operation(v[1], w[1]), operation(v[2], w[2]),
-            operation(v[3], w[3])};
-}
-
-inline Four operator+(const Four& v, const Four& w) {
-    return combined(v, w, [](double x, double y) { return x + y; });
-}
-inline Four operator-(const Four& v, const Four& w) {
-    return combined(v, w, [](double x, double y) { return x - y; });
-}
-inline Four operator*(const Four& v, const Four& w) {
-    return combined(v, w, [](double x, double y) { return x * y; });
-}
-inline Four operator*(double x, const Four& v) {
-    return Four{x, x, x, x} * v;
-}
-inline Four operator/(const Four& v, const Four& w) {
-    return combined(v, w, [](double x, double y) { return x / y; });
-}
-inline Four operator+(double x, const Four& v) {
-    return Four{x, x, x, x} + v;
-}
-inline Four operator-(const Four& v) {
-    return -1.0 * v;
-}
-inline Four& operator+=(Four& v, const Four& w) {
-    return v = v + w;
-}
-inline Four& operator-=(Four& v, const Four& w) {
-    return v = v - w;
-}
-
-inline void load(Four& v, const double* from) {
-    std::memcpy(&v, from, sizeof v);
-}
-inline void store(const Four& v, double* to) {
-    std::memcpy(to, &v, sizeof v);
-}
-
-inline void take_magnitude(Four& v) {
-    v = combined(v, v, [](double x, double) { return std::fabs(x); });
-}
-inline void clear_where_zero(Four& v, const Four& w) {
-    v = combined(v, w, [](double x, double y) { return y == 0 ? 0 : x; });
-}
-
-inline void keep_larger(Four& m, const Four& v) {
-    m = combined(m, v, [](double x, double y) { return y > x ? y : x; });
-}
-
-#endif
-
-[[gnu::always_inline]] inline void add_in_order(double& sum, const Four& v) {
-    for (std::size_t i = 0; i < 4; ++i) sum += v[i];
-}
-
-// The same for one number, so that one body, a template of the kind of number, serves fours and
-// what remains of a row.
-[[gnu::always_inline]] inline void load(double& x, const double* from) {
-    x = *from;
-}
-[[gnu::always_inline]] inline void store(double x, double* to) {
-    *to = x;
-}
-[[gnu::always_inline]] inline void take_magnitude(double& x) {
-    x = std::fabs(x);
-}
-[[gnu::always_inline]] inline void clear_where_zero(double& x, double y) {
-    x = y == 0 ? 0 : x;
-}
-[[gnu::always_inline]] inline void add_in_order(double& sum, double x) {
-    sum += x;
+/// The same for a kernel that is a template of the type of its vectors.
+template <template <class> class Kernel, class... Arguments>
+auto dispatch(Arguments... arguments) {
+    if (has_avx2()) return run_for_avx2<Kernel<Longest>>(arguments...);
+    return run_for_baseline<Kernel<Pair>>(arguments...);
 }
 
 }  // namespace trajex

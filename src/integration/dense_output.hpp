@@ -55,7 +55,8 @@ struct StepRows {
           f_end(rec.k + 11 * n) {}
 };
 
-/// A linear combination of rows, for one component or four, summed in the order of the calls.
+/// A linear combination of rows, for one component or a vector of them, summed in the order of the
+/// calls.
 template <class Number>
 struct Combination {
     std::size_t i;
@@ -168,13 +169,13 @@ void complete_step(Flow& flow) {
     const double h = rec.tlast - rec.tfirst;
     const StepRows rows(rec, n);
     const auto predict = [&](const verner::HermiteWeights<double>& weights) {
-        dispatch<passes::Kernel<passes::Prediction<typename Flow::Sums>>>(n, &weights, h, &rows,
-                                                                          rec.yw);
+        dispatch<passes::Kernel<passes::Prediction<typename Flow::Sums>>::template For>(
+            n, &weights, h, &rows, rec.yw);
     };
     std::copy_n(rec.yfirst, n, rec.y0);
     std::copy_n(rec.ylast, n, rec.y6);
     flow(rec.tlast, rec.y6, rec.k + 11 * n);
-    dispatch<passes::Kernel<passes::MiddleState>>(n, h, rec.k, rows.f_end, rec.y0, rec.ynp1d2);
+    dispatch<passes::Kernel<passes::MiddleState>::For>(n, h, rec.k, rows.f_end, rec.y0, rec.ynp1d2);
     flow(t + 0.5 * h, rec.ynp1d2, rec.k + 8 * n);
     predict(verner::at_090);
     flow(t + 0.9 * h, rec.yw, rec.k + 9 * n);
@@ -191,7 +192,8 @@ void evaluate_step(Flow& flow, double t) {
     const double h = rec.tlast - rec.tfirst;
     const Basis basis((t - rec.tfirst) / h);
     const StepRows rows(rec, n);
-    dispatch<passes::Kernel<passes::Polynomial<typename Flow::Sums>>>(n, &basis, h, &rows, rec.yw);
+    dispatch<passes::Kernel<passes::Polynomial<typename Flow::Sums>>::template For>(n, &basis, h,
+                                                                                    &rows, rec.yw);
     flow.store(rec.yw);
 }
 

@@ -1,7 +1,7 @@
 // The vector arithmetic of one step attempt, one pass over the components per stage. Coefficients
 // are compile-time constants and zero coefficients cost nothing; the solution of order 5 and the
 // head of the one of order 6 are summed in the pass of the last stage, while the rows of k are in
-// registers. Each component is summed in the order of the stages, four at a time.
+// registers. Each component is summed in the order of the stages, a vector at a time.
 #pragma once
 
 #include <cmath>
@@ -47,35 +47,39 @@ template <class Weights, class Number, std::size_t... m>
     (add_term<Weights, m>(sum, k, n), ...);
 }
 
-/// One component, or four, of a combination of the first `count` rows of k:
+/// One component, or a vector of them, of a combination of the first `count` rows of k:
 /// sum over m < count of k[m n] weight(m).
 template <class Weights, std::size_t count, class Number>
 [[gnu::always_inline]] inline void combine(Number& sum, const double* k, std::size_t n) {
     combine<Weights>(sum, k, n, std::make_index_sequence<count>());
 }
 
-/// Runs a pass whose components do not depend on each other: Pass::at for all of them, four
-/// at a time. The last four overlap the ones before them where n is no multiple of 4; a small
+/// Runs a pass whose components do not depend on each other: Pass::at for all of them, vector by
+/// vector. The last one overlaps the one before it where n is no multiple of their width; a small
 /// system, whose right-hand side would have to wait for components written twice, ends one by one.
-template <class Pass, class... Arguments>
+template <class Pass, class Vector, class... Arguments>
 [[gnu::always_inline]] inline void run(std::size_t n, Arguments... arguments) {
+    constexpr std::size_t step = width<Vector>;
     std::size_t i = 0;
     if (n <= 8) {
-        for (; i + 4 <= n; i += 4) Pass::template at<Four>(i, n, arguments...);
+        for (; i + step <= n; i += step) Pass::template at<Vector>(i, n, arguments...);
         for (; i < n; ++i) Pass::template at<double>(i, n, arguments...);
     } else {
-        for (; i + 4 < n; i += 4) Pass::template at<Four>(i, n, arguments...);
-        Pass::template at<Four>(n - 4, n, arguments...);
+        for (; i + step < n; i += step) Pass::template at<Vector>(i, n, arguments...);
+        Pass::template at<Vector>(n - step, n, arguments...);
     }
 }
 
 /// The same as a kernel in the sense of core/simd.hpp.
 template <class Pass>
 struct Kernel {
-    template <class... Arguments>
-    [[gnu::always_inline]] static inline void run(std::size_t n, Arguments... arguments) {
-        passes::run<Pass>(n, arguments...);
-    }
+    template <class Vector>
+    struct For {
+        template <class... Arguments>
+        [[gnu::always_inline]] static inline void run(std::size_t n, Arguments... arguments) {
+            passes::run<Pass, Vector>(n, arguments...);
+        }
+    };
 };
 
 /// Argument of the first stage: the state itself. Sums that start from zero never end in a negative
@@ -201,12 +205,13 @@ template <class Number, class Errors>
 }
 
 /// Completes the step and returns the error norm, the root of the sum of the squares of the terms.
-template <class Errors>
+template <class Vector, class Errors>
 [[gnu::always_inline]] inline double finish_step(std::size_t n, const Ending& s,
                                                  const Errors& errors) {
     double sum = 0;
     std::size_t i = 0;
-    for (; i + 4 <= n; i += 4) finish_and_add<Four>(s, errors, i, sum);
+    constexpr std::size_t step = width<Vector>;
+    for (; i + step <= n; i += step) finish_and_add<Vector>(s, errors, i, sum);
     for (; i < n; ++i) finish_and_add<double>(s, errors, i, sum);
     return std::sqrt(sum);
 }

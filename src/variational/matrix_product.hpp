@@ -1,5 +1,5 @@
 // The product of the Jacobian with the matrix of derivatives, the cost of the extended system for
-// all but small systems. Tiles of four rows and eight columns are summed in registers; at an edge
+// all but small systems. Tiles of four rows and two vectors are summed in registers; at an edge
 // the last tile overlaps the one before it. Each element is summed over l in increasing order,
 // starting with its first term.
 #pragma once
@@ -12,22 +12,20 @@ namespace trajex {
 
 /// A kernel: product[i][k] = sum over l of J[i][l] M[l][k], with n x n J given by its rows, and M
 /// and the product n x columns with contiguous rows. The product does not overlap J or M.
+template <class Vector>
 struct MatrixProduct {
     [[gnu::always_inline]] static inline void run(double* const* J, std::size_t n, const double* M,
                                                   std::size_t columns, double* product) {
-        if (columns >= 8) {
-            multiply_columns<Four, 2>(J, n, M, columns, product);
-        } else if (columns >= 4) {
-            multiply_columns<Four, 1>(J, n, M, columns, product);
+        if (columns >= 2 * width<Vector>) {
+            multiply_columns<Vector, 2>(J, n, M, columns, product);
+        } else if (columns >= width<Vector>) {
+            multiply_columns<Vector, 1>(J, n, M, columns, product);
         } else {
             multiply_columns<double, 1>(J, n, M, columns, product);
         }
     }
 
   private:
-    template <class Number>
-    static constexpr std::size_t width = sizeof(Number) / sizeof(double);
-
     template <class Number, std::size_t count>
     [[gnu::always_inline]] static inline void multiply_columns(double* const* J, std::size_t n,
                                                                const double* M, std::size_t columns,
