@@ -199,11 +199,41 @@ namespace {
 
 using Index = std::ptrdiff_t;
 
-// Elements of the reflection H = I - u v', u = (x, y, z), v = (1, q, r), over three neighbouring
-// rows or columns; the last one of a sweep has z = r = 0 and acts on two.
+// The reflection H = I - u v', u = (x, y, z), v = (1, q, r), of three neighbouring rows or columns.
+// The last one of a sweep acts on two: z = r = 0, which are not used.
 struct Reflection {
     double x, y, z;
     double q, r;
+
+    // H times rows: numbers of one column, or vectors of several.
+    template <class T>
+    [[gnu::always_inline]] inline void from_left(T& a, T& b, T& c) const {
+        T p = a + q * b;
+        p += r * c;
+        c -= z * p;
+        b -= y * p;
+        a -= x * p;
+    }
+    [[gnu::always_inline]] inline void from_left(double& a, double& b) const {
+        const double p = a + q * b;
+        b -= p * y;
+        a -= p * x;
+    }
+
+    // Columns times H: numbers of one row, or vectors of several.
+    template <class T>
+    [[gnu::always_inline]] inline void from_right(T& a, T& b, T& c) const {
+        T p = x * a + y * b;
+        p += z * c;
+        c -= r * p;
+        b -= q * p;
+        a -= p;
+    }
+    [[gnu::always_inline]] inline void from_right(double& a, double& b) const {
+        const double p = x * a + y * b;
+        b -= p * q;
+        a -= p;
+    }
 };
 
 // The double shift: the trace and determinant parts of the trailing 2 x 2 block.
@@ -218,6 +248,154 @@ struct Vector3 {
 double with_sign_of(double size, double reference) {
     return reference > 0 ? std::fabs(size) : -std::fabs(size);
 }
+
+// The active block, and where in it a QR step starts with which first column.
+struct SweepStart {
+    Index top, bottom;
+    Index m;
+    Vector3 v;
+};
+
+// Chases the bulge that a QR step makes at row m down to the bottom of the block. A reflection acts
+// on its rows at once. Its columns, three elements of each row above, wait: the reflections that
+// follow need only the nearest rows, and with several reflections at a time a row is read and
+// written once.
+class BulgeChase {
+  public:
+    [[gnu::always_inline]] static inline void run(double** a, const SweepStart* start) {
+        BulgeChase chase(a, *start);
+        for (Index k = start->m; k + 1 < start->bottom;) {
+            chase.begin_batch(k);
+            k = chase.collect(k);
+            chase.apply_to_rows_above();
+        }
+        chase.apply_last();
+    }
+
+  private:
+    static constexpr Index most = 16;  // reflections in a batch
+    static constexpr Index group = 4;  // rows in a vector
+
+    BulgeChase(double** a, const SweepStart& start) : a_(a), start_(start) {}
+
+    // The rows above column k that wait are top, ..., edge - 1: as many as make whole vectors.
+    [[gnu::always_inline]] inline void begin_batch(Index k) {
+        first_ = k;
+        count_ = 0;
+        edge_ = k - (k - start_.top) % group;
+    }
+
+    // Makes reflections from column k on and applies them to everything but the rows that wait.
+    // Returns the column to go on with. A batch has no gaps: it ends where there is nothing to do.
+    [[gnu::always_inline]] inline Index collect(Index k) {
+        for (; k + 1 < start_.bottom && count_ < most; ++k) {
+            Reflection& h = batch_[count_];
+            if (!make_reflection(k, h)) return k + 1;
+            ++count_;
+            apply_to_rows(k, h);
+            for (Index i = edge_; i <= std::min(start_.bottom, k + 3); ++i) {
+                h.from_right(a_[i][k], a_[i][k + 1], a_[i][k + 2]);
+            }
+        }
+        return k;
+    }
+
+    // The reflection that clears column k - 1 below row k; false when it is clear.
+    [[gnu::always_inline]] inline bool make_reflection(Index k, Reflection& h) {
+        Vector3 v = start_.v;
+        double size = 1;
+        if (k != start_.m) {
+            v = {a_[k][k - 1], a_[k + 1][k - 1], k + 1 < start_.bottom ? a_[k + 2][k - 1] : 0.0};
+            size = std::fabs(v.p) + std::fabs(v.q) + std::fabs(v.r);
+            if (size != 0) v = {v.p / size, v.q / size, v.r / size};
+        }
+        const double s = with_sign_of(std::sqrt(v.p * v.p + v.q * v.q + v.r * v.r), v.p);
+        if (s == 0) return false;
+        if (k != start_.m) {
+            a_[k][k - 1] = -s * size;
+        } else if (k != start_.top) {
+            a_[k][k - 1] = -a_[k][k - 1];
+        }
+        const double p = v.p + s;
+        h = {p / s, v.q / s, v.r / s, v.q / p, v.r / p};
+        return true;
+    }
+
+    // The first columns, which were just written one by one, are also read one by one.
+    [[gnu::always_inline]] inline void apply_to_rows(Index k, const Reflection& h) {
+        double* const rows[3] = {a_[k], a_[k + 1], a_[k + 2]};
+        const Index vectors_from = k + 2 + (start_.bottom - k - 1) % 4;
+        Index j = k;
+        for (; j < vectors_from; ++j) h.from_left(rows[0][j], rows[1][j], rows[2][j]);
+        for (; j <= start_.bottom; j += 4) {
+            Four a, b, c;
+            load(a, rows[0] + j);
+            load(b, rows[1] + j);
+            load(c, rows[2] + j);
+            h.from_left(a, b, c);
+            store(a, rows[0] + j);
+            store(b, rows[1] + j);
+            store(c, rows[2] + j);
+        }
+    }
+
+    [[gnu::always_inline]] inline void apply_to_rows_above() {
+        Index i = start_.top;
+        for (; i + 2 * group <= edge_; i += 2 * group) apply_batch<2>(i);
+        if (i < edge_) apply_batch<1>(i);
+    }
+
+    // Applies the batch to some vectors of rows, from row i on. Two vectors side by side keep the
+    // processor busy, since each reflection needs the result of the one before.
+    template <Index vectors>
+    [[gnu::always_inline]] inline void apply_batch(Index i) {
+        Four a[vectors], b[vectors], c;
+        for (Index g = 0; g < vectors; ++g) {
+            read_column(i + g * group, first_, a[g]);
+            read_column(i + g * group, first_ + 1, b[g]);
+        }
+        for (Index t = 0; t < count_; ++t) {
+            const Reflection h = batch_[t];
+            for (Index g = 0; g < vectors; ++g) {
+                read_column(i + g * group, first_ + t + 2, c);
+                h.from_right(a[g], b[g], c);
+                write_column(i + g * group, first_ + t, a[g]);
+                a[g] = b[g];
+                b[g] = c;
+            }
+        }
+        for (Index g = 0; g < vectors; ++g) {
+            write_column(i + g * group, first_ + count_, a[g]);
+            write_column(i + g * group, first_ + count_ + 1, b[g]);
+        }
+    }
+
+    [[gnu::always_inline]] inline void read_column(Index i, Index j, Four& v) const {
+        assign(v, a_[i][j], a_[i + 1][j], a_[i + 2][j], a_[i + 3][j]);
+    }
+    [[gnu::always_inline]] inline void write_column(Index i, Index j, const Four& v) const {
+        a_[i][j] = v[0];
+        a_[i + 1][j] = v[1];
+        a_[i + 2][j] = v[2];
+        a_[i + 3][j] = v[3];
+    }
+
+    // The last reflection combines two rows and columns only.
+    [[gnu::always_inline]] inline void apply_last() {
+        const Index k = start_.bottom - 1;
+        Reflection h;
+        if (!make_reflection(k, h)) return;
+        for (Index j = k; j <= k + 1; ++j) h.from_left(a_[k][j], a_[k + 1][j]);
+        for (Index i = start_.top; i <= k + 1; ++i) h.from_right(a_[i][k], a_[i][k + 1]);
+    }
+
+    double** a_;
+    const SweepStart start_;
+    Index first_ = 0;  // column of the first reflection of the batch
+    Index count_ = 0;
+    Index edge_ = 0;
+    Reflection batch_[most];
+};
 
 class ShiftedQr {
   public:
@@ -311,40 +489,15 @@ class ShiftedQr {
         return {0.75 * s, 0.75 * s, -0.4375 * s * s};
     }
 
-    // One implicit double-shift QR step: a bulge is made at row m and chased to the bottom.
+    // One implicit double-shift QR step.
     void sweep(const Shift& shift) {
-        Vector3 v{};
-        const Index m = find_start(shift, v);
-        for (Index i = m + 2; i <= bottom_; ++i) {
+        SweepStart start{top_, bottom_, 0, {}};
+        start.m = find_start(shift, start.v);
+        for (Index i = start.m + 2; i <= bottom_; ++i) {
             a_[i][i - 2] = 0;
-            if (i != m + 2) a_[i][i - 3] = 0;
+            if (i != start.m + 2) a_[i][i - 3] = 0;
         }
-        for (Index k = m; k < bottom_; ++k) {
-            double size = 1;
-            if (k != m) {
-                v = {a_[k][k - 1], a_[k + 1][k - 1], k + 1 < bottom_ ? a_[k + 2][k - 1] : 0.0};
-                size = normalise(v);
-            }
-            const double s = with_sign_of(std::sqrt(v.p * v.p + v.q * v.q + v.r * v.r), v.p);
-            if (s == 0) continue;
-            if (k != m) {
-                a_[k][k - 1] = -s * size;
-            } else if (m != top_) {
-                a_[k][k - 1] = -a_[k][k - 1];
-            }
-            apply(k, reflection(v, s));
-        }
-    }
-
-    static double normalise(Vector3& v) {
-        const double size = std::fabs(v.p) + std::fabs(v.q) + std::fabs(v.r);
-        if (size != 0) v = {v.p / size, v.q / size, v.r / size};
-        return size;
-    }
-
-    static Reflection reflection(const Vector3& v, double s) {
-        const double p = v.p + s;
-        return {p / s, v.q / s, v.r / s, v.q / p, v.r / p};
+        dispatch<BulgeChase>(a_, &start);
     }
 
     // The lowest row at which the step may start because two consecutive subdiagonal elements are
@@ -364,28 +517,6 @@ class ShiftedQr {
             const double right = std::fabs(v.p) * (std::fabs(a_[m - 1][m - 1]) + std::fabs(z) +
                                                    std::fabs(a_[m + 1][m + 1]));
             if (left + right == right) return m;
-        }
-    }
-
-    void apply(Index k, const Reflection& h) {
-        const bool three = k + 1 < bottom_;
-        for (Index j = k; j <= bottom_; ++j) {
-            double p = a_[k][j] + h.q * a_[k + 1][j];
-            if (three) {
-                p += h.r * a_[k + 2][j];
-                a_[k + 2][j] -= p * h.z;
-            }
-            a_[k + 1][j] -= p * h.y;
-            a_[k][j] -= p * h.x;
-        }
-        for (Index i = top_; i <= std::min(bottom_, k + 3); ++i) {
-            double p = h.x * a_[i][k] + h.y * a_[i][k + 1];
-            if (three) {
-                p += h.z * a_[i][k + 2];
-                a_[i][k + 2] -= p * h.r;
-            }
-            a_[i][k + 1] -= p * h.q;
-            a_[i][k] -= p;
         }
     }
 
