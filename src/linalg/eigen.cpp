@@ -98,7 +98,7 @@ class ColumnElimination {
 
   private:
     static constexpr std::size_t most = 128;  // multipliers that are dealt with at a time
-    static constexpr std::size_t group = 8;   // rows whose sums are formed side by side
+    static constexpr std::size_t group = 4;   // rows whose sums are formed side by side
 
     ColumnElimination(double** a, std::size_t n, std::size_t m) : a_(a), n_(n), m_(m) {}
 
