@@ -1,199 +1,12 @@
-// Eigenvalues of a real matrix: balancing, stabilised elimination to Hessenberg form, double-shift
-// QR. References: Parlett and Reinsch, Numer. Math. 13 (1969) 293; Martin and Wilkinson, ibid. 12
-// (1968) 349; Martin, Peters and Wilkinson, ibid. 14 (1970) 219.
-#include "linalg/eigen.hpp"
-
+// Eigenvalues of an upper Hessenberg matrix by double-shift QR iteration on the active block.
+// Reference: Martin, Peters and Wilkinson, Numer. Math. 14 (1970) 219.
 #include <algorithm>
 #include <cmath>
 
 #include "core/simd.hpp"
+#include "linalg/eigen.hpp"
 
 namespace trajex {
-
-namespace {
-
-struct Norms {
-    double column;
-    double row;
-};
-
-Norms off_diagonal_norms(double* const* a, std::size_t n, std::size_t i) {
-    Norms norms{0, 0};
-    for (std::size_t j = 0; j < n; ++j) {
-        if (j == i) continue;
-        norms.column += std::fabs(a[j][i]);
-        norms.row += std::fabs(a[i][j]);
-    }
-    return norms;
-}
-
-// The power of two f that makes the norms of column · f and row / f about equal; 1 when there is
-// little to gain, and where a norm is zero or infinite or f leaves the range of normal numbers.
-double balancing_factor(Norms norms) {
-    auto [c, r] = norms;
-    if (c == 0 || r == 0 || !std::isfinite(c) || !std::isfinite(r)) return 1;
-    double f = 1;
-    const double s = c + r;
-    for (; c < r / 2; c *= 4) f *= 2;
-    for (; c > 2 * r; c /= 4) f /= 2;
-    return (c + r) / f < 0.95 * s && std::isnormal(f) ? f : 1;
-}
-
-// Scales every index once; whether anything changed.
-bool balance_once(double** a, std::size_t n) {
-    bool changed = false;
-    for (std::size_t i = 0; i < n; ++i) {
-        const double f = balancing_factor(off_diagonal_norms(a, n, i));
-        if (f == 1) continue;
-        changed = true;
-        for (std::size_t j = 0; j < n; ++j) a[i][j] *= 1 / f;
-        for (std::size_t j = 0; j < n; ++j) a[j][i] *= f;
-    }
-    return changed;
-}
-
-}  // namespace
-
-void balance(double** a, std::size_t n) {
-    while (balance_once(a, n)) {
-    }
-}
-
-namespace {
-
-void swap_rows_and_columns(double** a, std::size_t n, std::size_t m, std::size_t pivot) {
-    for (std::size_t j = m - 1; j < n; ++j) std::swap(a[m][j], a[pivot][j]);
-    for (std::size_t i = 0; i < n; ++i) std::swap(a[i][m], a[i][pivot]);
-}
-
-std::size_t largest_below_diagonal(double* const* a, std::size_t n, std::size_t column) {
-    std::size_t pivot = column + 1;
-    double largest = 0;
-    for (std::size_t i = column + 1; i < n; ++i) {
-        if (std::fabs(a[i][column]) > largest) {
-            largest = std::fabs(a[i][column]);
-            pivot = i;
-        }
-    }
-    return pivot;
-}
-
-// One column of the reduction. The rows i below the pivot lose y_i times the pivot row, and column
-// m gains y_i times column i, for one i after the other. Taken row by row of memory instead,
-// element m of row j gathers
-//
-//     y_i a_ji  for i < j,   then row j loses y_j times the pivot row,   then  y_i a_ji  for i >=
-//     j,
-//
-// where the pivot row's own element m is what it had gathered when the turn of row j came.
-class ColumnElimination {
-  public:
-    [[gnu::always_inline]] static inline void run(double** a, std::size_t n, std::size_t m) {
-        ColumnElimination step(a, n, m);
-        for (std::size_t i = m + 1; i < n;) {
-            i = step.collect(i);
-            step.gather_and_subtract();
-        }
-    }
-
-  private:
-    static constexpr std::size_t most = 128;  // multipliers that are dealt with at a time
-    static constexpr std::size_t group = 4;   // rows whose sums are formed side by side
-
-    ColumnElimination(double** a, std::size_t n, std::size_t m) : a_(a), n_(n), m_(m) {}
-
-    // Turns elements below the pivot, from row i on, into multipliers. Returns the row to go on
-    // with.
-    [[gnu::always_inline]] inline std::size_t collect(std::size_t i) {
-        const double pivot = a_[m_][m_ - 1];
-        for (count_ = 0; i < n_ && count_ < most; ++i) {
-            if (a_[i][m_ - 1] == 0) continue;
-            a_[i][m_ - 1] /= pivot;
-            row_[count_] = i;
-            multiplier_[count_] = a_[i][m_ - 1];
-            ++count_;
-        }
-        return i;
-    }
-
-    [[gnu::always_inline]] inline void gather_and_subtract() {
-        for (std::size_t t = 0; t < count_; ++t) {
-            diagonal_[t] = a_[m_][m_];
-            a_[m_][m_] += multiplier_[t] * a_[m_][row_[t]];
-        }
-        std::size_t j = 0;
-        for (; j + group <= m_; j += group) gather<group>(j, 0, count_);
-        for (; j < m_; ++j) gather<1>(j, 0, count_);
-        std::size_t done = 0;  // multipliers of rows above j
-        for (j = m_ + 1; j + group <= n_; j += group) {
-            gather<group>(j, 0, done);
-            const std::size_t next = finish_rows(j, j + group, done);
-            gather<group>(j, next, count_);
-            done = next;
-        }
-        gather_each(j, 0, done);
-        const std::size_t next = finish_rows(j, n_, done);
-        gather_each(j, next, count_);
-    }
-
-    // What rows [j, end) have to do with each other's multipliers, the first of which is `first`.
-    // Returns the end of these multipliers.
-    [[gnu::always_inline]] inline std::size_t finish_rows(std::size_t j, std::size_t end,
-                                                          std::size_t first) {
-        std::size_t last = first;
-        while (last < count_ && row_[last] < end) ++last;
-        for (std::size_t t = first; j < end; ++j) {
-            gather<1>(j, first, t);
-            if (t < last && row_[t] == j) subtract_pivot_row(t);
-            gather<1>(j, t, last);
-            if (t < last && row_[t] == j) ++t;
-        }
-        return last;
-    }
-
-    [[gnu::always_inline]] inline void subtract_pivot_row(std::size_t t) {
-        const double y = multiplier_[t];
-        double* const row = a_[row_[t]];
-        const double* const pivot_row = a_[m_];
-        row[m_] -= y * diagonal_[t];
-        for (std::size_t k = m_ + 1; k < n_; ++k) row[k] -= y * pivot_row[k];
-    }
-
-    [[gnu::always_inline]] inline void gather_each(std::size_t j, std::size_t from,
-                                                   std::size_t to) {
-        for (; j < n_; ++j) gather<1>(j, from, to);
-    }
-
-    // Element m of rows j, j + 1, ... gathers with the multipliers [from, to).
-    template <std::size_t rows>
-    [[gnu::always_inline]] inline void gather(std::size_t j, std::size_t from, std::size_t to) {
-        double sums[rows];
-        for (std::size_t r = 0; r < rows; ++r) sums[r] = a_[j + r][m_];
-        for (std::size_t t = from; t < to; ++t) {
-            const double* const* const row = a_ + j;
-            for (std::size_t r = 0; r < rows; ++r) sums[r] += multiplier_[t] * row[r][row_[t]];
-        }
-        for (std::size_t r = 0; r < rows; ++r) a_[j + r][m_] = sums[r];
-    }
-
-    double** a_;
-    std::size_t n_;
-    std::size_t m_;
-    std::size_t count_ = 0;
-    std::size_t row_[most];
-    double multiplier_[most];
-    double diagonal_[most];  // element m of the pivot row when the turn of this multiplier comes
-};
-
-}  // namespace
-
-void reduce_to_hessenberg(double** a, std::size_t n) {
-    for (std::size_t m = 1; m + 1 < n; ++m) {
-        const std::size_t pivot = largest_below_diagonal(a, n, m - 1);
-        if (pivot != m) swap_rows_and_columns(a, n, m, pivot);
-        if (std::fabs(a[m][m - 1]) > 0) dispatch<ColumnElimination>(a, n, m);
-    }
-}
 
 namespace {
 
@@ -236,7 +49,8 @@ struct Reflection {
     }
 };
 
-// The double shift: the trace and determinant parts of the trailing 2 x 2 block.
+// The trailing 2 x 2 block as far as the double shift needs it: its diagonal, from the bottom, and
+// the product of the other two elements.
 struct Shift {
     double x, y, w;
 };
@@ -244,6 +58,8 @@ struct Shift {
 struct Vector3 {
     double p, q, r;
 };
+
+constexpr int most_iterations = 30;
 
 double with_sign_of(double size, double reference) {
     return reference > 0 ? std::fabs(size) : -std::fabs(size);
@@ -431,12 +247,13 @@ class ShiftedQr {
                 take_two();
                 return true;
             }
-            if (iteration == 30) return false;
+            if (iteration == most_iterations) return false;
             sweep(choose_shift(iteration));
         }
     }
 
     // The first row of the active block: the lowest one whose subdiagonal element is negligible.
+    // The element is left as it is, and may count again when its neighbours have changed.
     void find_top() {
         for (top_ = bottom_; top_ > 0; --top_) {
             double s = std::fabs(a_[top_ - 1][top_ - 1]) + std::fabs(a_[top_][top_]);
@@ -450,7 +267,7 @@ class ShiftedQr {
         bottom_ -= 1;
     }
 
-    // Roots of the trailing 2 x 2 block. The smaller real root comes from the product of both.
+    // Roots of the trailing 2 x 2 block; of two real ones the second from their product.
     void take_two() {
         const auto [x, y, w] = trailing_block();
         const double p = 0.5 * (y - x);
@@ -478,7 +295,7 @@ class ShiftedQr {
         return {a_[n][n], a_[n - 1][n - 1], a_[n][n - 1] * a_[n - 1][n]};
     }
 
-    // The eigenvalues of the trailing block, except for a stubborn matrix.
+    // The eigenvalues of the trailing block; twice others, for a matrix that these leave unchanged.
     Shift choose_shift(int iteration) {
         if (iteration != 10 && iteration != 20) return trailing_block();
         const Index n = bottom_;
