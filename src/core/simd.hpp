@@ -169,6 +169,12 @@ struct [[gnu::packed, gnu::may_alias]] UnalignedFour {
     reinterpret_cast<UnalignedFour*>(to)->value = v;
 }
 
+/// Four numbers from anywhere, in two pairs: from a list GCC fills a vector one by one.
+[[gnu::always_inline]] inline void assign(Four& v, double v0, double v1, double v2, double v3) {
+    using Two [[gnu::vector_size(16)]] = double;
+    v = __builtin_shufflevector(Two{v0, v1}, Two{v2, v3}, 0, 1, 2, 3);
+}
+
 /// The larger one of each pair to m; what is not a number is left out.
 [[gnu::always_inline]] inline void keep_larger(Four& m, const Four& v) {
     m = v > m ? v : m;
@@ -215,6 +221,10 @@ inline void load(Four& v, const double* from) {
 }
 inline void store(const Four& v, double* to) {
     std::memcpy(to, &v, sizeof v);
+}
+
+inline void assign(Four& v, double v0, double v1, double v2, double v3) {
+    v = {v0, v1, v2, v3};
 }
 
 inline void keep_larger(Four& m, const Four& v) {
