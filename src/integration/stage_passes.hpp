@@ -1,7 +1,7 @@
 // The vector arithmetic of one step attempt, one pass over the components per stage. Coefficients
 // are compile-time constants and zero coefficients cost nothing; the solution of order 5 and the
 // head of the one of order 6 are summed in the pass of the last stage, while the rows of k are in
-// registers. Each component is summed in the order of the stages, alone or in a pack of four.
+// registers. Each component is summed in the order of the stages, a vector at a time.
 #pragma once
 
 #include <cmath>
@@ -31,46 +31,55 @@ struct MiddleOfStep {
 template <class Weights, std::size_t m, class Number>
 [[gnu::always_inline]] inline void add_term(Number& sum, const double* k, std::size_t n) {
     constexpr double weight = Weights::weight(m);
-    if constexpr (weight != 0) sum = sum + load<Number>(k + m * n) * weight;
+    if constexpr (weight != 0) {
+        Number row;
+        load(row, k + m * n);
+        sum += weight * row;
+    }
 }
 
 template <class Weights, class Number, std::size_t... m>
-[[gnu::always_inline]] inline Number combine_rows(const double* k, [[maybe_unused]] std::size_t n,
-                                                  std::index_sequence<m...>) {
-    Number sum = load<Number>(k) * Weights::weight(0);
-    (add_term<Weights, m + 1>(sum, k, n), ...);
-    return sum;
+[[gnu::always_inline]] inline void combine(Number& sum, const double* k,
+                                           [[maybe_unused]] std::size_t n,
+                                           std::index_sequence<0, m...>) {
+    load(sum, k);
+    sum = Weights::weight(0) * sum;
+    (add_term<Weights, m>(sum, k, n), ...);
 }
 
-/// sum over m < count of k[m n] weight(m): one component of a combination of the first `count`
-/// rows.
+/// One component, or a vector of them, of a combination of the first `count` rows of k:
+/// sum over m < count of k[m n] weight(m).
 template <class Weights, std::size_t count, class Number>
-[[gnu::always_inline]] inline Number combine(const double* k, std::size_t n) {
-    return combine_rows<Weights, Number>(k, n, std::make_index_sequence<count - 1>());
+[[gnu::always_inline]] inline void combine(Number& sum, const double* k, std::size_t n) {
+    combine<Weights>(sum, k, n, std::make_index_sequence<count>());
 }
 
-/// Runs a pass whose components do not depend on each other: Pass::at for all of them, in packs.
-/// The last pack overlaps the one before it where n is no multiple of their size; next to the few
-/// packs of a small system the right-hand side would wait for such doubly written components.
-template <class Pass, class... Arguments>
+/// Runs a pass whose components do not depend on each other: Pass::at for all of them, vector by
+/// vector. The last one overlaps the one before it where n is no multiple of their width; a small
+/// system, whose right-hand side would have to wait for components written twice, ends one by one.
+template <class Pass, class Vector, class... Arguments>
 [[gnu::always_inline]] inline void run(std::size_t n, Arguments... arguments) {
+    constexpr std::size_t step = width<Vector>;
     std::size_t i = 0;
-    if (n <= 2 * pack_size) {
-        for (; i + pack_size <= n; i += pack_size) Pass::template at<Pack>(i, n, arguments...);
+    if (n <= 8) {
+        for (; i + step <= n; i += step) Pass::template at<Vector>(i, n, arguments...);
         for (; i < n; ++i) Pass::template at<double>(i, n, arguments...);
     } else {
-        for (; i + pack_size < n; i += pack_size) Pass::template at<Pack>(i, n, arguments...);
-        Pass::template at<Pack>(n - pack_size, n, arguments...);
+        for (; i + step < n; i += step) Pass::template at<Vector>(i, n, arguments...);
+        Pass::template at<Vector>(n - step, n, arguments...);
     }
 }
 
 /// The same as a kernel in the sense of core/simd.hpp.
 template <class Pass>
 struct Kernel {
-    template <class... Arguments>
-    [[gnu::always_inline]] static inline void run(std::size_t n, Arguments... arguments) {
-        passes::run<Pass>(n, arguments...);
-    }
+    template <class Vector>
+    struct For {
+        template <class... Arguments>
+        [[gnu::always_inline]] static inline void run(std::size_t n, Arguments... arguments) {
+            passes::run<Pass, Vector>(n, arguments...);
+        }
+    };
 };
 
 /// Argument of the first stage: the state itself. Sums that start from zero never end in a negative
@@ -80,9 +89,11 @@ struct FirstArgument {
     template <class Number>
     [[gnu::always_inline]] static inline void at(std::size_t i, std::size_t, const double* state,
                                                  double* y0, double* yw) {
-        const Number y = load<Number>(state + i) + 0.0;
-        store(y0 + i, y);
-        store(yw + i, y);
+        Number y;
+        load(y, state + i);
+        y = 0.0 + y;
+        store(y, y0 + i);
+        store(y, yw + i);
     }
 };
 
@@ -92,8 +103,10 @@ struct StageArgument {
     template <class Number>
     [[gnu::always_inline]] static inline void at(std::size_t i, std::size_t n, double h,
                                                  const double* k, const double* y0, double* yw) {
-        const Number sum = combine<StageRow<j>, j, Number>(k + i, n);
-        store(yw + i, sum * h + load<Number>(y0 + i));
+        Number sum, y;
+        combine<StageRow<j>, j>(sum, k + i, n);
+        load(y, y0 + i);
+        store(h * sum + y, yw + i);
     }
 };
 
@@ -105,13 +118,14 @@ struct LastArgument {
                                                  const double* k, const double* y0, double* yw,
                                                  double* y5, double* y6) {
         constexpr std::size_t last = verner::stages - 1;
-        const Number sum = combine<StageRow<last>, last, Number>(k + i, n);
-        const Number sum5 = combine<FifthOrder, last, Number>(k + i, n);
-        const Number sum6 = combine<SixthOrder, last, Number>(k + i, n);
-        const Number y = load<Number>(y0 + i);
-        store(yw + i, sum * h + y);
-        store(y5 + i, sum5 * h + y);
-        store(y6 + i, sum6);
+        Number sum, sum5, sum6, y;
+        combine<StageRow<last>, last>(sum, k + i, n);
+        combine<FifthOrder, last>(sum5, k + i, n);
+        combine<SixthOrder, last>(sum6, k + i, n);
+        load(y, y0 + i);
+        store(h * sum + y, yw + i);
+        store(h * sum5 + y, y5 + i);
+        store(sum6, y6 + i);
     }
 };
 
@@ -122,9 +136,11 @@ struct MiddleState {
                                                  const double* k, const double* f_end,
                                                  const double* y0, double* y) {
         constexpr double weight = verner::d[verner::stages];
-        const Number sum = combine<MiddleOfStep, verner::stages, Number>(k + i, n) +
-                           load<Number>(f_end + i) * weight;
-        store(y + i, sum * h + load<Number>(y0 + i));
+        Number sum, slope, state;
+        combine<MiddleOfStep, verner::stages>(sum, k + i, n);
+        load(slope, f_end + i);
+        load(state, y0 + i);
+        store(h * (sum + weight * slope) + state, y + i);
     }
 };
 
@@ -141,26 +157,32 @@ struct Ending {
 /// Completes component i of y6 from the last row of k and forms the error estimate |y6 - y5|.
 /// Overwrites what it reads: once per component.
 template <class Number>
-[[gnu::always_inline]] inline Number finish(const Ending& s, std::size_t i, Number& error) {
+[[gnu::always_inline]] inline void finish(const Ending& s, std::size_t i, Number& y,
+                                          Number& error) {
     constexpr double weight = verner::b6[verner::stages - 1];
-    const Number sum = load<Number>(s.y6 + i) + load<Number>(s.k_last + i) * weight;
-    const Number y = sum * s.h + load<Number>(s.y0 + i);
-    error = absolute(y - load<Number>(s.y5 + i));
-    store(s.y6 + i, y);
-    store(s.abs_err + i, error);
-    return y;
+    Number row, start, y5;
+    load(y, s.y6 + i);
+    load(row, s.k_last + i);
+    load(start, s.y0 + i);
+    load(y5, s.y5 + i);
+    y = s.h * (y + weight * row) + start;
+    error = y - y5;
+    take_magnitude(error);
+    store(y, s.y6 + i);
+    store(error, s.abs_err + i);
 }
 
 /// A term of the error norm is a component's error over its tolerance. A zero error counts nothing
 /// even where its tolerance is zero too; a positive error over a zero tolerance is infinite.
 struct WeightedErrors {
-    double absolute_tolerance;
-    double relative_tolerance;
+    double absolute;
+    double relative;
 
     template <class Number>
-    [[gnu::always_inline]] inline Number term(const Number& error, const Number& y) const {
-        const Number tolerance = absolute(y) * relative_tolerance + absolute_tolerance;
-        return unless_zero(error, error / tolerance);
+    [[gnu::always_inline]] inline void term(Number& term, const Number& error, Number& y) const {
+        take_magnitude(y);
+        term = error / (absolute + relative * y);
+        clear_where_zero(term, error);
     }
 };
 
@@ -168,27 +190,28 @@ struct WeightedErrors {
 /// estimate is not finite.
 struct UncheckedErrors {
     template <class Number>
-    [[gnu::always_inline]] static inline Number term(const Number& error, const Number&) {
-        return error * 0.0;
+    [[gnu::always_inline]] static inline void term(Number& term, const Number& error, Number&) {
+        term = 0.0 * error;
     }
 };
 
 template <class Number, class Errors>
 [[gnu::always_inline]] inline void finish_and_add(const Ending& s, const Errors& errors,
                                                   std::size_t i, double& sum) {
-    Number error;
-    const Number y = finish(s, i, error);
-    const Number term = errors.term(error, y);
+    Number y, error, term;
+    finish(s, i, y, error);
+    errors.term(term, error, y);
     add_in_order(sum, term * term);
 }
 
 /// Completes the step and returns the error norm, the root of the sum of the squares of the terms.
-template <class Errors>
+template <class Vector, class Errors>
 [[gnu::always_inline]] inline double finish_step(std::size_t n, const Ending& s,
                                                  const Errors& errors) {
     double sum = 0;
     std::size_t i = 0;
-    for (; i + pack_size <= n; i += pack_size) finish_and_add<Pack>(s, errors, i, sum);
+    constexpr std::size_t step = width<Vector>;
+    for (; i + step <= n; i += step) finish_and_add<Vector>(s, errors, i, sum);
     for (; i < n; ++i) finish_and_add<double>(s, errors, i, sum);
     return std::sqrt(sum);
 }

@@ -35,14 +35,14 @@ inline bool advances(double t, double h) {
 }
 
 /// The argument of stage j and the evaluation there.
-template <std::size_t j, class Size, class Rhs>
+template <class Vector, std::size_t j, class Size, class Rhs>
 [[gnu::always_inline]] inline void stage(Size n, Trajex& rec, double t, double h, const Rhs& rhs) {
     if constexpr (j == 0) {
-        passes::run<passes::FirstArgument>(n, rec.yfirst, rec.y0, rec.yw);
+        passes::run<passes::FirstArgument, Vector>(n, rec.yfirst, rec.y0, rec.yw);
     } else if constexpr (j == verner::stages - 1) {
-        passes::run<passes::LastArgument>(n, h, rec.k, rec.y0, rec.yw, rec.y5, rec.y6);
+        passes::run<passes::LastArgument, Vector>(n, h, rec.k, rec.y0, rec.yw, rec.y5, rec.y6);
     } else {
-        passes::run<passes::StageArgument<j>>(n, h, rec.k, rec.y0, rec.yw);
+        passes::run<passes::StageArgument<j>, Vector>(n, h, rec.k, rec.y0, rec.yw);
     }
     constexpr double node = verner::c[j];
     rhs(t + h * node, rec.yw, rec.k + j * n);
@@ -50,16 +50,16 @@ template <std::size_t j, class Size, class Rhs>
 
 /// One attempt from rec.yfirst with step h: the stages go to rows 0 to 7 of rec.k, the solutions to
 /// rec.y5 and rec.y6. Returns the error norm.
-template <class Size, class Rhs, std::size_t... j>
+template <class Vector, class Size, class Rhs, std::size_t... j>
 [[gnu::always_inline]] inline double attempt_step(Size n, Trajex& rec, double t, double h,
                                                   const Rhs& rhs, std::index_sequence<j...>) {
-    (stage<j>(n, rec, t, h, rhs), ...);
+    (stage<Vector, j>(n, rec, t, h, rhs), ...);
     const passes::Ending ending{
         h, rec.k + (verner::stages - 1) * n, rec.y0, rec.y5, rec.y6, rec.abs_err};
     if (rec.AbsTol == 0 && rec.RelTol == 0) {
-        return passes::finish_step(n, ending, passes::UncheckedErrors());
+        return passes::finish_step<Vector>(n, ending, passes::UncheckedErrors());
     }
-    return passes::finish_step(n, ending, passes::WeightedErrors{rec.AbsTol, rec.RelTol});
+    return passes::finish_step<Vector>(n, ending, passes::WeightedErrors{rec.AbsTol, rec.RelTol});
 }
 
 /// The attempt loop, a kernel. On entry rec->yfirst is the state at t and *h the step to try;
@@ -67,6 +67,7 @@ template <class Size, class Rhs, std::size_t... j>
 /// false, with *h of no use, when the step has become too small to move the time (or was never a
 /// positive number). Until its caller has completed the description of the step, the record says
 /// that no step was taken: a callback may throw, and rows of two steps must not be mixed.
+template <class Vector>
 struct RepeatAttempts {
     template <class Size, class Rhs>
     [[gnu::always_inline]] static inline bool run(Size n, Trajex* rec, double t, double* h,
@@ -74,8 +75,8 @@ struct RepeatAttempts {
         rec->StepTaken = 0;
         while (advances(t, *h)) {
             const double tried = *h;
-            const double err =
-                attempt_step(n, *rec, t, tried, *rhs, std::make_index_sequence<verner::stages>());
+            const double err = attempt_step<Vector>(n, *rec, t, tried, *rhs,
+                                                    std::make_index_sequence<verner::stages>());
             *h = next_step_size(tried, err, rec->hmax);
             if (err <= 1) {
                 rec->tlast = t + tried;
