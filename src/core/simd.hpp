@@ -69,12 +69,61 @@ template <class Vector>
     m = v > m ? v : m;
 }
 
+/// Four numbers from anywhere, in two pairs: from a list GCC fills a vector one by one.
+[[gnu::always_inline]] inline void assign(Four& v, double v0, double v1, double v2, double v3) {
+    v = __builtin_shufflevector(Pair{v0, v1}, Pair{v2, v3}, 0, 1, 2, 3);
+}
+
 #else
 
+struct Four {
+    double lane[4];
+    double& operator[](std::size_t i) { return lane[i]; }
+    double operator[](std::size_t i) const { return lane[i]; }
+};
+
+template <class Operation>
+Four combined(const Four& v, const Four& w, Operation operation) {
+    return {operation(v[0], w[0]), operation(v[1], w[1]), operation(v[2], w[2]),
+            operation(v[3], w[3])};
+}
+
+inline Four operator+(const Four& v, const Four& w) {
+    return combined(v, w, [](double x, double y) { return x + y; });
+}
+inline Four operator-(const Four& v, const Four& w) {
+    return combined(v, w, [](double x, double y) { return x - y; });
+}
+inline Four operator*(const Four& v, const Four& w) {
+    return combined(v, w, [](double x, double y) { return x * y; });
+}
+inline Four operator*(double x, const Four& v) {
+    return Four{x, x, x, x} * v;
+}
+inline Four operator-(const Four& v) {
+    return -1.0 * v;
+}
+inline Four& operator+=(Four& v, const Four& w) {
+    return v = v + w;
+}
+inline Four& operator-=(Four& v, const Four& w) {
+    return v = v - w;
+}
+
+inline void load(Four& v, const double* from) {
+    std::memcpy(&v, from, sizeof v);
+}
+inline void store(const Four& v, double* to) {
+    std::memcpy(to, &v, sizeof v);
+}
+inline void assign(Four& v, double v0, double v1, double v2, double v3) {
+    v = {v0, v1, v2, v3};
+}
 inline void keep_larger(Four& m, const Four& v) {
     m = combined(m, v, [](double x, double y) { return y > x ? y : x; });
 }
 
+/// Kernels that are templates of their vectors take one number at a time.
 using Pair = double;
 
 #endif

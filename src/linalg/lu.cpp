@@ -70,16 +70,21 @@ struct DecomposePanel {
     [[gnu::always_inline]] static inline void run(Decomposition* lu, std::size_t first,
                                                   std::size_t last) {
         double reciprocal = 1;
-        const auto columns = [&]<std::size_t... K>(std::index_sequence<K...>)
-            __attribute__((always_inline)) {
-            static_cast<void>(
-                ((first + K < last && (decompose_column<K>(*lu, first, reciprocal), true)) && ...));
-        };
-        columns(std::make_index_sequence<panel_width>());
+        decompose_from<0>(*lu, first, last, reciprocal);
         for (std::size_t i = last; i < lu->n; ++i) lu->a[i][last - 1] *= reciprocal;
     }
 
   private:
+    template <std::size_t K>
+    [[gnu::always_inline]] static inline void decompose_from(Decomposition& lu, std::size_t first,
+                                                             std::size_t last, double& reciprocal) {
+        if constexpr (K < panel_width) {
+            if (first + K == last) return;
+            decompose_column<K>(lu, first, reciprocal);
+            decompose_from<K + 1>(lu, first, last, reciprocal);
+        }
+    }
+
     // Column K of the panel. The pass that updates it also looks for its pivot, and divides the
     // column before by the pivot found there.
     template <std::size_t K>
