@@ -65,8 +65,9 @@ class Textbook : public testing::TestWithParam<Ring> {
 
 INSTANTIATE_TEST_SUITE_P(Orders, Textbook,
                          testing::Values(Ring{1, ring<1>}, Ring{2, ring<2>}, Ring{3, ring<3>},
-                                         Ring{4, ring<4>}, Ring{5, ring<5>}, Ring{10, ring<10>},
-                                         Ring{50, ring<50>}),
+                                         Ring{4, ring<4>}, Ring{5, ring<5>}, Ring{8, ring<8>},
+                                         Ring{10, ring<10>}, Ring{11, ring<11>}, Ring{50, ring<50>},
+                                         Ring{200, ring<200>}),
                          [](const auto& of) { return std::to_string(of.param.n); });
 
 TEST_P(Textbook, StepsAndDenseOutputAreTheSameToTheLastBit) {
