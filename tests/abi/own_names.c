@@ -7,41 +7,22 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-int step(void);
-int order(void);
-int integrate(void);
-int interpolate(void);
-double dot(void);
-
-static void trap(void) {
+static int trap(void) {
     fprintf(stderr, "the library called a function of the application\n");
     exit(2);
 }
 
-int step(void) {
-    trap();
-    return 0;
-}
-
-int order(void) {
-    trap();
-    return 0;
-}
-
-int integrate(void) {
-    trap();
-    return 0;
-}
-
-int interpolate(void) {
-    trap();
-    return 0;
-}
-
-double dot(void) {
-    trap();
-    return 0;
-}
+#define OWN(name)      \
+    int name(void);    \
+    int name(void) {   \
+        return trap(); \
+    }
+OWN(step)
+OWN(order)
+OWN(integrate)
+OWN(interpolate)
+OWN(dot)
+#undef OWN
 
 static void oscillator(double t, double* y, double* f) {
     (void)t;

@@ -12,11 +12,7 @@
 
 namespace {
 
-using testing_support::Bench;
-using testing_support::Jacobians;
-using testing_support::Operation;
-using testing_support::operations;
-
+using namespace testing_support;
 using Outcomes = std::vector<std::vector<double>>;
 
 Outcomes run_all(bool backwards) {

@@ -16,17 +16,12 @@
 #include "allocation.hpp"
 #include "files.hpp"
 #include "handles.hpp"
+#include "systems.hpp"
 #include "tx.h"
 
 namespace {
 
-using testing_support::FailingAllocation;
-using testing_support::full_device;
-using testing_support::impossible_file;
-using testing_support::open_recording;
-using testing_support::open_terminating;
-using testing_support::OpenHandle;
-using testing_support::TemporaryFile;
+using namespace testing_support;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
@@ -34,27 +29,11 @@ constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
 int evaluations;
 int throw_at;  // evaluation that throws; 0 for none
 double wall;   // time from which the right-hand side is not a number
+std::vector<std::array<double, 3>> samples;
 
-class Tables : public testing::Test {
-  protected:
-    void SetUp() override {
-        evaluations = 0;
-        throw_at = 0;
-        wall = infinity;
-        samples().clear();
-    }
-
-  public:
-    struct Sample {
-        double t;
-        std::vector<double> y;
-    };
-    static std::vector<Sample>& samples() {
-        static std::vector<Sample> taken;
-        return taken;
-    }
-    static void take(double t, double* y) { samples().push_back({t, {y[0], y[1]}}); }
-};
+void take(double t, double* y) {
+    samples.push_back({t, y[0], y[1]});
+}
 
 // y = (1 + t, 3 - 8 t) from (1, 3): exact in every step of every size.
 void straight(double t, double*, double* f) {
@@ -63,52 +42,46 @@ void straight(double t, double*, double* f) {
     f[1] = -8;
 }
 
-// y = (cos t, -sin t) from (1, 0).
-void oscillator(double, double* y, double* f) {
-    f[0] = y[1];
-    f[1] = -y[0];
-}
+class Tables : public testing::Test {
+  protected:
+    void SetUp() override { evaluations = throw_at = 0, wall = infinity, samples.clear(); }
 
-void expect_straight(double t, const double* y) {
-    EXPECT_NEAR(y[0], 1 + t, 1e-13);
-    EXPECT_NEAR(y[1], 3 - 8 * t, 1e-13);
-}
+    void restart() { t = 0, y[0] = 1, y[1] = 3; }
+    void expect_straight_to(double end) const {
+        EXPECT_NEAR(t, end, 1e-13);
+        EXPECT_NEAR(y[0], 1 + t, 1e-13);
+        EXPECT_NEAR(y[1], 3 - 8 * t, 1e-13);
+    }
 
-constexpr const char* five_rows =
+    OpenHandle tx = open_recording(straight, 2);
+    const TemporaryFile file;
+    double t = 0;
+    double y[2] = {1, 3};
+};
+
+const std::string five_rows =
     "0.0e+00 1.000000e+00 3.000000e+00 \n"
     "2.5e-01 1.250000e+00 1.000000e+00 \n"
     "5.0e-01 1.500000e+00 -1.000000e+00 \n"
     "7.5e-01 1.750000e+00 -3.000000e+00 \n"
     "1.0e+00 2.000000e+00 -5.000000e+00 \n";
 
+// A file is emptied first; on an open stream tables follow one another, and are not flushed.
 TEST_F(Tables, HaveOneRowPerSample) {
-    const OpenHandle tx = open_recording(straight, 2);
-    const TemporaryFile file;
-    for (int repeated = 0; repeated < 2; ++repeated) {  // the second time the file is emptied
-        double t = 0;
-        double y[] = {1, 3};
+    for (int table = 0; table < 2; ++table, restart()) {
         EXPECT_EQ(TXftablef(tx.get(), file.name(), "166", &t, 1, 4, y), 1);
         EXPECT_EQ(file.text(), five_rows);
-        EXPECT_EQ(t, 1);
-        expect_straight(t, y);
+        expect_straight_to(1);
     }
-}
-
-TEST_F(Tables, FollowOneAnotherOnAnOpenStream) {
-    const OpenHandle tx = open_recording(straight, 2);
-    const TemporaryFile file;
     FILE* stream = std::fopen(file.name(), "w");
     std::fputs("# t x y\n", stream);
-    for (int table = 0; table < 2; ++table) {
-        double t = 0;
-        double y[] = {1, 3};
+    for (int table = 0; table < 2; ++table, restart()) {
         EXPECT_EQ(TXftablea(tx.get(), stream, "166", &t, 1, 4, y), 1);
-        expect_straight(1, y);
+        expect_straight_to(1);
     }
-    EXPECT_EQ(file.text(), "") << "not flushed";
-    std::fputs("end\n", stream);
+    EXPECT_EQ(file.text(), "");
     std::fclose(stream);
-    EXPECT_EQ(file.text(), std::string("# t x y\n") + five_rows + five_rows + "end\n");
+    EXPECT_EQ(file.text(), "# t x y\n" + five_rows + five_rows);
 }
 
 TEST_F(Tables, ShowTheColumnsOfTheFormat) {
@@ -127,21 +100,14 @@ TEST_F(Tables, ShowTheColumnsOfTheFormat) {
         {"%n1", "-2.0e+00 \n"},
         {"00199", "-2.0e+00 \n"},
     };
-    const OpenHandle tx = open_recording(straight, 2);
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.format == nullptr ? "no format" : c.format);
-        const TemporaryFile file;
-        double t = -0.5;
-        double y[] = {1234.5678912, -2};
+        t = -0.5, y[0] = 1234.5678912, y[1] = -2;
         EXPECT_EQ(TXftablef(tx.get(), file.name(), c.format, &t, t, 1, y), 1);
         EXPECT_EQ(file.text(), c.row);
     }
-
     // Exactly order + 1 characters and no end of string; the columns are left in the handle.
+    restart();
     const auto format = std::make_unique<std::array<char, 3>>(std::array<char, 3>{'3', '0', '9'});
-    const TemporaryFile file;
-    double t = 0;
-    double y[] = {1, 3};
     EXPECT_EQ(TXftablef(tx.get(), file.name(), format->data(), &t, t, 1, y), 1);
     EXPECT_EQ(file.text(), "0.000e+00 3.000000000e+00 \n");
     EXPECT_EQ(std::vector<int>(tx->output, tx->output + 3), (std::vector<int>{1, 0, 1}));
@@ -152,31 +118,22 @@ TEST_F(Tables, ShowTheColumnsOfTheFormat) {
 // The samples are bit for bit those of steps and interpolations made by hand.
 TEST_F(Tables, SampleTheDenseOutputOfFreeSteps) {
     constexpr long n = 37;
-    double t = 0;
-    double y[] = {1, 0};
-    const OpenHandle sampled = open_recording(oscillator, 2);
-    EXPECT_EQ(TXftableg(sampled.get(), &t, 10, n, y, take), 1);
-    ASSERT_EQ(samples().size(), n + 1);
-
-    const OpenHandle tx = open_recording(oscillator, 2);
-    double state[] = {1, 0};
-    double sample[] = {1, 0};
+    const OpenHandle by_hand = open_recording(Oscillator::flow, 2);
+    tx->fcn = Oscillator::flow;
+    double state[] = {1, 3};
+    double sample[] = {1, 3};
     double reached = 0;
     double next = 0;
-    for (const Sample& s : samples()) {
-        if (&s != &samples().front()) {
-            while (reached < next) ASSERT_EQ(TXStep(tx.get(), &reached, state), 1);
-            ASSERT_EQ(TXInterpolate(tx.get(), next, sample), 1);
-        }
-        EXPECT_EQ(s.t, next);
-        EXPECT_EQ(s.y, (std::vector<double>{sample[0], sample[1]}));
-        EXPECT_NEAR(s.y[0], std::cos(s.t), 1e-5);
+    EXPECT_EQ(TXftableg(tx.get(), &t, 10, n, y, take), 1);
+    ASSERT_EQ(samples.size(), n + 1);
+    for (const auto& taken : samples) {
+        while (reached < next) ASSERT_EQ(TXStep(by_hand.get(), &reached, state), 1);
+        if (next > 0) TXInterpolate(by_hand.get(), next, sample);
+        EXPECT_EQ(taken, (std::array<double, 3>{next, sample[0], sample[1]}));
         next += 10.0 / n;
     }
-    EXPECT_EQ(t, samples().back().t);
-    EXPECT_EQ(y[0], sample[0]);
-    EXPECT_EQ(y[1], sample[1]);
-    EXPECT_EQ(sampled->h, tx->h);
+    EXPECT_EQ((std::array<double, 3>{t, y[0], y[1]}), samples.back());
+    EXPECT_EQ(tx->h, by_hand->h);
 }
 
 // Eight evaluations a step, and four for a step that has samples, however many.
@@ -184,36 +141,28 @@ TEST_F(Tables, CompleteAStepOnceForAllItsSamples) {
     struct {
         double h;
         long n;
-        int steps;
-        int completed;
+        int steps, completed;
     } const cases[] = {{1, 1024, 1, 1}, {2, 1, 1, 1}, {0.25, 2, 4, 2}, {0.25, 8, 4, 4}};
     for (const auto& c : cases) {
-        const OpenHandle tx = open_recording(straight, 2, 0, c.h);
-        evaluations = 0;
-        samples().clear();
-        double t = 0;
-        double y[] = {1, 3};
+        tx = open_recording(straight, 2, 0, c.h);
+        SetUp();
+        restart();
         EXPECT_EQ(TXftableg(tx.get(), &t, 1, c.n, y, take), 1);
-        EXPECT_EQ(samples().size(), static_cast<std::size_t>(c.n) + 1);
+        EXPECT_EQ(samples.size(), static_cast<std::size_t>(c.n) + 1);
         EXPECT_EQ(evaluations, 8 * c.steps + 4 * c.completed);
-        EXPECT_NEAR(t, 1, 1e-12);
-        expect_straight(t, y);
+        expect_straight_to(1);
     }
 }
 
-TEST_F(Tables, AreCompleteWhateverTheRounding) {
-    const OpenHandle tx = open_recording(straight, 2);
+// All samples whatever the rounding, and the first row only where no interval advances.
+TEST_F(Tables, AreComplete) {
     for (long n = 1; n <= 100; ++n) {
-        samples().clear();
-        double t = 1.0 / 3;
-        double y[] = {1, 3};
+        samples.clear();
+        t = 1.0 / 3;
         EXPECT_EQ(TXftableg(tx.get(), &t, 1.1, n, y, take), 1);
-        EXPECT_EQ(samples().size(), static_cast<std::size_t>(n) + 1);
+        EXPECT_EQ(samples.size(), static_cast<std::size_t>(n) + 1);
         EXPECT_NEAR(t, 1.1, 1e-13);
     }
-}
-
-TEST_F(Tables, HaveTheFirstRowOnlyWhereNoIntervalAdvances) {
     struct {
         double t, t1;
         long n;
@@ -226,71 +175,62 @@ TEST_F(Tables, HaveTheFirstRowOnlyWhereNoIntervalAdvances) {
         {2, infinity, 4},
         {2, not_a_number, 4},
         {not_a_number, 3, 4},
-        {1e17, 1e17 + 64, 1000},  // an interval that the time does not resolve
+        {1e17, 1e17 + 64, 1000},  // not resolved
     };
-    const OpenHandle tx = open_recording(straight, 2);
+    SetUp();
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.t << " to " << c.t1 << ", " << c.n << " intervals");
-        samples().clear();
-        double t = c.t;
-        double y[] = {7, 8};
+        samples.clear();
+        restart();
+        t = c.t;
         EXPECT_EQ(TXftableg(tx.get(), &t, c.t1, c.n, y, take), 1);
-        ASSERT_EQ(samples().size(), 1U);
-        EXPECT_EQ(samples()[0].y, (std::vector<double>{7, 8}));
+        EXPECT_EQ(samples.size(), 1U);
         EXPECT_TRUE(t == c.t || std::isnan(c.t));
-        EXPECT_EQ(y[0], 7);
-        EXPECT_EQ(y[1], 8);
+        EXPECT_TRUE(y[0] == 1 && y[1] == 3);
     }
     EXPECT_EQ(evaluations, 0);
 }
 
 TEST_F(Tables, EndAtAFailedStep) {
     wall = 0.45;
-    const OpenHandle tx = open_recording(straight, 2, 1e-6, 0.01);
-    const TemporaryFile file;
-    double t = 0;
-    double y[] = {1, 3};
     EXPECT_EQ(TXftablef(tx.get(), file.name(), "1", &t, 1, 10, y), 0);
     EXPECT_EQ(tx->ErrorCode, 29);
     EXPECT_EQ(file.text(), "0.0e+00 \n1.0e-01 \n2.0e-01 \n3.0e-01 \n4.0e-01 \n");
-    EXPECT_NEAR(t, 0.4, 1e-15);
-    expect_straight(t, y);
+    expect_straight_to(0.4);
 }
 
 TEST_F(Tables, RefuseWhatCannotBeOpened) {
-    const OpenHandle tx = open_recording(straight, 2);
-    double t = 0;
-    double y[] = {1, 3};
     for (const char* name : {impossible_file, static_cast<const char*>(nullptr)}) {
         EXPECT_EQ(TXftablef(tx.get(), name, "166", &t, 1, 4, y), 0);
         EXPECT_EQ(tx->ErrorCode, 25);
     }
     EXPECT_EQ(TXftablea(tx.get(), nullptr, "166", &t, 1, 4, y), 0);
     EXPECT_EQ(tx->ErrorCode, 25);
+    int result = 1;
+    {
+        const FailingAllocation failing(1);
+        result = TXftablef(tx.get(), file.name(), "166", &t, 1, 4, y);
+    }
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(tx->ErrorCode, 3);
+    EXPECT_FALSE(file.exists());
     EXPECT_EQ(evaluations, 0);
     EXPECT_EQ(t, 0);
 }
 
 TEST_F(Tables, TellThatTheFileIsIncomplete) {
     if (!std::filesystem::exists(full_device)) GTEST_SKIP() << "no " << full_device;
-    const OpenHandle tx = open_recording(straight, 2);
-    double t = 0;
-    double y[] = {1, 3};
     EXPECT_EQ(TXftablef(tx.get(), full_device, "166", &t, 1, 4, y), 0);
     EXPECT_EQ(tx->ErrorCode, 25);
-    EXPECT_EQ(t, 1);
-    expect_straight(t, y);
-
+    expect_straight_to(1);
     FILE* stream = std::fopen(full_device, "w");
     std::setvbuf(stream, nullptr, _IONBF, 0);
     EXPECT_EQ(TXftablea(tx.get(), stream, "166", &t, 2, 4, y), 0);
     EXPECT_EQ(tx->ErrorCode, 25);
     EXPECT_EQ(t, 2);
     std::fclose(stream);
-
-    const OpenHandle terminating = open_terminating(straight, 2);
-    EXPECT_EXIT(TXftablef(terminating.get(), full_device, "166", &t, 3, 4, y),
-                testing::ExitedWithCode(1),
+    tx->TerminateOnFatalError = 1;
+    EXPECT_EXIT(TXftablef(tx.get(), full_device, "166", &t, 3, 4, y), testing::ExitedWithCode(1),
                 "'TXftablef': Unable to open output file \\(No space left on device\\)\n");
 }
 
@@ -299,56 +239,27 @@ TEST_F(Tables, TellThatTheFileIsIncomplete) {
 TEST_F(Tables, SurviveExceptions) {
     bool finished = false;
     for (int nth = 1; !finished; ++nth) {
-        const OpenHandle tx = open_recording(straight, 2, 0, 0.2);
-        const TemporaryFile file;
+        tx = open_recording(straight, 2, 0, 0.2);
+        restart();
         evaluations = 0;
         throw_at = nth;
-        double t = 0;
-        double y[] = {1, 3};
         try {
             finished = TXftablef(tx.get(), file.name(), "166", &t, 1, 4, y) == 1;
             EXPECT_GT(nth, 8 * 5);
         } catch (const std::runtime_error&) {
         }
-        expect_straight(t, y);
         const std::string written = file.text();
         const auto rows = std::count(written.begin(), written.end(), '\n');
-        EXPECT_EQ(std::string(five_rows).substr(0, written.size()), written);
-        EXPECT_EQ(t, 0.25 * static_cast<double>(rows - 1));
+        EXPECT_EQ(five_rows.substr(0, written.size()), written);
+        expect_straight_to(0.25 * static_cast<double>(rows - 1));
     }
     throw_at = 0;
-
-    const OpenHandle tx = open_recording(straight, 2);
-    double t = 0;
-    double y[] = {1, 3};
+    restart();
     const auto stop = [](double time, double*) {
         if (time > 0.3) throw std::runtime_error("sample");
     };
     EXPECT_THROW(TXftableg(tx.get(), &t, 1, 4, y, stop), std::runtime_error);
-    EXPECT_EQ(t, 0.5);
-    expect_straight(t, y);
-}
-
-TEST_F(Tables, ReportLackOfMemory) {
-    const OpenHandle tx = open_recording(straight, 2);
-    const TemporaryFile file;
-    double t = 0;
-    double y[] = {1, 3};
-    const auto expect_refused = [&](auto&& call) {
-        int result = 1;
-        {
-            const FailingAllocation failing(1);
-            result = call();
-        }
-        EXPECT_EQ(result, 0);
-        EXPECT_EQ(tx->ErrorCode, 3);
-    };
-    expect_refused([&] { return TXftablef(tx.get(), file.name(), "166", &t, 1, 4, y); });
-    expect_refused([&] { return TXftablea(tx.get(), stdout, "166", &t, 1, 4, y); });
-    expect_refused([&] { return TXftableg(tx.get(), &t, 1, 4, y, take); });
-    EXPECT_FALSE(file.exists());
-    EXPECT_TRUE(samples().empty());
-    EXPECT_EQ(evaluations, 0);
+    expect_straight_to(0.5);
 }
 
 }  // namespace

@@ -215,8 +215,7 @@ Matrix reflected(const Matrix& a, unsigned seed) {
         return (i == j) - 2 * v[0][i] * v[0][j] / vv;
     });
     const auto product = [n](const Matrix& p, const Matrix& q) {
-        return mapped(Matrix(n), [&](std::size_t i, std::size_t j, double) {
-            double sum = 0;
+        return mapped(Matrix(n), [&](std::size_t i, std::size_t j, double sum) {
             for (std::size_t k = 0; k < n; ++k) sum += p[i][k] * q[k][j];
             return sum;
         });
@@ -276,63 +275,22 @@ TEST(Eigen, KnownSpectraOfEveryOrder) {
     }
 }
 
-TEST(Eigen, ClosedForms) {
-    const std::size_t n = 12;
-    Matrix clement(n), toeplitz(n), cyclic(n), repeated(n), companion(n);
-    std::vector<Complex> odd, cosines, unit_roots, ones, integers;
-    std::vector<double> coefficients{1};  // of (x - 1) ... (x - 12), highest power first
+// The cyclic matrix is one that only the exceptional shifts move. A multiple eigenvalue is good to
+// the root of the precision only: an element that was negligible when a block was split there is
+// kept, and may count again when its neighbours have changed.
+TEST(Eigen, StubbornMatrices) {
+    constexpr std::size_t n = 12;
+    Matrix cyclic(n), repeated(n);
+    std::vector<Complex> unit_roots, twice;
     for (std::size_t i = 0; i < n; ++i) {
-        const double k = double(i);
-        if (i + 1 < n) {
-            clement[i][i + 1] = k + 1;
-            clement[i + 1][i] = double(n) - 1 - k;
-            toeplitz[i][i + 1] = 4;
-            toeplitz[i + 1][i] = 0.25;
-            companion[i + 1][i] = 1;
-        }
-        toeplitz[i][i] = 2;
         cyclic[i][(i + 1) % n] = 1;
         repeated[i][i] = i < 5 ? 2 : 3;
-        odd.emplace_back(2 * k - 11);
-        cosines.emplace_back(2 + 2 * std::cos(std::numbers::pi * (k + 1) / 13));
-        unit_roots.push_back(std::polar(1.0, 2 * std::numbers::pi * k / 12));
-        ones.emplace_back(repeated[i][i]);
-        integers.emplace_back(k + 1);
-        coefficients.push_back(0);
-        for (std::size_t j = coefficients.size() - 1; j > 0; --j) {
-            coefficients[j] -= (k + 1) * coefficients[j - 1];
-        }
+        unit_roots.push_back(std::polar(1.0, 2 * std::numbers::pi * double(i) / n));
+        twice.emplace_back(repeated[i][i]);
     }
-    for (std::size_t j = 0; j < n; ++j) companion[0][j] = -coefficients[j + 1];
-    EXPECT_LT(distance(spectrum(clement), odd), 1e-11);
-    EXPECT_LT(distance(spectrum(toeplitz), cosines), 1e-13);
     EXPECT_LT(distance(spectrum(cyclic), unit_roots), 1e-13);
-    // A multiple eigenvalue is good to the root of the precision only: an element that was
-    // negligible when a block was split there is kept, and may count again when its neighbours have
-    // changed.
-    EXPECT_LT(distance(spectrum(reflected(repeated, 5)), ones), 1e-7);
-    // the roots of this polynomial have condition numbers up to 1e11
-    EXPECT_LT(distance(spectrum(companion), integers), 1e-3);
-
-    Matrix frank = mapped(Matrix(8), [](std::size_t i, std::size_t j, double) {
-        return j + 1 < i ? 0.0 : 8.0 - double(std::max(i, j));
-    });
-    Spectrum reciprocal = spectrum(frank);  // all positive, in pairs of reciprocals
-    std::sort(reciprocal.re.begin(), reciprocal.re.end());
-    for (std::size_t i = 0; i < 8; ++i) {
-        EXPECT_NEAR(reciprocal.re[i] * reciprocal.re[7 - i], 1, 1e-9);
-        EXPECT_EQ(reciprocal.im[i], 0);
-    }
-}
-
-TEST(Eigen, PlaceOfEachEigenvalue) {
-    Matrix diagonal(3);
-    diagonal[0][0] = 3, diagonal[1][1] = 1, diagonal[2][2] = 2;
-    EXPECT_EQ(spectrum(diagonal).re, (std::vector<double>{3, 1, 2}));
-    Matrix rotation(2);
-    rotation[0][1] = 1, rotation[1][0] = -1;
-    EXPECT_EQ(spectrum(rotation).re, (std::vector<double>{0, 0}));
-    EXPECT_EQ(spectrum(rotation).im, (std::vector<double>{-1, 1}));
+    EXPECT_LT(distance(spectrum(reflected(repeated, 5)), twice), 1e-7);
+    EXPECT_EQ(distance(spectrum(repeated), twice), 0);
     EXPECT_TRUE(spectrum(Matrix(0)).found);
 }
 
@@ -347,9 +305,7 @@ TEST(Eigen, EndsOnElementsThatAreNotFinite) {
                 const Spectrum s = spectrum(a);
                 bool finite = true;
                 for (std::size_t i = 0; i < n; ++i) finite &= std::isfinite(s.re[i] + s.im[i]);
-                if (!std::isfinite(bad)) {
-                    EXPECT_FALSE(s.found && finite) << bad << ' ' << n;
-                }
+                EXPECT_TRUE(std::isfinite(bad) || !s.found || !finite) << bad << ' ' << n;
                 Matrix everywhere = mapped(a, [bad](auto, auto, double x) { return x * bad; });
                 balance(everywhere.rows(), n);
             }
@@ -357,51 +313,41 @@ TEST(Eigen, EndsOnElementsThatAreNotFinite) {
     }
 }
 
-TEST(Eigenvector, KnownVectors) {
-    Trajex tx{};
-    Matrix symmetric(2);
-    double ev[2], ws[4];
-    for (const double r : {3.0, 1.0}) {
-        symmetric[0][0] = symmetric[1][1] = 2;
-        symmetric[0][1] = symmetric[1][0] = 1;
-        EXPECT_EQ(TXEigenVector(&tx, 2, symmetric.rows(), r, ev, ws), 1);
-        EXPECT_DOUBLE_EQ(ev[0], (r - 2) / std::sqrt(2.0));
-        EXPECT_DOUBLE_EQ(ev[1], 1 / std::sqrt(2.0));
-    }
-    Matrix one(1);
-    EXPECT_EQ(TXEigenVector(&tx, 1, one.rows(), 0, ev, ws), 1);
-    EXPECT_EQ(ev[0], 1);
-
-    Matrix zero_block(2);  // singular: the error is recorded, a vector of length 1 is left
-    zero_block[0][1] = 1;
-    EXPECT_EQ(TXEigenVector(&tx, 2, zero_block.rows(), 0, ev, ws), 1);
-    EXPECT_EQ(tx.ErrorCode, 22);
-    EXPECT_DOUBLE_EQ(ev[0] * ev[0] + ev[1] * ev[1], 1);
-    EXPECT_GT(ev[1], 0);
-}
-
 TEST(Eigenvector, SatisfiesItsEquation) {
-    const std::size_t n = 9;
-    Matrix diagonal(n);
-    for (std::size_t i = 0; i < n; ++i) diagonal[i][i] = double(i) + 1;
-    const Matrix a = reflected(diagonal, 8);
-    for (double r = 1; r <= double(n); ++r) {
-        Matrix work_matrix = a;
-        std::vector<double> ev(n), ws(2 * n);
-        Trajex tx{};
-        TXEigenVector(&tx, int(n), work_matrix.rows(), r, ev.data(), ws.data());
-        for (std::size_t i = 0; i < n; ++i) {
-            double residual = -r * ev[i];
-            for (std::size_t j = 0; j < n; ++j) residual += a[i][j] * ev[j];
-            EXPECT_NEAR(residual, 0, 1e-12);
+    for (const std::size_t n : Orders{1, 2, 9}) {
+        const Matrix diagonal = mapped(Matrix(n), [](std::size_t i, std::size_t j, double) {
+            return i == j ? double(i) + 1 : 0.0;
+        });
+        const Matrix a = reflected(diagonal, 8);
+        for (std::size_t r = 1; r <= n; ++r) {
+            Matrix work_matrix = a;
+            std::vector<double> ev(n), ws(2 * n);
+            Trajex tx{};
+            EXPECT_EQ(
+                TXEigenVector(&tx, int(n), work_matrix.rows(), double(r), ev.data(), ws.data()), 1);
+            double squares = 0;
+            for (std::size_t i = 0; i < n; ++i) {
+                double residual = -double(r) * ev[i];
+                for (std::size_t j = 0; j < n; ++j) residual += a[i][j] * ev[j];
+                EXPECT_NEAR(residual, 0, 1e-12);
+                squares += ev[i] * ev[i];
+            }
+            EXPECT_NEAR(squares, 1, 1e-14);
+            EXPECT_GT(ev[n - 1], 0);
         }
     }
 }
 
 TEST(Eigen, ErrorPolicy) {
-    Matrix a = mapped(Matrix(3), [](auto, auto, double) { return std::nan(""); });
     double er[3], ei[3];
     Trajex tx{};
+    Matrix singular(2);  // the error is recorded, a vector of length 1 is left
+    singular[0][1] = 1;
+    EXPECT_EQ(TXEigenVector(&tx, 2, singular.rows(), 0, er, ei), 1);
+    EXPECT_EQ(tx.ErrorCode, 22);
+    EXPECT_DOUBLE_EQ(er[0] * er[0] + er[1] * er[1], 1);
+
+    Matrix a = mapped(Matrix(3), [](auto, auto, double) { return std::nan(""); });
     EXPECT_EQ(Hqr(&tx, a.rows(), 3, er, ei), 0);
     EXPECT_EQ(tx.ErrorCode, 21);
     tx.TerminateOnFatalError = 1;

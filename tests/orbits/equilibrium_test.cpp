@@ -11,9 +11,7 @@
 
 namespace {
 
-using testing_support::Lorenz;
-using testing_support::open_recording;
-using testing_support::OpenHandle;
+using namespace testing_support;
 
 thread_local int evaluations = 0;
 thread_local int jacobians = 0;
@@ -30,18 +28,24 @@ void identity(double, double*, double** J) {
     J[0][1] = J[1][0] = 0;
 }
 
+// From a guess, from the equilibrium itself, and from anywhere when there are no tolerances.
 TEST(EquiPoint, TakesOneCorrectionWhereTheSystemIsLinear) {
-    const OpenHandle tx = open_recording(shifted, 2);
-    ASSERT_EQ(TXVarOpenTrajex(tx.get(), identity, 0), 1);
-    tx->NewtAbsTol = 1e-10;
-    for (const int expected : {2, 1}) {  // from a guess, then from the equilibrium itself
-        double y[] = {expected == 2 ? 0.0 : 1.0, expected == 2 ? 0.0 : -2.0};
+    struct {
+        double RelTol, guess[2], end[2];
+        int evaluations;
+    } const cases[] = {
+        {1e-6, {0, 0}, {1, -2}, 2}, {1e-6, {1, -2}, {1, -2}, 1}, {0, {5, 6}, {5, 6}, 1}};
+    for (const auto& c : cases) {
+        const OpenHandle tx = open_recording(shifted, 2, c.RelTol);
+        ASSERT_EQ(TXVarOpenTrajex(tx.get(), identity, 0), 1);
+        tx->NewtAbsTol = c.RelTol * 1e-4;
+        double y[] = {c.guess[0], c.guess[1]};
         evaluations = jacobians = 0;
         EXPECT_EQ(TXEquiPoint(tx.get(), y), 1);
-        EXPECT_EQ(y[0], 1);
-        EXPECT_EQ(y[1], -2);
-        EXPECT_EQ(evaluations, expected);
-        EXPECT_EQ(jacobians, expected - 1);
+        EXPECT_EQ(y[0], c.end[0]);
+        EXPECT_EQ(y[1], c.end[1]);
+        EXPECT_EQ(evaluations, c.evaluations);
+        EXPECT_EQ(jacobians, c.evaluations - 1);
     }
 }
 
@@ -52,9 +56,8 @@ TEST(EquiPoint, FindsTheEquilibriumOfLorenz) {
     tx->NewtAbsTol = 1e-12;
     double y[] = {4, 6, 8};
     ASSERT_EQ(TXEquiPoint(tx.get(), y), 1);
-    EXPECT_NEAR(y[0], std::sqrt(24.0), 1e-10);
-    EXPECT_NEAR(y[1], std::sqrt(24.0), 1e-10);
-    EXPECT_NEAR(y[2], 9, 1e-10);
+    const double exact[] = {std::sqrt(24.0), std::sqrt(24.0), 9};
+    for (int i = 0; i < 3; ++i) EXPECT_NEAR(y[i], exact[i], 1e-10);
 }
 
 void root_of_two(double, double* y, double* f) {
@@ -78,46 +81,28 @@ void undefined_right(double, double* y, double* f) {
 
 // Code 30, the guess back in place, whatever the reason.
 TEST(EquiPoint, GivesTheGuessBackWhenItFails) {
-    struct Failure {
+    struct {
         void (*f)(double, double*, double*);
         jac_t jac;
         double guess;
         int limit;
-    };
-    const Failure failures[] = {
-        {root_of_two, slope_of_root, 1, 4},         {root_of_two, slope_of_root, std::sqrt(2.0), 1},
-        {arctangent, slope_of_arctangent, 20, 100}, {no_root, slope_of_root, 0.3, 30},
-        {undefined_right, nullptr, 0, 10},          {undefined_right, nullptr, 3, 10}};
-    for (const Failure& failure : failures) {
-        const OpenHandle tx = open_recording(failure.f, 1, 1e-12);
-        if (failure.jac != nullptr) {
-            ASSERT_EQ(TXVarOpenTrajex(tx.get(), failure.jac, 0), 1);
-        } else {
-            ASSERT_EQ(TXVarOpenTrajex(tx.get(), failure.jac, 1e-6, 0), 1);
-        }
-        TXSetMaxNewtSteps(tx.get(), failure.limit);
-        tx->NewtAbsTol = 1e-8;
+        bool found;
+    } const cases[] = {{root_of_two, slope_of_root, 1, 5, false},
+                       {root_of_two, slope_of_root, 1, 6, true},
+                       {root_of_two, slope_of_root, std::sqrt(2.0), 1, false},
+                       {arctangent, slope_of_arctangent, 20, 100, false},
+                       {no_root, slope_of_root, 0.3, 30, false},
+                       {undefined_right, nullptr, 0, 10, false},
+                       {undefined_right, nullptr, 3, 10, false}};
+    for (const auto& c : cases) {
+        const OpenHandle tx = open_variational(c.f, 1, c.jac, nullptr, 1e-10);
+        TXSetMaxNewtSteps(tx.get(), c.limit);
         tx->NewtRelTol = 0;
-        double y[] = {failure.guess};
-        EXPECT_EQ(TXEquiPoint(tx.get(), y), 0);
-        EXPECT_EQ(tx->ErrorCode, 30);
-        EXPECT_EQ(y[0], failure.guess);
+        double y[] = {c.guess};
+        EXPECT_EQ(TXEquiPoint(tx.get(), y), c.found);
+        EXPECT_EQ(tx->ErrorCode, c.found ? 0 : 30);
+        EXPECT_NEAR(y[0], c.found ? std::sqrt(2.0) : c.guess, c.found ? 1e-9 : 0);
     }
-    // One iteration more, and the first of them succeeds.
-    const OpenHandle tx = open_recording(root_of_two, 1, 1e-12);
-    ASSERT_EQ(TXVarOpenTrajex(tx.get(), slope_of_root, 0), 1);
-    double y[] = {1};
-    EXPECT_EQ(TXEquiPoint(tx.get(), y), 1);
-    EXPECT_NEAR(y[0], std::sqrt(2.0), 1e-9);
-}
-
-TEST(EquiPoint, TakesAnythingWithoutTolerances) {
-    const OpenHandle tx = open_recording(shifted, 2, 0);
-    ASSERT_EQ(TXVarOpenTrajex(tx.get(), identity, 0), 1);
-    double y[] = {5, 6};
-    EXPECT_EQ(TXEquiPoint(tx.get(), y), 1);
-    EXPECT_EQ(y[0], 5);
-    EXPECT_EQ(y[1], 6);
 }
 
 }  // namespace

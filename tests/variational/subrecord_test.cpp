@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <initializer_list>
 #include <limits>
 
 #include "allocation.hpp"
@@ -13,13 +14,9 @@
 
 namespace {
 
-using testing_support::FailingAllocation;
-using testing_support::open_recording;
-using testing_support::open_terminating;
-using testing_support::OpenHandle;
+using namespace testing_support;
 
-constexpr auto oscillator = testing_support::Oscillator::flow;
-
+constexpr auto oscillator = Oscillator::flow;
 constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
 constexpr jac_t numerical = nullptr;
 constexpr double* missing = nullptr;
@@ -27,112 +24,79 @@ constexpr double* missing = nullptr;
 void no_jacobian(double, double*, double**) {}
 void no_parameter_jacobian(double, double*, double**) {}
 
+double a, b, c;
+
 // Each form of the arguments: a value read from the wrong place would show in what follows it.
 TEST(VarOpen, ReadsTheArgumentsThatTheOthersAskFor) {
     const OpenHandle tx = open_recording(oscillator, 2, 1e-6);
-    double a = 1, b = 2;
-
-    ASSERT_EQ(TXVarOpenTrajex(tx.get(), numerical, 1e-5, 0), 1);
-    EXPECT_EQ(tx->JacPert, 1e-5);
-    EXPECT_DOUBLE_EQ(tx->ParamJacPert, 1e-3);
-    EXPECT_EQ(tx->nparam, 0);
-    EXPECT_EQ(tx->TX->order, 2 * 2 + 2 + 1);
-
-    ASSERT_EQ(TXVarOpenTrajex(tx.get(), no_jacobian, 2, numerical, 1e-4, &a, &b), 1);
-    EXPECT_EQ(tx->jac, &no_jacobian);
-    EXPECT_EQ(tx->JacPert, 1e-5);
-    EXPECT_EQ(tx->ParamJacPert, 1e-4);
-    EXPECT_EQ(tx->c[0], &a);
-    EXPECT_EQ(tx->c[1], &b);
-
-    ASSERT_EQ(TXVarOpenTrajex(tx.get(), numerical, 1e-7, 1, &no_parameter_jacobian, &b), 1);
-    EXPECT_EQ(tx->jac, nullptr);
-    EXPECT_EQ(tx->JacPert, 1e-7);
-    EXPECT_EQ(tx->paramjac, &no_parameter_jacobian);
-    EXPECT_EQ(tx->c[0], &b);
-
-    ASSERT_EQ(TXVarOpenTrajex(tx.get(), numerical, 1e-3, 3, numerical, 1e-2, &a, &b, &a), 1);
-    EXPECT_EQ(tx->JacPert, 1e-3);
-    EXPECT_EQ(tx->ParamJacPert, 1e-2);
-    EXPECT_EQ(tx->paramjac, nullptr);
-    EXPECT_EQ(tx->c[2], &a);
-    EXPECT_EQ(tx->TX->order, 2 * (2 + 3) + 2 + 1);
+    const auto expect_read = [&](int opened, jac_t jac, double JacPert, jac_t paramjac,
+                                 double ParamJacPert, std::initializer_list<double*> parameters) {
+        const int count = static_cast<int>(parameters.size());
+        EXPECT_EQ(opened, 1);
+        EXPECT_EQ(tx->jac, jac);
+        EXPECT_DOUBLE_EQ(tx->JacPert, JacPert);
+        EXPECT_EQ(tx->paramjac, paramjac);
+        EXPECT_DOUBLE_EQ(tx->ParamJacPert, ParamJacPert);
+        EXPECT_EQ(tx->nparam, count);
+        EXPECT_TRUE(std::equal(parameters.begin(), parameters.end(), tx->c));
+        EXPECT_EQ(tx->TX->order, 2 * (2 + count) + 2 + 1);
+    };
+    expect_read(TXVarOpenTrajex(tx.get(), numerical, 1e-5, 0), nullptr, 1e-5, nullptr, 1e-3, {});
+    expect_read(TXVarOpenTrajex(tx.get(), no_jacobian, 2, numerical, 1e-4, &a, &b), no_jacobian,
+                1e-5, nullptr, 1e-4, {&a, &b});
+    expect_read(TXVarOpenTrajex(tx.get(), numerical, 1e-7, 1, &no_parameter_jacobian, &b), nullptr,
+                1e-7, no_parameter_jacobian, 1e-4, {&b});
+    expect_read(TXVarOpenTrajex(tx.get(), numerical, 1e-3, 3, numerical, 1e-2, &a, &b, &a), nullptr,
+                1e-3, nullptr, 1e-2, {&a, &b, &a});
 }
 
+// The settings of the handle, and room for the border; closing keeps the parameters of the handle.
 TEST(VarOpen, MakesASubRecordWithTheSettingsOfTheHandle) {
     const OpenHandle tx = open_terminating(oscillator, 2, 1e-7, 0.25);
     TXSetAbsTol(tx.get(), 1e-9);
     TXSetMaxStep(tx.get(), 0.5);
-    double a = 1, b = 2;
     ASSERT_EQ(TXVarOpenTrajex(tx.get(), no_jacobian, 2, &no_parameter_jacobian, &a, &b), 1);
     EXPECT_EQ(tx->TX->RelTol, 1e-7);
     EXPECT_EQ(tx->TX->AbsTol, 1e-9);
     EXPECT_EQ(tx->TX->h, 0.25);
     EXPECT_EQ(tx->TX->hmax, 0);
     EXPECT_EQ(tx->TX->TerminateOnFatalError, 1);
-    EXPECT_EQ(tx->cp[0] + tx->cp[1], 0);
-    for (int i = 0; i < 5; ++i) std::fill_n(tx->TX->j[i], 5, 1.0);  // room for the border
-
-    // Closing the sub-record keeps what the handle knows of its parameters.
-    EXPECT_EQ(TXVarCloseTrajex(tx.get()), 1);
-    EXPECT_EQ(tx->TX, nullptr);
-    EXPECT_EQ(tx->nparam, 2);
-    EXPECT_EQ(tx->c[1], &b);
-    EXPECT_EQ(tx->cp[1], 0);
-    EXPECT_EQ(TXVarCloseTrajex(tx.get()), 1);
+    for (int i = 0; i < 5; ++i) std::fill_n(tx->TX->j[i], 5, 1.0);
+    for (int closing = 0; closing < 2; ++closing) {
+        EXPECT_EQ(TXVarCloseTrajex(tx.get()), 1);
+        EXPECT_EQ(tx->TX, nullptr);
+        EXPECT_EQ(tx->nparam, 2);
+        EXPECT_EQ(tx->c[1], &b);
+        EXPECT_EQ(tx->cp[0] + tx->cp[1], 0);
+    }
 }
 
 /// After a failure the handle can be opened again; it is closed at the end of the test.
 void expect_reopens(Trajex* tx) {
-    double a = 1;
     EXPECT_EQ(TXVarOpenTrajex(tx, no_jacobian, 1, &no_parameter_jacobian, &a), 1);
     EXPECT_EQ(tx->ErrorCode, 0);
     EXPECT_EQ(tx->c[0], &a);
 }
 
-TEST(VarOpen, RefusesPerturbationsThatAreNotPositive) {
-    double a = 1;
-    for (const double eps : {0.0, -1e-6, not_a_number}) {
-        const OpenHandle tx = open_recording(oscillator, 2, 1e-6);
-        EXPECT_EQ(TXVarOpenTrajex(tx.get(), numerical, eps, 0), 0);
-        EXPECT_EQ(tx->ErrorCode, 23);
-        EXPECT_EQ(tx->TX, nullptr);
-        EXPECT_EQ(TXVarOpenTrajex(tx.get(), no_jacobian, 1, numerical, eps, &a), 0);
-        EXPECT_EQ(tx->ErrorCode, 23);
-        EXPECT_EQ(tx->TX, nullptr);
+TEST(VarOpen, RefusesBadArguments) {
+    const auto expect_refused = [](int code, int order, jac_t jac, auto... arguments) {
+        const OpenHandle tx = open_recording(oscillator, order, 1e-6);
+        EXPECT_EQ(TXVarOpenTrajex(tx.get(), jac, arguments...), 0);
+        EXPECT_EQ(tx->ErrorCode, code);
+        EXPECT_EQ(tx->TX == nullptr, code != 26);
         EXPECT_DOUBLE_EQ(tx->JacPert, 1e-3);
-        EXPECT_DOUBLE_EQ(tx->ParamJacPert, 1e-3);
-        if (eps < 0) expect_reopens(tx.get());
+        EXPECT_EQ(tx->nparam, code == 26 ? 4 : 0);
+        if (order == 2) expect_reopens(tx.get());
+    };
+    for (const double eps : {0.0, -1e-6, not_a_number}) {
+        expect_refused(23, 2, numerical, eps, 0);
+        expect_refused(23, 2, no_jacobian, 1, numerical, eps, &a);
     }
-}
-
-TEST(VarOpen, RefusesBadParameters) {
-    const OpenHandle tx = open_recording(oscillator, 2);
-    double a = 1, b = 2, c = 3;
-    EXPECT_EQ(TXVarOpenTrajex(tx.get(), no_jacobian, -1), 0);
-    EXPECT_EQ(tx->ErrorCode, 24);
-    EXPECT_EQ(tx->nparam, 0);
-    EXPECT_EQ(tx->TX, nullptr);
-
-    EXPECT_EQ(TXVarOpenTrajex(tx.get(), no_jacobian, 4, numerical, 1e-6, &a, &b, &c, missing), 0);
-    EXPECT_EQ(tx->ErrorCode, 26);
-    EXPECT_EQ(tx->c[2], &c);
-    expect_reopens(tx.get());
-    EXPECT_EQ(TXVarOpenTrajex(tx.get(), no_jacobian, 1, &no_parameter_jacobian, missing), 0);
-    EXPECT_EQ(tx->ErrorCode, 26);
-}
-
-TEST(VarOpen, RefusesExtendedSystemsBeyondAnInt) {
-    const OpenHandle large = open_recording(oscillator, 46341);
-    EXPECT_EQ(TXVarOpenTrajex(large.get(), no_jacobian, 0), 0);
-    EXPECT_EQ(large->ErrorCode, 15);
-    EXPECT_EQ(large->TX, nullptr);
-    const OpenHandle small = open_recording(oscillator, 2);
-    EXPECT_EQ(TXVarOpenTrajex(small.get(), no_jacobian, std::numeric_limits<int>::max(),
-                              &no_parameter_jacobian),
-              0);
-    EXPECT_EQ(small->ErrorCode, 15);
-    expect_reopens(small.get());
+    expect_refused(24, 2, no_jacobian, -1);
+    expect_refused(26, 2, no_jacobian, 4, &no_parameter_jacobian, &a, &b, &c, missing);
+    constexpr int largest = std::numeric_limits<int>::max();  // extended systems beyond an int
+    expect_refused(15, 2, no_jacobian, largest, &no_parameter_jacobian);
+    expect_refused(15, 46341, no_jacobian, 0);
 }
 
 // A failed allocation is recorded (code 15, or 3), or, where it is reported on the new sub-record,
@@ -145,7 +109,6 @@ TEST(VarOpenDeathTest, ReportsEveryFailedAllocation) {
         ASSERT_LT(nth, 100);
         const auto attempt = [nth] {
             OpenHandle tx = open_recording(oscillator, 2);
-            double a = 1;
             int result = 0;
             bool failed = false;
             {
@@ -173,9 +136,14 @@ TEST(VarOpenDeathTest, ReportsEveryFailedAllocation) {
 TEST(VarDeathTest, OperationsNeedTheSubRecord) {
     const OpenHandle tx = open_recording(oscillator, 2);
     double y[] = {1, 0};
+    double T = 1;
     const auto ended = testing::ExitedWithCode(1);
     EXPECT_EXIT(TXNumJac(tx.get(), 0, y, nullptr), ended, "'TXNumJac': Trajex not opened");
     EXPECT_EXIT(TXEquiPoint(tx.get(), y), ended, "'TXEquiPoint': Trajex not opened");
+    EXPECT_EXIT(TXAutoOrbit(tx.get(), 0, y, nullptr, 1, &T), ended,
+                "'TXAutoOrbit': Trajex not opened");
+    EXPECT_EXIT(TXNonAutoOrbit(tx.get(), 0, y, nullptr, T), ended,
+                "'TXNonAutoOrbit': Trajex not opened");
     EXPECT_EXIT(TXVarOpenTrajex(nullptr, no_jacobian, 0), ended,
                 "'TXVarOpenTrajex': Trajex not opened");
 }
