@@ -55,13 +55,19 @@ class Rounds {
 
     double seconds(std::size_t contestant) const { return median(seconds_[contestant]); }
 
-    /// The median over the rounds of one contestant's time over another's.
-    double ratio(std::size_t contestant, std::size_t other) const {
-        std::vector<double> ratios;
-        for (std::size_t r = 0; r < seconds_[contestant].size(); ++r) {
-            ratios.push_back(seconds_[contestant][r] / seconds_[other][r]);
+    /// The median over the rounds of a quantity that is computed from the times of one round.
+    template <class OfRound>
+    double median_of(OfRound quantity) const {
+        std::vector<double> values;
+        for (std::size_t r = 0; r < seconds_.front().size(); ++r) {
+            values.push_back(quantity([&](std::size_t c) { return seconds_[c][r]; }));
         }
-        return median(ratios);
+        return median(values);
+    }
+
+    /// One contestant's time over another's.
+    double ratio(std::size_t contestant, std::size_t other) const {
+        return median_of([&](auto seconds) { return seconds(contestant) / seconds(other); });
     }
 
   private:

@@ -48,12 +48,16 @@ std::vector<double> odeint_solve(const Problem& problem, double tolerance) {
     return y;
 }
 
-void sample_with_odeint(int samples, double end, double tolerance) {
-    Point y{1, 1, 20};
-    static volatile double seen;
+std::vector<double> odeint_samples(const Problem& problem, double tolerance) {
+    std::vector<double> samples;
+    Point y{problem.start[0], problem.start[1], problem.start[2]};
     odeint::integrate_const(
         odeint::make_dense_output<odeint::runge_kutta_dopri5<Point>>(tolerance, tolerance),
-        lorenz_at, y, 0.0, end, end / samples, [](const Point& state, double) { seen = state[0]; });
+        lorenz_at, y, 0.0, problem.end, problem.end / 1000, [&](const Point& state, double) {
+            samples.insert(samples.end(), state.begin(), state.end());
+        });
+    samples.resize(3003);
+    return samples;
 }
 
 void exponents_with_odeint(double interval, int intervals, double tolerance, double* exponents) {

@@ -19,8 +19,8 @@ std::vector<double> cvodes_variational(const Problem& extended, double tolerance
 /// Integrates with the library's tableau and steps of at most 0.05; returns the step attempts made.
 long arkode_attempts(const Problem&, double tolerance);
 
-/// `samples` equidistant states of Lorenz from (1, 1, 20).
-void sample_with_odeint(int samples, double end, double tolerance);
+/// 1001 equidistant states of Lorenz.
+std::vector<double> odeint_samples(const Problem&, double tolerance);
 /// The three exponents of Lorenz, by nearby trajectories.
 void exponents_with_odeint(double interval, int intervals, double tolerance, double* exponents);
 

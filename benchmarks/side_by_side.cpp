@@ -108,10 +108,9 @@ void compare_at_equal_error(const Problem& problem, const Solve& own,
     const std::vector<double> reference = own(problem, 1e-13);
     std::vector<Solve> solvers{own};
     for (const Target& target : targets) solvers.push_back(target.solve);
-    const std::vector<double> seconds = seconds_at_error(solvers, problem, reference, 1e-6);
+    const std::vector<double> ratios = ratios_at_error(solvers, problem, reference, 1e-6);
     for (std::size_t s = 0; s < targets.size(); ++s) {
-        report("to an error of 1e-6: " + problem.name, targets[s].peer, targets[s].ratio,
-               seconds[0] / seconds[s + 1]);
+        report(problem.name + ", to 1e-6", targets[s].peer, targets[s].ratio, ratios[s]);
     }
 }
 
@@ -134,20 +133,29 @@ void compare_trajectories() {
 }
 
 #ifdef TX_WITH_ODEINT
-double seen = 0;
-void see(double, double* y) {
-    seen = y[0];
+std::vector<double> collected;
+void collect(double, double* y) {
+    collected.insert(collected.end(), y, y + 3);
+}
+
+std::vector<double> own_samples(const Problem& problem, double tolerance) {
+    const Handle tx = open_handle(problem.f, 3, tolerance);
+    std::vector<double> y = problem.start;
+    double t = 0;
+    collected.clear();
+    TXftableg(tx.get(), &t, problem.end, 1000, y.data(), collect);
+    return collected;
 }
 
 void compare_samples() {
-    const Rounds rounds({[] {
-                             const Handle tx = open_handle(lorenz, 3, 1e-8);
-                             double t = 0;
-                             double y[3] = {1, 1, 20};
-                             TXftableg(tx.get(), &t, 20, 1000, y, see);
-                         },
-                         [] { sample_with_odeint(1000, 20, 1e-8); }});
-    report("1000 samples of Lorenz to T = 20, 1e-8", "Odeint, dense output of dopri5", 1,
+    Problem problem = trajectory_problem(3);
+    problem.name = "1000 samples of Lorenz to T = 10";
+    compare_at_equal_error(problem, own_samples,
+                           {{"Odeint, dense output of dopri5", odeint_samples, {}}});
+    problem.end = 20;
+    const Rounds rounds(
+        {[&] { own_samples(problem, 1e-8); }, [&] { odeint_samples(problem, 1e-8); }});
+    report("1000 samples of Lorenz to T = 20, both at 1e-8", "Odeint, dense output of dopri5", 1,
            rounds.ratio(0, 1));
 }
 

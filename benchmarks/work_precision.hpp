@@ -44,11 +44,12 @@ inline Bracket enclose(const Solve& solve, const Problem& problem,
     return bracket;
 }
 
-/// The times that the solvers need for an error of `wanted` at the end: interpolated, logarithm
-/// against logarithm, between two tolerances each, all of them timed in the same rounds.
-inline std::vector<double> seconds_at_error(const std::vector<Solve>& solvers,
-                                            const Problem& problem,
-                                            const std::vector<double>& reference, double wanted) {
+/// For each solver but the first, the first one's time over its time, for an error of `wanted` at
+/// the end: times interpolated, logarithm against logarithm, between two tolerances of each solver,
+/// all of them timed in the same rounds.
+inline std::vector<double> ratios_at_error(const std::vector<Solve>& solvers,
+                                           const Problem& problem,
+                                           const std::vector<double>& reference, double wanted) {
     std::vector<Bracket> brackets;
     std::vector<Work> runs;
     brackets.reserve(solvers.size());
@@ -58,15 +59,18 @@ inline std::vector<double> seconds_at_error(const std::vector<Solve>& solvers,
             runs.emplace_back([&solve, &problem, tolerance] { solve(problem, tolerance); });
         }
     }
-    const Rounds rounds(runs, 0.005, 11);
-    std::vector<double> seconds;
-    for (std::size_t s = 0; s < solvers.size(); ++s) {
+    const auto interpolated = [&](auto seconds, std::size_t s) {
         const Bracket& b = brackets[s];
         const double along = std::log(wanted / b.errors[0]) / std::log(b.errors[1] / b.errors[0]);
-        const double first = rounds.seconds(2 * s);
-        seconds.push_back(first * std::pow(rounds.seconds(2 * s + 1) / first, along));
+        return seconds(2 * s) * std::pow(seconds(2 * s + 1) / seconds(2 * s), along);
+    };
+    const Rounds rounds(runs, 0.005, 21);
+    std::vector<double> ratios;
+    for (std::size_t s = 1; s < solvers.size(); ++s) {
+        ratios.push_back(rounds.median_of(
+            [&](auto seconds) { return interpolated(seconds, 0) / interpolated(seconds, s); }));
     }
-    return seconds;
+    return ratios;
 }
 
 }  // namespace benchmarks
