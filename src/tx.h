@@ -466,7 +466,7 @@ struct TrajexBif_t {
  * | 25 | Unable to open output file | table writers, TXLyapCalcFile |
  * | 26 | Wrong number of parameters | TXVarOpenTrajex, runs, TXLyapCalc |
  * | 27 | Bad mode specification | reserved |
- * | 28 | No Trajex Bifurcation structure specified | two-parameter runs |
+ * | 28 | No Trajex Bifurcation structure specified | two-parameter runs, locations, checks |
  * | 29 | Minimum stepsize reached | steps, integration, runs |
  * | 30 | No Convergense in Newton iteration | equilibria, orbits, TXLocateEquiBif |
  */
@@ -1418,7 +1418,7 @@ TX_API void TXPathOutput(Trajex* tx, FILE* file);
  *
  * On success the parameters are those of the record again.
  *
- * Codes: 3 (work memory).
+ * Codes: 3 (work memory), 28 (a record made for fewer parameters).
  */
 TX_API int TXCheckBif(Trajex* tx, TrajexBif* txb, double* c, double thedc, int mode, FILE* state);
 
@@ -1436,7 +1436,7 @@ TX_API int TXCheckBif(Trajex* tx, TrajexBif* txb, double* c, double thedc, int m
  * @return 1 when classified, with the parameters set to those of the record; 0 without a code
  *         when c is not exactly one registered parameter
  *
- * Codes: 3 (work memory), and what TXEigenVector reports.
+ * Codes: 3 (work memory), 28 (a record made for fewer parameters), and what TXEigenVector reports.
  */
 TX_API int TXCheckEquiBif(Trajex* tx, TrajexBif* txb, double* c, double thedc, FILE* state);
 
@@ -1463,7 +1463,7 @@ TX_API int TXCheckEquiBif(Trajex* tx, TrajexBif* txb, double* c, double thedc, F
  *
  * nparam is as before on every way out.
  *
- * Codes: 3 (work memory).
+ * Codes: 3 (work memory), 28 (a record made for fewer parameters).
  */
 TX_API int TXLocateBif(Trajex* tx, TrajexBif* txb, double* c, int mode, FILE* state);
 
@@ -1482,8 +1482,8 @@ TX_API int TXLocateBif(Trajex* tx, TrajexBif* txb, double* c, int mode, FILE* st
  * @param state stream for the progress characters ('.' nearer, '!' not), or null
  * @return 1 when located; 0 without a code when c is not exactly one registered parameter
  *
- * Codes: 3 (work memory); 30 (no convergence), with y and `*c` those of the last iterate, and
- * Phi, er and ei possibly those of a perturbed point.
+ * Codes: 3 (work memory), 28 (a record made for fewer parameters); 30 (no convergence), with y and
+ * `*c` those of the last iterate, and Phi, er and ei possibly those of a perturbed point.
  */
 TX_API int TXLocateEquiBif(Trajex* tx, TrajexBif* txb, double* c, FILE* state);
 
@@ -1505,7 +1505,7 @@ TX_API int TXLocateEquiBif(Trajex* tx, TrajexBif* txb, double* c, FILE* state);
  * the run moves the variables. `*dc` is the step length. Its magnitude on entry is the largest
  * step of the run and its sign the direction, in one parameter towards larger or smaller values;
  * the run adapts it and leaves the last one. The smallest step is |*dc| NewtRelTol + NewtAbsTol,
- * formed at the start; where that exceeds |*dc|, it is the step.
+ * formed at the start; a |*dc| below that is code 29 at the first step.
  *
  * @par Outputs
  * `mode` is a sum of bits that select the outputs. Each brings further arguments, passed in this
@@ -1562,8 +1562,8 @@ TX_API int TXLocateEquiBif(Trajex* tx, TrajexBif* txb, double* c, FILE* state);
  * The result is 1 when the run has ended as described, and 0 after a failure. A run handles some
  * failures itself, such as a location that does not converge: these are recorded even under the
  * policy to terminate, and their code may be left in ErrorCode although the result is 1. Failures
- * of eigenvalue computations, linear solves and integrations over a period are not handled: if
- * the policy is to record, the run goes on with what it has.
+ * of the eigenvalue computations and linear solves of one-parameter runs are not handled: if the
+ * policy is to record, the run goes on with what it has.
  *
  *     3     work memory or record not available
  *     26    a parameter is not registered exactly once, or c1 and c2 are the same

@@ -3,10 +3,11 @@
 //
 //   hopf_curve [directory]
 //
-// writes branch.dat (B x y) and curve.dat (A B x y) into the directory.
+// writes state.txt (the reports of both runs), branch.dat (B x y) and curve.dat (A B x y) into the
+// directory.
 #include <cstdio>
-#include <string>
 
+#include "output.hpp"
 #include "tx.h"
 
 static double A = 1;
@@ -19,13 +20,10 @@ static void brusselator(double /*t*/, double* y, double* f) {
 }
 
 int main(int argc, char** argv) {
-    const std::string directory = argc > 1 ? argv[1] : ".";
-    FILE* branch = std::fopen((directory + "/branch.dat").c_str(), "w");
-    FILE* curve = std::fopen((directory + "/curve.dat").c_str(), "w");
-    if (branch == nullptr || curve == nullptr) {
-        std::perror(directory.c_str());
-        return 1;
-    }
+    const OutputDirectory directory(argc, argv);
+    const File state = directory.create("state.txt");
+    const File branch = directory.create("branch.dat");
+    const File curve = directory.create("curve.dat");
 
     Trajex* tx = TXOpenTrajex(brusselator, 2, 1e-9, 0.01);
     tx->NewtAbsTol = 1e-9;
@@ -35,16 +33,14 @@ int main(int argc, char** argv) {
 
     double y[] = {1, 1.2};
     double step = 0.06;
-    TXEquiCont(tx, y, &B, &step, 1, 2, branch);  // to the first bifurcation, path lines only
+    TXEquiCont(tx, y, &B, &step, 1, 1 | 2, state.get(), branch.get());
     std::printf("Hopf bifurcation at B = %.6f\n", B);
 
     step = 0.1;
     tx->MaxContSteps = 30;
-    TXEqui2DCont(tx, &A, &B, &step, 2, curve);
+    TXEqui2DCont(tx, &A, &B, &step, 1 | 2, state.get(), curve.get());
     std::printf("on the curve at A = %.6f, B = %.6f; 1 + A^2 = %.6f\n", A, B, 1 + A * A);
 
     TXCloseTrajex(tx);
-    std::fclose(branch);
-    std::fclose(curve);
     return 0;
 }

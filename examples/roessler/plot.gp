@@ -8,6 +8,7 @@ set grid lc rgb "#dddddd"
 stable(y, s) = s >= 1 ? y : NaN
 unstable(y, s) = s != 1 ? y : NaN
 doubling(y, s) = s == 2 ? y : NaN
+uncovered(c) = c > 4.12 ? c : NaN  # up to there the attractor lies under the stable cycles
 do for [format in "svg png"] {
     if (format eq "svg") { set terminal svg size 1200,500 font "Sans,14" background "white" }
     if (format eq "png") { set terminal pngcairo size 1680,700 font "Sans,15" }
@@ -21,7 +22,7 @@ do for [format in "svg png"] {
     set ylabel "y where x = 0"
     set xrange [2.5:4.4]
     set yrange [2.6:5.8]
-    plot directory . "/attractor.dat" with points pt 7 ps 0.2 lc rgb "#aaaaaa" title "attractor", \
+    plot directory . "/attractor.dat" using (uncovered($1)):2 with points pt 7 ps 0.2 lc rgb "#aaaaaa" title "attractor", \
          for [k = 0:2] for [turn = 1:2 ** k] data index k using 1:(stable(column(turn + 2), $2)) \
              with lines lw 3 lc rgb "#1f4e9c" title (k + turn == 1 ? "stable cycles" : ""), \
          for [k = 0:2] for [turn = 1:2 ** k] data index k using 1:(unstable(column(turn + 2), $2)) \

@@ -32,6 +32,39 @@ struct Analysis {
     Stability stability;
 };
 
+/// The last accepted point, while a search works on the record: put back unless the search located
+/// a bifurcation, which then is what the record holds.
+class [[nodiscard]] RecordedPoint {
+  public:
+    /// `storage` holds 3 n doubles for the life of the guard.
+    RecordedPoint(TrajexBif& record, std::size_t n, double* storage)
+        : record_(record),
+          fields_(record),
+          y_(record.y, n, storage),
+          er_(record.er, n, storage + n),
+          ei_(record.ei, n, storage + 2 * n) {}
+    ~RecordedPoint() {
+        if (!kept_) record_ = fields_;
+    }
+    RecordedPoint(const RecordedPoint&) = delete;
+    RecordedPoint& operator=(const RecordedPoint&) = delete;
+
+    void replace() {
+        kept_ = true;
+        y_.keep();
+        er_.keep();
+        ei_.keep();
+    }
+
+  private:
+    TrajexBif& record_;
+    TrajexBif fields_;
+    RestoreUnlessKept y_;
+    RestoreUnlessKept er_;
+    RestoreUnlessKept ei_;
+    bool kept_ = false;
+};
+
 enum class Search { located, located_last, rejected };
 
 class Branch {
@@ -48,6 +81,7 @@ class Branch {
                  {&accepted_, size_},
                  {&er_, n_},
                  {&ei_, n_},
+                 {&recorded_, 3 * n_},
                  {&now_.tangent, size_},
                  {&last_.tangent, size_}},
                 {pointer_list(&unknowns_, size_)}) {
@@ -91,6 +125,7 @@ class Branch {
     double* accepted_ = nullptr;  // unknowns of the last accepted point
     double* er_ = nullptr;
     double* ei_ = nullptr;
+    double* recorded_ = nullptr;  // of the record, while a search works there
     double** unknowns_ = nullptr;
     Analysis now_;
     Analysis last_;
@@ -193,6 +228,7 @@ bool Branch::suspects_bifurcation() {
 /// Looks for the bifurcation between the last accepted and the current point. A search that fails
 /// is part of the run, which then takes a smaller step: it must not end the process.
 Search Branch::search() {
+    RecordedPoint recorded(problem_.record(), n_, recorded_);
     run_.out.text("Searching for bifurcation ");
     std::copy_n(problem_.y, n_, problem_.record().y);
     problem_.record_guess();
@@ -204,6 +240,7 @@ Search Branch::search() {
                   problem_.classify(now_.tangent, step_.value(), run_.out);
     }
     if (located) {
+        recorded.replace();
         ++bifurcations_;
         run_.out.bifurcation(tx_);
         if (bifurcations_ == run_.bifurcations) return Search::located_last;

@@ -1,6 +1,7 @@
 // Opening, settings and closing of a handle.
 #include "core/handle.hpp"
 
+#include <memory>
 #include <new>
 
 #include "core/errors.hpp"
@@ -9,11 +10,20 @@ namespace trajex {
 
 namespace {
 
+constexpr std::size_t line = 8;  // doubles in a cache line
+
 // Vectors start on different cache lines relative to a page, so that streams over several of them
 // do not collide in the cache when n is a power of two.
 std::size_t padded(std::size_t n) {
-    constexpr std::size_t line = 8;
     return (n + line - 1) / line * line + line;
+}
+
+// The first whole cache line of a piece of memory that has one to spare.
+double* first_line(double* memory) {
+    void* start = memory;
+    std::size_t space = 2 * line * sizeof(double);
+    return static_cast<double*>(
+        std::align(line * sizeof(double), line * sizeof(double), start, space));
 }
 
 void attach_vectors(Handle& handle) {
@@ -22,16 +32,16 @@ void attach_vectors(Handle& handle) {
                                 &handle.ynp1d2,  &handle.yfirst,  &handle.ylast,  &handle.y0,
                                 &handle.yw,      &handle.istate,  &handle.ivector};
     const std::size_t stride = padded(n);
-    handle.state_vectors = std::make_unique<double[]>(std::size(vectors) * stride);
-    handle.stages = std::make_unique<double[]>(12 * n);
+    handle.state_vectors = std::make_unique<double[]>(std::size(vectors) * stride + line);
+    handle.stages = std::make_unique<double[]>(12 * n + line);
     handle.table_columns = std::make_unique<int[]>(n + 1);
     handle.table_formats = std::make_unique<char[]>(9 * n + 9);
-    double* next = handle.state_vectors.get();
+    double* next = first_line(handle.state_vectors.get());
     for (double** vector : vectors) {
         *vector = next;
         next += stride;
     }
-    handle.k = handle.stages.get();
+    handle.k = first_line(handle.stages.get());
     handle.output = handle.table_columns.get();
     handle.form = handle.table_formats.get();
 }

@@ -14,59 +14,71 @@
 //
 // `run` takes its arguments by value. What it calls is either always_inline as well or stays
 // baseline code. A lambda inside `run` needs the attribute too.
+//
+// A kernel that names its vectors is a template of their type, and is given the longest that fit a
+// register: Four in AVX2 code, Pair elsewhere. Vectors longer than a register would live in memory.
 #pragma once
 
+#include <cmath>
 #include <cstddef>
+#include <cstring>
 
 namespace trajex {
 
-#if defined(__GNUC__) && defined(__x86_64__)
-
-inline bool has_avx2() {
-    return __builtin_cpu_supports("avx2") != 0;
-}
-
-template <class Kernel, class... Arguments>
-[[gnu::target("avx2"), gnu::noinline]] auto run_for_avx2(Arguments... arguments) {
-    return Kernel::run(arguments...);
-}
-
-#else
-
-constexpr bool has_avx2() {
-    return false;
-}
-
-template <class Kernel, class... Arguments>
-auto run_for_avx2(Arguments... arguments) {
-    return Kernel::run(arguments...);
-}
-
-#endif
-
-/// Runs the kernel compiled for the best instruction set that this processor has.
-template <class Kernel, class... Arguments>
-auto dispatch(Arguments... arguments) {
-    if (has_avx2()) return run_for_avx2<Kernel>(arguments...);
-    return Kernel::run(arguments...);
-}
+// ---- Vectors: neighbouring doubles, operated on one by one: v + w, v - w, v * w, v / w, and x + v
+// and x * v with a number x. Pass references only: how a function receives a vector by value
+// depends on the instruction set.
 
 #if defined(__GNUC__)
 
-/// Four neighbouring doubles, operated on one by one: v + w, v - w, v * w, x * v with a number x.
-/// Used where a compiler does not find by itself what to keep in registers. Pass references only:
-/// how a function receives a vector by value depends on the instruction set.
-using Four [[gnu::vector_size(32), gnu::aligned(8), gnu::may_alias]] = double;
+using Four [[gnu::vector_size(32)]] = double;
+using Pair [[gnu::vector_size(16)]] = double;
 
-/// The larger one of each pair to m; what is not a number is left out.
-[[gnu::always_inline]] inline void keep_larger(Four& m, const Four& v) {
+template <class Vector>
+struct [[gnu::packed, gnu::may_alias]] Unaligned {
+    Vector value;
+};
+
+template <class Vector>
+[[gnu::always_inline]] inline void load(Vector& v, const double* from) {
+    v = reinterpret_cast<const Unaligned<Vector>*>(from)->value;
+}
+
+template <class Vector>
+[[gnu::always_inline]] inline void store(const Vector& v, double* to) {
+    reinterpret_cast<Unaligned<Vector>*>(to)->value = v;
+}
+
+template <class Vector>
+[[gnu::always_inline]] inline void take_magnitude(Vector& v) {
+    using Bits [[gnu::vector_size(sizeof(Vector))]] = long long;
+    constexpr long long all_but_sign = 0x7fffffffffffffff;
+    v = reinterpret_cast<Vector>(reinterpret_cast<Bits>(v) & all_but_sign);
+}
+
+/// Makes v zero where w is zero.
+template <class Vector>
+[[gnu::always_inline]] inline void clear_where_zero(Vector& v, const Vector& w) {
+    using Bits [[gnu::vector_size(sizeof(Vector))]] = long long;
+    v = reinterpret_cast<Vector>((w != 0) & reinterpret_cast<Bits>(v));
+}
+
+/// The larger one of each pair of numbers to m; what is not a number is left out.
+template <class Vector>
+[[gnu::always_inline]] inline void keep_larger(Vector& m, const Vector& v) {
     m = v > m ? v : m;
+}
+
+/// Four numbers from anywhere, in two pairs: from a list GCC fills a vector one by one.
+[[gnu::always_inline]] inline void assign(Four& v, double v0, double v1, double v2, double v3) {
+    v = __builtin_shufflevector(Pair{v0, v1}, Pair{v2, v3}, 0, 1, 2, 3);
 }
 
 #else
 
 struct Four {
     double lane[4];
+    double& operator[](std::size_t i) { return lane[i]; }
     double operator[](std::size_t i) const { return lane[i]; }
 };
 
@@ -98,18 +110,97 @@ inline Four& operator-=(Four& v, const Four& w) {
     return v = v - w;
 }
 
+inline void load(Four& v, const double* from) {
+    std::memcpy(&v, from, sizeof v);
+}
+inline void store(const Four& v, double* to) {
+    std::memcpy(to, &v, sizeof v);
+}
+inline void assign(Four& v, double v0, double v1, double v2, double v3) {
+    v = {v0, v1, v2, v3};
+}
 inline void keep_larger(Four& m, const Four& v) {
     m = combined(m, v, [](double x, double y) { return y > x ? y : x; });
 }
 
+/// Kernels that are templates of their vectors take one number at a time.
+using Pair = double;
+
 #endif
 
-/// The doubles at p as a vector, for reading and for writing.
-[[gnu::always_inline]] inline Four& four(double* p) {
-    return *reinterpret_cast<Four*>(p);
+// The same for one number, so that one body serves vectors and what remains of a row.
+
+[[gnu::always_inline]] inline void load(double& x, const double* from) {
+    x = *from;
 }
-[[gnu::always_inline]] inline const Four& four(const double* p) {
-    return *reinterpret_cast<const Four*>(p);
+[[gnu::always_inline]] inline void store(double x, double* to) {
+    *to = x;
+}
+[[gnu::always_inline]] inline void take_magnitude(double& x) {
+    x = std::fabs(x);
+}
+[[gnu::always_inline]] inline void clear_where_zero(double& x, double y) {
+    x = y == 0 ? 0 : x;
+}
+[[gnu::always_inline]] inline void add_in_order(double& sum, double x) {
+    sum += x;
+}
+
+template <class Vector>
+inline constexpr std::size_t width = sizeof(Vector) / sizeof(double);
+
+template <class Vector>
+[[gnu::always_inline]] inline void add_in_order(double& sum, const Vector& v) {
+    for (std::size_t i = 0; i < width<Vector>; ++i) sum += v[i];
+}
+
+// ---- Kernels
+
+template <class Kernel, class... Arguments>
+[[gnu::noinline]] auto run_for_baseline(Arguments... arguments) {
+    return Kernel::run(arguments...);
+}
+
+#if defined(__GNUC__) && defined(__x86_64__)
+
+inline bool has_avx2() {
+    return __builtin_cpu_supports("avx2") != 0;
+}
+
+template <class Kernel, class... Arguments>
+[[gnu::target("avx2"), gnu::noinline]] auto run_for_avx2(Arguments... arguments) {
+    return Kernel::run(arguments...);
+}
+
+using Longest = Four;
+
+#else
+
+constexpr bool has_avx2() {
+    return false;
+}
+
+template <class Kernel, class... Arguments>
+auto run_for_avx2(Arguments... arguments) {
+    return run_for_baseline<Kernel>(arguments...);
+}
+
+using Longest = Pair;
+
+#endif
+
+/// Runs the kernel compiled for the best instruction set that this processor has.
+template <class Kernel, class... Arguments>
+auto dispatch(Arguments... arguments) {
+    if (has_avx2()) return run_for_avx2<Kernel>(arguments...);
+    return run_for_baseline<Kernel>(arguments...);
+}
+
+/// The same for a kernel that is a template of the type of its vectors.
+template <template <class> class Kernel, class... Arguments>
+auto dispatch(Arguments... arguments) {
+    if (has_avx2()) return run_for_avx2<Kernel<Longest>>(arguments...);
+    return run_for_baseline<Kernel<Pair>>(arguments...);
 }
 
 }  // namespace trajex

@@ -55,39 +55,110 @@ struct StepRows {
           f_end(rec.k + 11 * n) {}
 };
 
+/// A linear combination of rows, for one component or a vector of them, summed in the order of the
+/// calls.
+template <class Number>
+struct Combination {
+    std::size_t i;
+    Number sum, row;
+
+    [[gnu::always_inline]] inline Combination(double weight, const double* first, std::size_t index)
+        : i(index) {
+        load(row, first + i);
+        sum = weight * row;
+    }
+    [[gnu::always_inline]] inline void add(double weight, const double* next) {
+        load(row, next + i);
+        sum += weight * row;
+    }
+};
+
 /// Order of the sums for the state alone.
 struct StateSums {
-    static double hermite(const verner::HermiteWeights<double>& w, double h, const StepRows& s,
-                          std::size_t i) {
-        return w.state_start * s.y_start[i] + w.state_end * s.y_end[i] +
-               w.state_middle * s.y_middle[i] +
-               h * (w.slope_start * s.f_start[i] + w.slope_end * s.f_end[i] +
-                    w.slope_middle * s.f_middle[i]);
+    template <class Number>
+    [[gnu::always_inline]] static inline void hermite(Number& y,
+                                                      const verner::HermiteWeights<double>& w,
+                                                      double h, const StepRows& s, std::size_t i) {
+        Combination<Number> states(w.state_start, s.y_start, i);
+        states.add(w.state_end, s.y_end);
+        states.add(w.state_middle, s.y_middle);
+        Combination<Number> slopes(w.slope_start, s.f_start, i);
+        slopes.add(w.slope_end, s.f_end);
+        slopes.add(w.slope_middle, s.f_middle);
+        y = states.sum + h * slopes.sum;
     }
-    static double value(const Basis& b, double h, const StepRows& s, std::size_t i) {
-        return b.d0 * s.y_start[i] + b.d2 * s.y_end[i] +
-               h * (b.d1 * s.f_start[i] + b.d3 * s.f_end[i] + b.d4 * s.f_middle[i] +
-                    b.d5 * s.f_090[i] + b.d6 * s.f_095[i]);
+    template <class Number>
+    [[gnu::always_inline]] static inline void value(Number& y, const Basis& b, double h,
+                                                    const StepRows& s, std::size_t i) {
+        Combination<Number> states(b.d0, s.y_start, i);
+        states.add(b.d2, s.y_end);
+        Combination<Number> slopes(b.d1, s.f_start, i);
+        slopes.add(b.d3, s.f_end);
+        slopes.add(b.d4, s.f_middle);
+        slopes.add(b.d5, s.f_090);
+        slopes.add(b.d6, s.f_095);
+        y = states.sum + h * slopes.sum;
     }
 };
 
 /// Order of the sums for the extended system. The polynomial is the same; the order is kept apart
 /// because results are reproduced to the last bit.
 struct ExtendedSums {
-    static double hermite(const verner::HermiteWeights<double>& w, double h, const StepRows& s,
-                          std::size_t i) {
-        return (w.slope_middle * s.f_middle[i] + w.slope_start * s.f_start[i] +
-                w.slope_end * s.f_end[i]) *
-                   h +
-               w.state_middle * s.y_middle[i] + w.state_end * s.y_end[i] +
-               w.state_start * s.y_start[i];
+    template <class Number>
+    [[gnu::always_inline]] static inline void hermite(Number& y,
+                                                      const verner::HermiteWeights<double>& w,
+                                                      double h, const StepRows& s, std::size_t i) {
+        Combination<Number> sum(w.slope_middle, s.f_middle, i);
+        sum.add(w.slope_start, s.f_start);
+        sum.add(w.slope_end, s.f_end);
+        sum.sum = h * sum.sum;
+        sum.add(w.state_middle, s.y_middle);
+        sum.add(w.state_end, s.y_end);
+        sum.add(w.state_start, s.y_start);
+        y = sum.sum;
     }
-    static double value(const Basis& b, double h, const StepRows& s, std::size_t i) {
-        return b.d0 * s.y_start[i] + b.d1 * h * s.f_start[i] + b.d2 * s.y_end[i] +
-               b.d3 * h * s.f_end[i] + b.d4 * h * s.f_middle[i] + b.d5 * h * s.f_090[i] +
-               b.d6 * h * s.f_095[i];
+    template <class Number>
+    [[gnu::always_inline]] static inline void value(Number& y, const Basis& b, double h,
+                                                    const StepRows& s, std::size_t i) {
+        Combination<Number> sum(b.d0, s.y_start, i);
+        sum.add(b.d1 * h, s.f_start);
+        sum.add(b.d2, s.y_end);
+        sum.add(b.d3 * h, s.f_end);
+        sum.add(b.d4 * h, s.f_middle);
+        sum.add(b.d5 * h, s.f_090);
+        sum.add(b.d6 * h, s.f_095);
+        y = sum.sum;
     }
 };
+
+namespace passes {
+
+/// A prediction of the state inside the step.
+template <class Sums>
+struct Prediction {
+    template <class Number>
+    [[gnu::always_inline]] static inline void at(std::size_t i, std::size_t,
+                                                 const verner::HermiteWeights<double>* weights,
+                                                 double h, const StepRows* rows, double* to) {
+        Number y;
+        Sums::hermite(y, *weights, h, *rows, i);
+        store(y, to + i);
+    }
+};
+
+/// The polynomial.
+template <class Sums>
+struct Polynomial {
+    template <class Number>
+    [[gnu::always_inline]] static inline void at(std::size_t i, std::size_t, const Basis* basis,
+                                                 double h, const StepRows* rows, double* to) {
+        Number y;
+        Sums::value(y, *basis, h, *rows, i);
+        store(y, to + i);
+    }
+};
+
+}  // namespace passes
 
 /// Fills rows 8 to 11 of the record's k for the last accepted step: four evaluations.
 template <class Flow>
@@ -98,14 +169,13 @@ void complete_step(Flow& flow) {
     const double h = rec.tlast - rec.tfirst;
     const StepRows rows(rec, n);
     const auto predict = [&](const verner::HermiteWeights<double>& weights) {
-        for (std::size_t i = 0; i < n; ++i) {
-            rec.yw[i] = Flow::Sums::hermite(weights, h, rows, i);
-        }
+        dispatch<passes::Kernel<passes::Prediction<typename Flow::Sums>>::template For>(
+            n, &weights, h, &rows, rec.yw);
     };
     std::copy_n(rec.yfirst, n, rec.y0);
     std::copy_n(rec.ylast, n, rec.y6);
     flow(rec.tlast, rec.y6, rec.k + 11 * n);
-    dispatch<passes::MiddleState>(n, h, rec.k, rows.f_end, rec.y0, rec.ynp1d2);
+    dispatch<passes::Kernel<passes::MiddleState>::For>(n, h, rec.k, rows.f_end, rec.y0, rec.ynp1d2);
     flow(t + 0.5 * h, rec.ynp1d2, rec.k + 8 * n);
     predict(verner::at_090);
     flow(t + 0.9 * h, rec.yw, rec.k + 9 * n);
@@ -122,7 +192,8 @@ void evaluate_step(Flow& flow, double t) {
     const double h = rec.tlast - rec.tfirst;
     const Basis basis((t - rec.tfirst) / h);
     const StepRows rows(rec, n);
-    for (std::size_t i = 0; i < n; ++i) rec.yw[i] = Flow::Sums::value(basis, h, rows, i);
+    dispatch<passes::Kernel<passes::Polynomial<typename Flow::Sums>>::template For>(n, &basis, h,
+                                                                                    &rows, rec.yw);
     flow.store(rec.yw);
 }
 

@@ -3,9 +3,9 @@
 // the right-hand side, the number of components and the record that holds the work vectors.
 #pragma once
 
-#include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <type_traits>
 #include <utility>
 
 #include "core/simd.hpp"
@@ -34,86 +34,72 @@ inline bool advances(double t, double h) {
     return h > 0 && std::isfinite(h) && t + h > t;
 }
 
-/// Runs the passes for a number of components known when compiling: everything is unrolled.
-template <std::size_t size>
-struct FixedSize {
-    static constexpr std::size_t n = size;
-    template <class Pass, class... Arguments>
-    static auto run(Arguments... arguments) {
-        return Pass::run(n, arguments...);
+/// The argument of stage j and the evaluation there.
+template <class Vector, std::size_t j, class Size, class Rhs>
+[[gnu::always_inline]] inline void stage(Size n, Trajex& rec, double t, double h, const Rhs& rhs) {
+    if constexpr (j == 0) {
+        passes::run<passes::FirstArgument, Vector>(n, rec.yfirst, rec.y0, rec.yw);
+    } else if constexpr (j == verner::stages - 1) {
+        passes::run<passes::LastArgument, Vector>(n, h, rec.k, rec.y0, rec.yw, rec.y5, rec.y6);
+    } else {
+        passes::run<passes::StageArgument<j>, Vector>(n, h, rec.k, rec.y0, rec.yw);
     }
-};
+    constexpr double node = verner::c[j];
+    rhs(t + h * node, rec.yw, rec.k + j * n);
+}
 
-/// Runs them for any number of components, with the widest vectors of the processor.
-struct AnySize {
-    std::size_t n;
-    template <class Pass, class... Arguments>
-    auto run(Arguments... arguments) const {
-        return dispatch<Pass>(n, arguments...);
-    }
-};
-
-/// One attempt from rec.y0 with step h: the stages go to rows 0 to 7 of rec.k, the solutions to
+/// One attempt from rec.yfirst with step h: the stages go to rows 0 to 7 of rec.k, the solutions to
 /// rec.y5 and rec.y6. Returns the error norm.
-template <class Size, class Rhs>
-double attempt_step(const Size& size, Trajex& rec, double t, double h, Rhs& rhs) {
-    const std::size_t n = size.n;
-    double* const k = rec.k;
-    const double* const k_last = k + (verner::stages - 1) * n;
-    const auto evaluate = [&](std::size_t j) {
-        rhs(t + h * static_cast<double>(verner::c[j]), rec.yw, k + j * n);
-    };
-    std::copy_n(rec.y0, n, rec.yw);
-    evaluate(0);
-    [&]<std::size_t... j>(std::index_sequence<j...>) {
-        ((size.template run<passes::StageArgument<j + 1>>(h, k, rec.y0, rec.yw), evaluate(j + 1)),
-         ...);
-    }
-    (std::make_index_sequence<verner::stages - 2>());
-    size.template run<passes::LastArgument>(h, k, rec.y0, rec.yw, rec.y5, rec.y6);
-    evaluate(verner::stages - 1);
+template <class Vector, class Size, class Rhs, std::size_t... j>
+[[gnu::always_inline]] inline double attempt_step(Size n, Trajex& rec, double t, double h,
+                                                  const Rhs& rhs, std::index_sequence<j...>) {
+    (stage<Vector, j>(n, rec, t, h, rhs), ...);
+    const passes::Ending ending{
+        h, rec.k + (verner::stages - 1) * n, rec.y0, rec.y5, rec.y6, rec.abs_err};
     if (rec.AbsTol == 0 && rec.RelTol == 0) {
-        return size.template run<passes::FinishUncheckedStep>(h, k_last, rec.y0, rec.y5, rec.y6,
-                                                              rec.abs_err);
+        return passes::finish_step<Vector>(n, ending, passes::UncheckedErrors());
     }
-    return size.template run<passes::FinishStep>(h, k_last, rec.y0, rec.y5, rec.y6, rec.abs_err,
-                                                 rec.AbsTol, rec.RelTol);
+    return passes::finish_step<Vector>(n, ending, passes::WeightedErrors{rec.AbsTol, rec.RelTol});
 }
 
-/// The attempt loop. On entry rec.y0 is the state at t and h the step to try; afterwards rec.y6 is
-/// the accepted state at rec.tlast and h the step to try next. Returns false, with h of no use,
-/// when the step has become too small to move the time (or was never a positive number). Until its
-/// caller has completed the description of the step, the record says that no step was taken: a
-/// callback may throw, and rows of two steps must not be mixed.
-template <class Size, class Rhs>
-bool repeat_attempts(const Size& size, Trajex& rec, double t, double& h, Rhs& rhs) {
-    rec.StepTaken = 0;
-    while (advances(t, h)) {
-        const double err = attempt_step(size, rec, t, h, rhs);
-        const double tried = h;
-        h = next_step_size(h, err, rec.hmax);
-        if (err <= 1) {
-            rec.tlast = t + tried;
-            return true;
+/// The attempt loop, a kernel. On entry rec->yfirst is the state at t and *h the step to try;
+/// afterwards rec->y6 is the accepted state at rec->tlast and *h the step to try next. Returns
+/// false, with *h of no use, when the step has become too small to move the time (or was never a
+/// positive number). Until its caller has completed the description of the step, the record says
+/// that no step was taken: a callback may throw, and rows of two steps must not be mixed.
+template <class Vector>
+struct RepeatAttempts {
+    template <class Size, class Rhs>
+    [[gnu::always_inline]] static inline bool run(Size n, Trajex* rec, double t, double* h,
+                                                  const Rhs* rhs) {
+        rec->StepTaken = 0;
+        while (advances(t, *h)) {
+            const double tried = *h;
+            const double err = attempt_step<Vector>(n, *rec, t, tried, *rhs,
+                                                    std::make_index_sequence<verner::stages>());
+            *h = next_step_size(tried, err, rec->hmax);
+            if (err <= 1) {
+                rec->tlast = t + tried;
+                return true;
+            }
         }
+        return false;
     }
-    return false;
-}
+};
+
+/// Up to this many components the passes are unrolled.
+inline constexpr std::size_t largest_unrolled = 8;
 
 /// One accepted step of the system y' = rhs with n components, on the work vectors of `rec`.
-template <class Rhs>
-bool accepted_step(Trajex& rec, std::size_t n, double t, double& h, Rhs& rhs) {
-    switch (n) {
-        case 1:
-            return repeat_attempts(FixedSize<1>{}, rec, t, h, rhs);
-        case 2:
-            return repeat_attempts(FixedSize<2>{}, rec, t, h, rhs);
-        case 3:
-            return repeat_attempts(FixedSize<3>{}, rec, t, h, rhs);
-        case 4:
-            return repeat_attempts(FixedSize<4>{}, rec, t, h, rhs);
-        default:
-            return repeat_attempts(AnySize{n}, rec, t, h, rhs);
+template <std::size_t unrolled = 1, class Rhs>
+bool accepted_step(Trajex& rec, std::size_t n, double t, double& h, const Rhs& rhs) {
+    if constexpr (unrolled > largest_unrolled) {
+        return dispatch<RepeatAttempts>(n, &rec, t, &h, &rhs);
+    } else if (n == unrolled) {
+        using Size = std::integral_constant<std::size_t, unrolled>;
+        return dispatch<RepeatAttempts>(Size(), &rec, t, &h, &rhs);
+    } else {
+        return accepted_step<unrolled + 1>(rec, n, t, h, rhs);
     }
 }
 

@@ -49,9 +49,8 @@ int take_step(Flow& flow, double* t0, const char* where) {
     const std::size_t n = flow.size();
     const double t = *t0;
     double h = first_step_size(rec);
-    flow.load(rec.y0);
+    flow.load(rec.yfirst);
     rec.tfirst = t;
-    std::copy_n(rec.y0, n, rec.yfirst);
     if (!accepted_step(rec, n, t, h, flow)) return report(&flow.tx, Error::minimum_step, where);
     std::copy_n(rec.y6, n, rec.ylast);
     flow.store(rec.ylast);
@@ -74,14 +73,13 @@ int integrate_to(Flow& flow, double* t0, double t1, const char* where) {
     flow.load(rec.y6);
     while (t < t1) {
         rec.tfirst = t;
-        std::copy_n(rec.y6, n, rec.y0);
+        std::copy_n(rec.y6, n, rec.yfirst);
         if (!accepted_step(rec, n, t, h, flow)) return report(&flow.tx, Error::minimum_step, where);
         t = rec.tlast;
     }
     rec.StepTaken = 1;
     rec.h = h;
     std::copy_n(rec.y6, n, rec.ylast);
-    std::copy_n(rec.y0, n, rec.yfirst);
     if (t > t1) {
         if (flow.interpolate(t1) != 1) return 0;
     } else {

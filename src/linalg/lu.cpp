@@ -45,11 +45,12 @@ struct ScaleRows {
         Four sizes{};
         std::size_t j = 0;
         for (; j + 4 <= n; j += 4) {
-            const Four v = four(row + j);
+            Four v;
+            load(v, row + j);
             keep_larger(sizes, v);
             keep_larger(sizes, -v);
         }
-        double largest = std::max({sizes[0], sizes[1], sizes[2], sizes[3]});
+        double largest = std::max(std::max(sizes[0], sizes[1]), std::max(sizes[2], sizes[3]));
         for (; j < n; ++j) largest = std::max(largest, std::fabs(row[j]));
         return largest;
     }
@@ -69,16 +70,21 @@ struct DecomposePanel {
     [[gnu::always_inline]] static inline void run(Decomposition* lu, std::size_t first,
                                                   std::size_t last) {
         double reciprocal = 1;
-        const auto columns = [&]<std::size_t... K>(std::index_sequence<K...>)
-            __attribute__((always_inline)) {
-            static_cast<void>(
-                ((first + K < last && (decompose_column<K>(*lu, first, reciprocal), true)) && ...));
-        };
-        columns(std::make_index_sequence<panel_width>());
+        decompose_from<0>(*lu, first, last, reciprocal);
         for (std::size_t i = last; i < lu->n; ++i) lu->a[i][last - 1] *= reciprocal;
     }
 
   private:
+    template <std::size_t K>
+    [[gnu::always_inline]] static inline void decompose_from(Decomposition& lu, std::size_t first,
+                                                             std::size_t last, double& reciprocal) {
+        if constexpr (K < panel_width) {
+            if (first + K == last) return;
+            decompose_column<K>(lu, first, reciprocal);
+            decompose_from<K + 1>(lu, first, last, reciprocal);
+        }
+    }
+
     // Column K of the panel. The pass that updates it also looks for its pivot, and divides the
     // column before by the pivot found there.
     template <std::size_t K>
@@ -100,9 +106,8 @@ struct DecomposePanel {
             for (std::size_t p = 0; p < K; ++p) sum -= row[p] * u[p];
             row[K] = sum;
             const double size = lu.scale[i] * std::fabs(sum);
-            if (!(size >= largest)) continue;
-            largest = size;
-            pivot = i;
+            pivot = size >= largest ? i : pivot;  // never what is not a number
+            largest = size > largest ? size : largest;
         }
         exchange(lu, column, pivot);
         if (lu.a[column][column] == 0) lu.a[column][column] = pivot_floor;
@@ -150,12 +155,13 @@ struct UpdateColumns {
         Four tile[tile_rows][2];
         for (std::size_t r = 0; r < tile_rows; ++r) {
             rows[r] = a[std::min(i + r, end - 1)];
-            tile[r][0] = four(rows[r] + j);
-            tile[r][1] = four(rows[r] + j + 4);
+            load(tile[r][0], rows[r] + j);
+            load(tile[r][1], rows[r] + j + 4);
         }
         for (std::size_t k = 0; k < count; ++k, u += panel_width) {
-            const Four left = four(u);
-            const Four right = four(u + 4);
+            Four left, right;
+            load(left, u);
+            load(right, u + 4);
             for (std::size_t r = 0; r < tile_rows; ++r) {
                 const double multiplier = rows[r][first + k];
                 tile[r][0] -= multiplier * left;
@@ -163,8 +169,8 @@ struct UpdateColumns {
             }
         }
         for (std::size_t r = 0; r < tile_rows; ++r) {
-            four(rows[r] + j) = tile[r][0];
-            four(rows[r] + j + 4) = tile[r][1];
+            store(tile[r][0], rows[r] + j);
+            store(tile[r][1], rows[r] + j + 4);
         }
     }
 
@@ -173,16 +179,19 @@ struct UpdateColumns {
                                                           std::size_t end, std::size_t first,
                                                           std::size_t j, double* u) {
         for (std::size_t k = i; k < end; ++k) {
-            Four left = four(a[k] + j);
-            Four right = four(a[k] + j + 4);
+            Four left, right, above;
+            load(left, a[k] + j);
+            load(right, a[k] + j + 4);
             for (std::size_t p = i; p < k; ++p) {
-                const double* const above = u + (p - first) * panel_width;
-                left -= a[k][p] * four(above);
-                right -= a[k][p] * four(above + 4);
+                load(above, u + (p - first) * panel_width);
+                left -= a[k][p] * above;
+                load(above, u + (p - first) * panel_width + 4);
+                right -= a[k][p] * above;
             }
-            double* const done = u + (k - first) * panel_width;
-            four(a[k] + j) = four(done) = left;
-            four(a[k] + j + 4) = four(done + 4) = right;
+            store(left, a[k] + j);
+            store(right, a[k] + j + 4);
+            store(left, u + (k - first) * panel_width);
+            store(right, u + (k - first) * panel_width + 4);
         }
     }
 };
@@ -245,9 +254,12 @@ void lu_substitute(std::size_t n, double* const* a, const int* exchanges, double
         for (std::size_t r = 1; r < rows; ++r) subtract_products<1>(a, i + r, i, i + r, b);
     }
     for (; i < n; ++i) subtract_products<1>(a, i, first, i, b);
-    while (i-- > 0) {
-        subtract_products<1>(a, i, i + 1, n, b);
-        b[i] /= a[i][i];
+    double next = 0;
+    for (i = n; i-- > 0;) {
+        double sum = b[i];
+        if (i + 1 < n) sum -= a[i][i + 1] * next;
+        for (std::size_t j = i + 2; j < n; ++j) sum -= a[i][j] * b[j];
+        b[i] = next = sum / a[i][i];
     }
 }
 

@@ -4,6 +4,7 @@
 #include "variational/extended.hpp"
 
 #include "variational/jacobians.hpp"
+#include "variational/matrix_product.hpp"
 
 namespace trajex {
 
@@ -28,27 +29,13 @@ class [[nodiscard]] ShiftedRows {
     std::size_t columns_;
 };
 
-/// product[i][k] = sum over l of J[i][l] M[l][k], for M and product with contiguous rows.
-void multiply(double* const* J, std::size_t n, const double* M, std::size_t columns,
-              double* product) {
-    for (std::size_t i = 0; i < n; ++i) {
-        double* const row = product + i * columns;
-        for (std::size_t k = 0; k < columns; ++k) row[k] = M[k] * J[i][0];
-        for (std::size_t l = 1; l < n; ++l) {
-            const double factor = J[i][l];
-            const double* const source = M + l * columns;
-            for (std::size_t k = 0; k < columns; ++k) row[k] += source[k] * factor;
-        }
-    }
-}
-
 }  // namespace
 
 void ExtendedFlow::operator()(double t, double* Y, double* F) const {
     double** const J = tx.TX->j;
     tx.fcn(t, Y, F);
     state_jacobian(tx, t, Y, J);
-    multiply(J, n_, Y + n_, row_, F + n_);
+    dispatch<MatrixProduct>(J, n_, Y + n_, row_, F + n_);
     if (row_ > n_) add_parameter_columns(t, Y, F);
 }
 

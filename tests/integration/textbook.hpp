@@ -37,6 +37,7 @@ struct Integrator {
     RightHandSide f;
     std::size_t n;
     double RelTol, AbsTol, h;
+    bool extended = false;  // the order of the sums of dense output is that of the extended system
 
     Vector start = {}, end = {};  // the last accepted step
     double t_start = 0, t_end = 0;
@@ -76,8 +77,8 @@ struct Integrator {
         for (std::size_t i = 0; i < n; ++i) {
             lower[i] = h * lower[i] + y[i];
             upper[i] = h * upper[i] + y[i];
-            const double term =
-                std::fabs(upper[i] - lower[i]) / (AbsTol + std::fabs(upper[i]) * RelTol);
+            const double error = std::fabs(upper[i] - lower[i]);
+            const double term = error == 0 ? 0 : error / (AbsTol + std::fabs(upper[i]) * RelTol);
             squares += term * term;
         }
         end = upper;
@@ -108,8 +109,10 @@ struct Integrator {
                    double k5, double k6) const {
         Vector y(n);
         for (std::size_t i = 0; i < n; ++i) {
-            y[i] = k1 * start[i] + k2 * end[i] + k3 * half[i] +
-                   size * (k4 * F[0][i] + k5 * F[11][i] + k6 * F[8][i]);
+            y[i] = extended ? (k6 * F[8][i] + k4 * F[0][i] + k5 * F[11][i]) * size + k3 * half[i] +
+                                  k2 * end[i] + k1 * start[i]
+                            : k1 * start[i] + k2 * end[i] + k3 * half[i] +
+                                  size * (k4 * F[0][i] + k5 * F[11][i] + k6 * F[8][i]);
         }
         return y;
     }
@@ -125,9 +128,12 @@ struct Integrator {
         const double d6 = (s2 * r2 / 8721) * (-1600000 * s2 + 1600000 * s - 216000);
         Vector y(n);
         for (std::size_t i = 0; i < n; ++i) {
-            y[i] =
-                d0 * start[i] + d2 * end[i] +
-                size * (d1 * F[0][i] + d3 * F[11][i] + d4 * F[8][i] + d5 * F[9][i] + d6 * F[10][i]);
+            y[i] = extended
+                       ? d0 * start[i] + d1 * size * F[0][i] + d2 * end[i] + d3 * size * F[11][i] +
+                             d4 * size * F[8][i] + d5 * size * F[9][i] + d6 * size * F[10][i]
+                       : d0 * start[i] + d2 * end[i] +
+                             size * (d1 * F[0][i] + d3 * F[11][i] + d4 * F[8][i] + d5 * F[9][i] +
+                                     d6 * F[10][i]);
         }
         return y;
     }

@@ -58,8 +58,9 @@ template <class Comparison>
 void compare(Comparison&& comparison) {
     for (const Ring& ring :
          {Ring{1, driven_ring<1>}, Ring{2, driven_ring<2>}, Ring{3, driven_ring<3>},
-          Ring{4, driven_ring<4>}, Ring{5, driven_ring<5>}, Ring{10, driven_ring<10>},
-          Ring{50, driven_ring<50>}}) {
+          Ring{4, driven_ring<4>}, Ring{5, driven_ring<5>}, Ring{8, driven_ring<8>},
+          Ring{10, driven_ring<10>}, Ring{11, driven_ring<11>}, Ring{50, driven_ring<50>},
+          Ring{200, driven_ring<200>}}) {
         for (const double tolerance : {1e-3, 1e-6, 1e-10}) {
             SCOPED_TRACE(testing::Message() << "order " << ring.n << ", tolerance " << tolerance);
             comparison(SideBySide(ring, tolerance));
