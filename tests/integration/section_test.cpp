@@ -89,6 +89,16 @@ TEST(PoincareStep, EndsWhereNoCrossingCanBeBracketed) {
     }
 }
 
+// A bracket may end beyond the section by less than the resolution of time: its end is the point.
+TEST(Bisection, TakesTheEndOfABracketThatCannotBeHalved) {
+    const OpenHandle tx = open_recording(Oscillator::flow, 2);
+    tx->CutEps = 1e-9;
+    double t = 0;
+    const auto cut = [](double time) { return (10 - time) - 1e-16; };
+    EXPECT_TRUE(trajex::bisect_crossing(*tx, 9.9, 10, 1, &t, cut));
+    EXPECT_EQ(t, 10);
+}
+
 TEST(PoincareStep, TakesNoCrossingFromAnUndefinedCut) {
     for (const auto cut : {undefined_at_first, undefined_later}) {
         Crossing c(cut, 0.5, 1e-8, 0.25);
