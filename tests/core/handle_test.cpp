@@ -92,9 +92,15 @@ TEST(OpeningDeathTest, ReportsEveryFailedAllocation) {
     for (bool opened = false; !opened;) {
         ASSERT_LT(++nth, 100);
         const auto attempt = [nth] {
-            const FailingAllocation failing(nth);
-            TXOpenTrajex(growth, 2, 1e-6, 0.01);
-            std::exit(failing.failed() ? 2 : succeeded);
+            bool failed = false;
+            Trajex* tx = nullptr;
+            {
+                const FailingAllocation failing(nth);
+                tx = TXOpenTrajex(growth, 2, 1e-6, 0.01);
+                failed = failing.failed();
+            }
+            TXCloseTrajex(tx);
+            std::exit(failed ? 2 : succeeded);
         };
         const auto as_expected = [&opened](int status) {
             opened = ExitedWithCode(succeeded)(status);
