@@ -28,7 +28,7 @@ int main(int argc, char** argv) {
     if (argc != 4) return 1;
     const std::size_t n = std::strtoul(argv[2], nullptr, 10);
     components = n;
-    const Handle tx = open_handle(n == 3 ? lorenz : decay, n, 1e-6);
+    const Handle tx = open_handle(n == 3 ? lorenz : rotation, n, 1e-6);
     TXSetMaxStep(tx.get(), 1e-3);  // no attempt is rejected
     std::vector<double> y(n, 1.0);
     counted(argv[1], tx.get(), y.data(), static_cast<int>(std::strtol(argv[3], nullptr, 10)));

@@ -53,7 +53,7 @@ void compare_steps() {
 /// Nanoseconds of a step beside its evaluations.
 double own_nanoseconds(std::size_t n) {
     components = n;
-    const Handle tx = open_handle(decay, n, 1e-6);
+    const Handle tx = open_handle(rotation, n, 1e-6);
     TXSetMaxStep(tx.get(), 1e-3);
     std::vector<double> y(n, 1.0);
     std::vector<double> f(n);
@@ -82,9 +82,9 @@ void report_growth() {
 void compare_with_arkode() {
     for (const std::size_t n : {2, 10, 100, 1000}) {
         components = n;
-        const Problem problem{"", decay, std::vector<double>(n, 1.0), n < 1000 ? 20.0 : 5.0};
+        const Problem problem{"", rotation, std::vector<double>(n, 1.0), n < 1000 ? 20.0 : 5.0};
         const long attempts = arkode_attempts(problem, 1e-6);
-        const Handle tx = open_handle(decay, n, 1e-6);
+        const Handle tx = open_handle(rotation, n, 1e-6);
         TXSetMaxStep(tx.get(), 0.05);
         std::vector<double> y = problem.start;
         double t = 0;
