@@ -14,7 +14,6 @@ struct Growth {
     static inline double c = 1;
     static void flow(double, double* y, double* f) { f[0] = c * y[0]; }
     static void jacobian(double, double*, double** J) { J[0][0] = c; }
-    static void parameter_jacobian(double, double* y, double** P) { P[0][0] = y[0]; }
 };
 
 /// Two uncoupled equations y0' = a y0, y1' = b y1 + d with three parameters.

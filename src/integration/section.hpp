@@ -18,18 +18,19 @@ inline double cut_value(Trajex& tx, double t, double* y) {
 /// Bisection for the time in [t1, t2] at which sign * cut = -CutEps/2, just beyond the section.
 /// `cut_at(t)` moves the state to time t and returns the cut value there. Returns whether the value
 /// was met within CutEps/2; *t and the state are at the last time tried. It ends at
-/// MaxPoincareSteps (0: no limit), or when no number is left between the ends: a cut value that is
-/// not a number, or that jumps, ends that way.
+/// MaxPoincareSteps (0: no limit), or when no number is left between the ends: then the later one
+/// is the last to be tried. A cut value that is not a number, or that jumps, ends that way.
 template <class CutAt>
 bool bisect_crossing(const Trajex& tx, double t1, double t2, double sign, double* t,
                      CutAt&& cut_at) {
     const double half_width = tx.CutEps * 0.5;
     for (int it = 0; tx.MaxPoincareSteps == 0 || it == 0 || it < tx.MaxPoincareSteps; ++it) {
         const double middle = (t1 + t2) * 0.5;
-        if (!(t1 < middle && middle < t2)) return false;
-        *t = middle;
-        const double f = sign * cut_at(middle) + half_width;
+        const bool divisible = t1 < middle && middle < t2;
+        *t = divisible ? middle : t2;
+        const double f = sign * cut_at(*t) + half_width;
         if (std::fabs(f) < half_width) return true;
+        if (!divisible) return false;
         (f < 0 ? t2 : t1) = middle;
     }
     return false;

@@ -40,10 +40,10 @@ double constant(double, double*) {
     return 1;
 }
 
-/// On the section at t = away.
+/// On its way down through the section at t = away.
 struct Crossing {
-    explicit Crossing(double (*cut)(double, double*), double h, double eps, double away)
-        : tx(open_recording(counted_oscillator, 2, 0, h)), y{std::sin(-away), std::cos(-away)} {
+    Crossing(double (*cut)(double, double*), double h, double eps, double away)
+        : tx(open_recording(counted_oscillator, 2, 0, h)), y{std::sin(away), -std::cos(away)} {
         EXPECT_EQ(TXSetCut(tx.get(), cut, eps), 1);
     }
     OpenHandle tx;
@@ -52,10 +52,11 @@ struct Crossing {
 };
 
 // Fixed steps, so that the evaluations can be counted: 8 for a step, 4 more where it is crossed,
-// however long the bisection takes. Zero counts as the positive side, so the start is no crossing.
+// however long the bisection takes. Zero counts as the positive side: down from there is a
+// crossing, up is none.
 TEST(PoincareStep, FindsEveryCrossingOnce) {
     Crossing c(first_component, 0.0625, 1e-8, 0);
-    for (int crossing = 1; crossing < 7;) {
+    for (int crossing = 0; crossing < 6;) {
         const double before = c.y[0];
         evaluations = 0;
         if (TXPoincareStep(c.tx.get(), &c.t, c.y) == 0) {
@@ -67,12 +68,12 @@ TEST(PoincareStep, FindsEveryCrossingOnce) {
         EXPECT_EQ(evaluations, 12);
         EXPECT_NEAR(c.t, crossing * pi, 3e-8);
         EXPECT_LT(std::fabs(c.y[0]), 1e-8);
-        EXPECT_LT(before * c.y[0], 0) << "not beyond the section";
+        EXPECT_NE(before < 0, c.y[0] < 0) << "not beyond the section";
         EXPECT_TRUE(c.tx->tfirst <= c.t && c.t <= c.tx->tlast);
         ++crossing;
     }
-    double down[] = {0, -1};
-    EXPECT_EQ(TXPoincareStep(c.tx.get(), &c.t, down), 1);
+    double up[] = {0, 1};
+    EXPECT_EQ(TXPoincareStep(c.tx.get(), &c.t, up), 0);
 }
 
 TEST(PoincareStep, EndsWhereNoCrossingCanBeBracketed) {
@@ -150,8 +151,8 @@ TEST(ClosestCut, MovesToTheNearbyPointBeyondTheSection) {
             double y[] = {speed * c.y[0], speed * c.y[1]};
             ASSERT_EQ(CLOSESTCUT(c.tx.get(), &c.t, y), 1);
             EXPECT_NEAR(c.t, away, 1e-8);
-            EXPECT_TRUE(0 <= speed * y[0] && speed * y[0] <= 1e-9);
-            EXPECT_NEAR(y[1], speed, 1e-8);
+            EXPECT_TRUE(-1e-9 <= speed * y[0] && speed * y[0] <= 0);
+            EXPECT_NEAR(y[1], -speed, 1e-8);
         }
     }
     for (const auto cut : {constant, undefined_later}) {  // where there is none it gives up quietly
