@@ -16,7 +16,7 @@ using namespace benchmarks;
 
 void step(benchmark::State& state) {
     components = static_cast<std::size_t>(state.range(0));
-    const Handle tx = open_handle(decay, components, 1e-6);
+    const Handle tx = open_handle(rotation, components, 1e-6);
     TXSetMaxStep(tx.get(), 1e-3);
     std::vector<double> y(components, 1.0);
     double t = 0;
@@ -25,16 +25,16 @@ void step(benchmark::State& state) {
 
 void plain_step(benchmark::State& state) {
     components = static_cast<std::size_t>(state.range(0));
-    const Handle tx = open_handle(decay, components, 1e-6);
+    const Handle tx = open_handle(rotation, components, 1e-6);
     TXSetMaxStep(tx.get(), 1e-3);
     std::vector<double> y(components, 1.0);
     double t = 0;
-    for ([[maybe_unused]] auto _ : state) plain::step(tx.get(), tx->order, &t, y.data(), decay);
+    for ([[maybe_unused]] auto _ : state) plain::step(tx.get(), tx->order, &t, y.data(), rotation);
 }
 
 void dense_output(benchmark::State& state) {
     components = static_cast<std::size_t>(state.range(0));
-    const Handle tx = open_handle(decay, components, 1e-6);
+    const Handle tx = open_handle(rotation, components, 1e-6);
     std::vector<double> y(components, 1.0);
     double t = 0;
     TXStep(tx.get(), &t, y.data());
@@ -74,7 +74,7 @@ std::vector<double> pattern(std::size_t n) {
 
 void linear_system(benchmark::State& state) {
     const auto n = static_cast<std::size_t>(state.range(0));
-    const Handle tx = open_handle(decay, 1, 1e-6);
+    const Handle tx = open_handle(rotation, 1, 1e-6);
     const std::vector<double> original = pattern(n);
     std::vector<double> A(n * n), b(n), work(2 * n);
     std::vector<double*> rows;
@@ -88,7 +88,7 @@ void linear_system(benchmark::State& state) {
 
 void eigenvalues(benchmark::State& state) {
     const auto n = static_cast<std::size_t>(state.range(0));
-    const Handle tx = open_handle(decay, 1, 1e-6);
+    const Handle tx = open_handle(rotation, 1, 1e-6);
     const std::vector<double> original = pattern(n);
     std::vector<double> A(n * n), er(n), ei(n);
     std::vector<double*> rows;

@@ -38,7 +38,7 @@ inline long repetitions(const Work& work, double seconds) {
 /// Seconds per call, for each round and each contestant.
 class Rounds {
   public:
-    explicit Rounds(const std::vector<Work>& contestants, double seconds = 0.01, int rounds = 15)
+    explicit Rounds(const std::vector<Work>& contestants, double seconds = 0.002, int rounds = 61)
         : seconds_(contestants.size()) {
         std::vector<long> counts;
         counts.reserve(contestants.size());

@@ -35,17 +35,24 @@ Point orthonormalise(std::array<Point, 3>& v) {
     return lengths;
 }
 
+template <class Value>
+Value integrate(const Problem& problem, Value y, double tolerance) {
+    const auto f = [&](const Value& state, Value& derivative, double t) {
+        problem.f(t, const_cast<double*>(state.data()), derivative.data());
+    };
+    odeint::integrate_adaptive(
+        odeint::make_controlled<odeint::runge_kutta_dopri5<Value>>(tolerance, tolerance), f, y, 0.0,
+        problem.end, 1e-3);
+    return y;
+}
+
 }  // namespace
 
 std::vector<double> odeint_solve(const Problem& problem, double tolerance) {
-    const auto f = [&](const State& y, State& derivative, double t) {
-        problem.f(t, const_cast<double*>(y.data()), derivative.data());
-    };
-    State y = problem.start;
-    odeint::integrate_adaptive(
-        odeint::make_controlled<odeint::runge_kutta_dopri5<State>>(tolerance, tolerance), f, y, 0.0,
-        problem.end, 1e-3);
-    return y;
+    const State& start = problem.start;
+    if (start.size() != 3) return integrate(problem, start, tolerance);
+    const Point end = integrate(problem, Point{start[0], start[1], start[2]}, tolerance);
+    return {end.begin(), end.end()};
 }
 
 std::vector<double> odeint_samples(const Problem& problem, double tolerance) {

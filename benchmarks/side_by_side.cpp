@@ -53,7 +53,7 @@ void compare_steps() {
 /// Nanoseconds of a step beside its evaluations.
 double own_nanoseconds(std::size_t n) {
     components = n;
-    const Handle tx = open_handle(decay, n, 1e-6);
+    const Handle tx = open_handle(rotation, n, 1e-6);
     TXSetMaxStep(tx.get(), 1e-3);
     std::vector<double> y(n, 1.0);
     std::vector<double> f(n);
@@ -63,7 +63,7 @@ double own_nanoseconds(std::size_t n) {
                              for (int j = 0; j < 8; ++j)
                                  tx->fcn(t, tx->yw, tx->k + j % 8 * tx->order);
                          }},
-                        0.005, 9);
+                        0.002, 31);
     return 1e9 * (rounds.seconds(0) - rounds.seconds(1));
 }
 
@@ -82,15 +82,15 @@ void report_growth() {
 void compare_with_arkode() {
     for (const std::size_t n : {2, 10, 100, 1000}) {
         components = n;
-        const Problem problem{"", decay, std::vector<double>(n, 1.0), n < 1000 ? 20.0 : 5.0};
+        const Problem problem{"", rotation, std::vector<double>(n, 1.0), n < 1000 ? 20.0 : 5.0};
         const long attempts = arkode_attempts(problem, 1e-6);
-        const Handle tx = open_handle(decay, n, 1e-6);
+        const Handle tx = open_handle(rotation, n, 1e-6);
         TXSetMaxStep(tx.get(), 0.05);
         std::vector<double> y = problem.start;
         double t = 0;
         const Rounds rounds(
             {[&] { TXStep(tx.get(), &t, y.data()); }, [&] { arkode_attempts(problem, 1e-6); }},
-            0.01, 11);
+            0.002, 61);
         report(with_order("time of a step", n), "ARKODE, same tableau", 0.08,
                rounds.ratio(0, 1) * static_cast<double>(attempts));
     }
@@ -171,7 +171,7 @@ void compare_exponents() {
                              double exponents[3];
                              exponents_with_odeint(0.5, 100, 1e-8, exponents);
                          }},
-                        0.02, 11);
+                        0.005, 31);
     report("Lyapunov spectrum of Lorenz, 1e-8", "Odeint, dopri5, same method", 1.5,
            rounds.ratio(0, 1));
 }
@@ -273,7 +273,7 @@ void compare_linear_systems() {
         });
         peers.emplace_back("OpenBLAS, dgesv", std::nullopt);
 #endif
-        const Rounds rounds(contestants, 0.01, 11);
+        const Rounds rounds(contestants, 0.002, 31);
         for (std::size_t p = 0; p < peers.size(); ++p) {
             report(with_order("linear system", at.n), peers[p].first, peers[p].second,
                    rounds.ratio(0, p + 1));
@@ -296,7 +296,7 @@ void compare_eigenvalues() {
         contestants.emplace_back([&] { lapack_values(A, at.n); });
         peers.emplace_back("OpenBLAS, dgeev", std::nullopt);
 #endif
-        const Rounds rounds(contestants, 0.01, 9);
+        const Rounds rounds(contestants, 0.002, 31);
         for (std::size_t p = 0; p < peers.size(); ++p) {
             report(with_order("eigenvalues", at.n), peers[p].first, peers[p].second,
                    rounds.ratio(0, p + 1));

@@ -64,7 +64,7 @@ inline std::vector<double> ratios_at_error(const std::vector<Solve>& solvers,
         const double along = std::log(wanted / b.errors[0]) / std::log(b.errors[1] / b.errors[0]);
         return seconds(2 * s) * std::pow(seconds(2 * s + 1) / seconds(2 * s), along);
     };
-    const Rounds rounds(runs, 0.005, 21);
+    const Rounds rounds(runs, 0.002, 61);
     std::vector<double> ratios;
     for (std::size_t s = 1; s < solvers.size(); ++s) {
         ratios.push_back(rounds.median_of(
