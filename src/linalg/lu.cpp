@@ -201,6 +201,7 @@ constexpr std::size_t in_whole_panels(std::size_t columns) {
 }
 
 // The columns on the right of each division are whole panels; an incomplete one is the first.
+// NOLINTNEXTLINE(misc-no-recursion): halving, so that the depth is the logarithm of n
 void decompose_columns(Decomposition& lu, std::size_t first, std::size_t last) {
     const std::size_t width = last - first;
     if (width <= panel_width) {

@@ -199,7 +199,7 @@ class BulgeChase {
     // The last reflection combines two rows and columns only.
     [[gnu::always_inline]] inline void apply_last() {
         const Index k = start_.bottom - 1;
-        Reflection h;
+        Reflection h{};
         if (!make_reflection(k, h)) return;
         for (Index j = k; j <= k + 1; ++j) h.from_left(a_[k][j], a_[k + 1][j]);
         for (Index i = start_.top; i <= k + 1; ++i) h.from_right(a_[i][k], a_[i][k + 1]);
