@@ -22,6 +22,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstring>
+#include <type_traits>
 
 namespace trajex {
 
@@ -201,6 +202,22 @@ template <template <class> class Kernel, class... Arguments>
 auto dispatch(Arguments... arguments) {
     if (has_avx2()) return run_for_avx2<Kernel<Longest>>(arguments...);
     return run_for_baseline<Kernel<Pair>>(arguments...);
+}
+
+/// Up to this many components the loops of a kernel are unrolled.
+inline constexpr std::size_t largest_unrolled = 8;
+
+/// The same with the number of components, which comes first, as a compile-time constant where it
+/// is small.
+template <template <class> class Kernel, std::size_t unrolled = 1, class... Arguments>
+auto dispatch_sized(std::size_t n, Arguments... arguments) {
+    if constexpr (unrolled > largest_unrolled) {
+        return dispatch<Kernel>(n, arguments...);
+    } else if (n == unrolled) {
+        return dispatch<Kernel>(std::integral_constant<std::size_t, unrolled>(), arguments...);
+    } else {
+        return dispatch_sized<Kernel, unrolled + 1>(n, arguments...);
+    }
 }
 
 }  // namespace trajex

@@ -70,27 +70,26 @@ template <class Pass, class Vector, class... Arguments>
     }
 }
 
-/// The same as a kernel in the sense of core/simd.hpp.
-template <class Pass>
-struct Kernel {
-    template <class Vector>
-    struct For {
-        template <class... Arguments>
-        [[gnu::always_inline]] static inline void run(std::size_t n, Arguments... arguments) {
-            passes::run<Pass, Vector>(n, arguments...);
-        }
-    };
+struct Copy {
+    template <class Number>
+    [[gnu::always_inline]] static inline void at(std::size_t i, std::size_t, const double* from,
+                                                 double* to) {
+        Number x;
+        load(x, from + i);
+        store(x, to + i);
+    }
 };
 
-/// Argument of the first stage: the state itself. Sums that start from zero never end in a negative
-/// zero, whatever the state; ours start with their first term and get there by giving the attempt a
-/// state without any.
+/// Argument of the first stage: the state itself, which is kept in `first`. Sums that start from
+/// zero never end in a negative zero, whatever the state; ours start with their first term and get
+/// there by giving the attempt a state without any.
 struct FirstArgument {
     template <class Number>
     [[gnu::always_inline]] static inline void at(std::size_t i, std::size_t, const double* state,
-                                                 double* y0, double* yw) {
+                                                 double* first, double* y0, double* yw) {
         Number y;
         load(y, state + i);
+        store(y, first + i);
         y = 0.0 + y;
         store(y, y0 + i);
         store(y, yw + i);
