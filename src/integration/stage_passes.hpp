@@ -55,19 +55,21 @@ template <class Weights, std::size_t count, class Number>
 }
 
 /// Runs a pass whose components do not depend on each other: Pass::at for all of them, vector by
-/// vector. The last one overlaps the one before it where n is no multiple of their width; a small
-/// system, whose right-hand side would have to wait for components written twice, ends one by one.
+/// vector; what remains goes by a pair and one by one. In a small system nothing goes by pairs: its
+/// right-hand side has stored the components one by one a moment ago, and a pair would have to wait
+/// until both have reached the cache.
 template <class Pass, class Vector, class... Arguments>
 [[gnu::always_inline]] inline void run(std::size_t n, Arguments... arguments) {
     constexpr std::size_t step = width<Vector>;
     std::size_t i = 0;
-    if (n <= 8) {
-        for (; i + step <= n; i += step) Pass::template at<Vector>(i, n, arguments...);
-        for (; i < n; ++i) Pass::template at<double>(i, n, arguments...);
-    } else {
-        for (; i + step < n; i += step) Pass::template at<Vector>(i, n, arguments...);
-        Pass::template at<Vector>(n - step, n, arguments...);
+    for (; i + step <= n; i += step) Pass::template at<Vector>(i, n, arguments...);
+    if constexpr (step > width<Pair>) {
+        if (n > largest_unrolled && i + width<Pair> <= n) {
+            Pass::template at<Pair>(i, n, arguments...);
+            i += width<Pair>;
+        }
     }
+    for (; i < n; ++i) Pass::template at<double>(i, n, arguments...);
 }
 
 struct Copy {
