@@ -783,7 +783,8 @@ TX_API int TXPoincareStep(Trajex* tx, double* t, double* y);
  *
  * @param t time; receives that of the point
  * @param y state, n; receives the point
- * @return 1, or 0 without convergence; t and y are then those of the last iterate
+ * @return 1, or 0 without convergence, also where the cut value is constant or not a number; t and
+ *         y are then those of the last iterate
  *
  * A service of the orbit operations, without an entry step: it reports nothing of its own, but
  * its step may (code 29).

@@ -167,8 +167,11 @@ TEST(ClosestCut, MovesToTheNearbyPointBeyondTheSection) {
     }
     for (const auto cut : {constant, undefined_later}) {  // where there is none it gives up quietly
         Crossing c(cut, 0.0625, 1e-9, 0);
+        ASSERT_EQ(TXSetMaxNewtSteps(c.tx.get(), std::numeric_limits<int>::max()), 1);
         EXPECT_EQ(CLOSESTCUT(c.tx.get(), &c.t, c.y), 0);
         EXPECT_EQ(c.tx->ErrorCode, 0);
+        EXPECT_EQ(c.t, 0.0625);
+        EXPECT_DOUBLE_EQ(c.y[0], c.tx->ylast[0]);
     }
 }
 
