@@ -736,8 +736,9 @@ TX_API int TXSetCut(Trajex* tx, double (*cutfcn)(double t, double* y), double ep
  * @param t time at which f is evaluated
  * @param y a point of the hyperplane, n
  *
- * Codes: 10 when f vanishes at y. CutSurfaceDefined is as before, but point and normal are
- * already overwritten: define the plane again before using it.
+ * Codes: 10 when f vanishes at y, or when the sum of its squares is not a positive, finite number.
+ * CutSurfaceDefined is as before, but point and normal are already overwritten: define the plane
+ * again before using it.
  */
 TX_API int TXSetAutoCut(Trajex* tx, double t, double* y);
 

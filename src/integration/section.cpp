@@ -55,14 +55,10 @@ int TXSetAutoCut(Trajex* handle, double t, double* y) {
     const std::size_t n = order_of(tx);
     std::copy_n(y, n, tx.istate);
     tx.fcn(t, y, tx.ivector);
-    double size = 0;
     double squares = 0;
-    for (std::size_t i = 0; i < n; ++i) {
-        size += std::fabs(tx.ivector[i]);
-        squares += tx.ivector[i] * tx.ivector[i];
-    }
-    if (size == 0) return report(&tx, Error::equilibrium_state, where);
+    for (std::size_t i = 0; i < n; ++i) squares += tx.ivector[i] * tx.ivector[i];
     const double length = std::sqrt(squares);
+    if (!(length > 0) || std::isinf(length)) return report(&tx, Error::equilibrium_state, where);
     for (std::size_t i = 0; i < n; ++i) tx.ivector[i] /= length;
     tx.CutSurfaceDefined = 1;
     return 1;
