@@ -1212,7 +1212,8 @@ TX_API int TXEquiPoint(Trajex* tx, double* y);
  *
  * @param t   time, the phase of the forcing at which the orbit starts
  * @param y   a guess of the start, n; on success the state reached after one period, which is the
- *            start up to the tolerance. (The start itself is in `tx->TX->istate`.)
+ *            start up to the tolerance. (The start itself is in `tx->TX->istate`, which is work
+ *            memory: copy it from there, do not pass it as y.)
  * @param Phi receives the monodromy matrix, n rows of n; its eigenvalues are the multipliers
  * @param T   the period, positive
  *
@@ -1243,9 +1244,9 @@ TX_API int TXNonAutoOrbit(Trajex* tx, double t, double* y, double** Phi, double 
  *
  * Codes: 30 without convergence, y, Phi and `*T` being those of the last integration; also when a
  * correction makes the period not positive, or too short to move t, `*T` being that period. When
- * the section is not reached, or not regained, within the limits of MaxPeriodSteps, the result is 0
- * and ErrorCode is what the last step left there, as a rule 0. A step that fails ends the search
- * with its own code.
+ * the section is not reached, or not regained, within MaxPeriodSteps steps, or a point on it not
+ * met within MaxPoincareSteps bisections or the resolution of t, the result is 0 and ErrorCode is
+ * what the last step left there, as a rule 0. A step that fails ends the search with its own code.
  */
 TX_API int TXAutoOrbit(Trajex* tx, double t, double* y, double** Phi, int p, double* T);
 
