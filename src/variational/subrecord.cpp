@@ -95,10 +95,14 @@ int take_storage(Trajex& tx, int nparam) {
     return 0;
 }
 
+/// The parameters before an address that is null remain.
 int store_parameters(Trajex& tx, Arguments& arguments) {
-    for (std::size_t q = 0; q < parameters_of(tx); ++q) {
+    for (int q = 0; q < tx.nparam; ++q) {
         double* parameter = arguments.parameter();
-        if (parameter == nullptr) return report(&tx, Error::wrong_parameters, where);
+        if (parameter == nullptr) {
+            tx.nparam = q;
+            return report(&tx, Error::wrong_parameters, where);
+        }
         tx.c[q] = parameter;
     }
     return 1;
