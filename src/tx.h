@@ -958,8 +958,8 @@ TX_API void GSR(double* v, double* norm, int n, double* x, int nn);
  * sub-record cannot be opened, its order n (n + nparam + 1) + 1 exceeding int (n of about 46000)
  * included; 3 (memory; reported on the sub-record for the rows of its matrix); 26 for a null
  * address among the parameters. Whatever the failure, the handle can be closed or the opening
- * repeated. After 26 one or the other has to follow: the sub-record is there, but its table of
- * parameters is incomplete. After 3 the parameters are those of the opening before.
+ * repeated. After 26 the sub-record is there with the parameters before the null address; after 3
+ * the parameters are those of the opening before.
  */
 TX_API int TXVarOpenTrajex(Trajex* tx, jac_t jac, ...);
 
@@ -1040,8 +1040,9 @@ TX_API int TXVarIntegrate(Trajex* tx, double* t0, double t1, double* y, double**
  * @param y   receives the state; n
  * @param Phi receives [Phi | S]; n rows of n + Nparam, with the active parameters of that step
  *
- * Codes: 12 when there is no variational step to interpolate, reported on the sub-record TX under
- * the name "TXInterpolate": it ends the process unless `tx->TX->TerminateOnFatalError` is 0.
+ * Codes: 12 when there is no variational step to interpolate, or one with another number of active
+ * parameters, reported on the sub-record TX under the name "TXInterpolate": it ends the process
+ * unless `tx->TX->TerminateOnFatalError` is 0.
  */
 TX_API int TXVarInterpolate(Trajex* tx, double t, double* y, double** Phi);
 

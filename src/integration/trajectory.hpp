@@ -58,6 +58,14 @@ Outcome accepted_step(const Flow& flow, const double* start, double t, double h)
     return dispatch_sized<RepeatAttempts>(flow.size(), &flow.record(), start, t, h, &flow);
 }
 
+/// The record describes a step of the flow from now on, for dense output.
+template <class Flow>
+void step_taken(const Flow& flow) {
+    Trajex& rec = flow.record();
+    private_part(rec).step_components = flow.size();
+    rec.StepTaken = 1;
+}
+
 /// One accepted step from *t0. On failure the caller's time and state and the proposed step size
 /// stay as they were.
 template <class Flow>
@@ -68,7 +76,7 @@ int take_step(Flow& flow, double* t0, const char* where) {
     flow.store(rec.y6);
     rec.h = step.next_h;
     *t0 = rec.tlast;
-    rec.StepTaken = 1;
+    step_taken(flow);
     return 1;
 }
 
@@ -89,7 +97,7 @@ int integrate_to(Flow& flow, double* t0, double t1, const char* where) {
         h = step.next_h;
         start = rec.y6;
     }
-    rec.StepTaken = 1;
+    step_taken(flow);
     rec.h = h;
     if (t > t1) {
         if (flow.interpolate(t1) != 1) return 0;
@@ -100,11 +108,12 @@ int integrate_to(Flow& flow, double* t0, double t1, const char* where) {
     return 1;
 }
 
-/// Dense output at time t of the last step.
+/// Dense output at time t of the last step, which has to be one of the same system.
 template <class Flow>
 int interpolate_at(Flow& flow, double t, const char* where) {
-    if (flow.record().StepTaken == 0) {
-        return report(&flow.record(), Error::no_step_taken, where);
+    Trajex& rec = flow.record();
+    if (rec.StepTaken == 0 || private_part(rec).step_components != flow.size()) {
+        return report(&rec, Error::no_step_taken, where);
     }
     DenseStep<Flow>(flow).at(t);
     return 1;
