@@ -13,7 +13,7 @@
 
 namespace trajex {
 
-/// Values of the seven basis polynomials at the normalised time tau, and the length of the step.
+/// Values of the seven basis polynomials at the normalised time tau.
 struct Basis {
     double d0, d1, d2, d3, d4, d5, d6;
 

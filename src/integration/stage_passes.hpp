@@ -112,17 +112,21 @@ struct StageArgument {
 };
 
 /// Argument of the last stage, the solution of order 5, and all of the sixth-order sum that is
-/// known before that stage (y6 holds the bare sum until the step is finished).
+/// known before that stage (y6 holds the bare sum until the step is finished). Neither solution
+/// uses the second stage, but a step with a stage that is not finite must not be accepted: its
+/// term, zero otherwise, makes the error estimate not a number then.
 struct LastArgument {
     template <class Number>
     [[gnu::always_inline]] static inline void at(std::size_t i, std::size_t n, double h,
                                                  const double* k, const double* y0, double* yw,
                                                  double* y5, double* y6) {
         constexpr std::size_t last = verner::stages - 1;
-        Number sum, sum5, sum6, y;
+        Number sum, sum5, sum6, second, y;
         combine<StageRow<last>, last>(sum, k + i, n);
         combine<FifthOrder, last>(sum5, k + i, n);
         combine<SixthOrder, last>(sum6, k + i, n);
+        load(second, k + i + n);
+        sum5 += 0.0 * second;
         load(y, y0 + i);
         store(h * sum + y, yw + i);
         store(h * sum5 + y, y5 + i);

@@ -28,9 +28,9 @@ inline double next_step_size(double h, double err, double hmax) {
     return hmax > 0 && proposed > hmax ? hmax : proposed;
 }
 
-/// Whether a step of size h still moves the time on.
+/// Whether a step of size h moves the time on, to another finite one.
 inline bool advances(double t, double h) {
-    return h > 0 && std::isfinite(h) && t + h > t;
+    return h > 0 && t + h > t && std::isfinite(t + h);
 }
 
 /// The argument of stage j and the evaluation there.
