@@ -8,6 +8,8 @@
 #include "bifurcation/record.hpp"
 #include "core/errors.hpp"
 #include "core/workspace.hpp"
+#include "linalg/linear_system.hpp"
+#include "linalg/matrix.hpp"
 
 using namespace trajex;
 

@@ -18,6 +18,8 @@
 #include "core/errors.hpp"
 #include "core/newton.hpp"
 #include "core/workspace.hpp"
+#include "linalg/linear_system.hpp"
+#include "linalg/matrix.hpp"
 #include "variational/jacobians.hpp"
 
 namespace trajex {

@@ -23,6 +23,8 @@
 #include "core/newton.hpp"
 #include "core/workspace.hpp"
 #include "integration/section.hpp"
+#include "linalg/linear_system.hpp"
+#include "linalg/matrix.hpp"
 #include "orbits/period_map.hpp"
 #include "orbits/section_walk.hpp"
 #include "orbits/shooting.hpp"

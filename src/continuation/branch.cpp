@@ -20,6 +20,7 @@
 #include "core/guards.hpp"
 #include "core/newton.hpp"
 #include "core/workspace.hpp"
+#include "linalg/linear_system.hpp"
 
 namespace trajex {
 

@@ -18,6 +18,7 @@
 #include "core/errors.hpp"
 #include "core/guards.hpp"
 #include "core/workspace.hpp"
+#include "linalg/linear_system.hpp"
 
 namespace trajex {
 

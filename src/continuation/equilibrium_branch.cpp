@@ -7,6 +7,7 @@
 #include "continuation/branch.hpp"
 #include "core/errors.hpp"
 #include "core/workspace.hpp"
+#include "linalg/matrix.hpp"
 #include "variational/jacobians.hpp"
 
 namespace trajex {

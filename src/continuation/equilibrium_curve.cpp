@@ -11,6 +11,7 @@
 #include "continuation/curve.hpp"
 #include "core/errors.hpp"
 #include "core/workspace.hpp"
+#include "linalg/matrix.hpp"
 
 namespace trajex {
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "linalg/matrix.hpp"
 #include "orbits/period_map.hpp"
 
 namespace trajex {

@@ -16,6 +16,7 @@
 #include "core/errors.hpp"
 #include "core/newton.hpp"
 #include "core/workspace.hpp"
+#include "linalg/linear_system.hpp"
 #include "orbits/period_map.hpp"
 #include "orbits/shooting.hpp"
 

@@ -21,6 +21,7 @@
 #include "core/guards.hpp"
 #include "core/workspace.hpp"
 #include "integration/section.hpp"
+#include "linalg/matrix.hpp"
 #include "orbits/period_map.hpp"
 #include "orbits/shooting.hpp"
 

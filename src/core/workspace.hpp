@@ -2,7 +2,6 @@
 // in one piece, and released on every way out.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <initializer_list>
 #include <memory>
@@ -87,24 +86,5 @@ class Workspace {
     std::unique_ptr<double*[]> rows_;
     bool taken_ = false;
 };
-
-/// Length of the work vector that TXLinZero needs for n unknowns: the row scales, then the row
-/// exchanges (n integers, which n further doubles hold with room to spare).
-constexpr std::size_t solver_work(std::size_t n) {
-    return 2 * n;
-}
-
-/// Copies the leading rows x columns block of one matrix into another.
-inline void copy_block(double* const* from, std::size_t rows, std::size_t columns, double** to) {
-    for (std::size_t i = 0; i < rows; ++i) std::copy_n(from[i], columns, to[i]);
-}
-
-/// Sets the leading n rows to [I | 0], `columns` wide.
-inline void set_identity(double** matrix, std::size_t n, std::size_t columns) {
-    for (std::size_t i = 0; i < n; ++i) {
-        std::fill_n(matrix[i], columns, 0.0);
-        matrix[i][i] = 1.0;
-    }
-}
 
 }  // namespace trajex

@@ -6,6 +6,7 @@
 #include "core/handle.hpp"
 #include "core/newton.hpp"
 #include "core/workspace.hpp"
+#include "linalg/linear_system.hpp"
 #include "variational/jacobians.hpp"
 
 namespace trajex {

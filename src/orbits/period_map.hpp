@@ -6,8 +6,8 @@
 #include <cstddef>
 
 #include "core/handle.hpp"
-#include "core/workspace.hpp"
 #include "integration/stepper.hpp"
+#include "linalg/matrix.hpp"
 #include "tx.h"
 #include "variational/extended.hpp"
 
