@@ -1,0 +1,88 @@
+// Location and classification of bifurcations of equilibria. Continuation runs locate more of them.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "bifurcation/record.hpp"
+#include "continuation/recorder.hpp"
+#include "core/guards.hpp"
+#include "handles.hpp"
+#include "systems.hpp"
+#include "tx.h"
+
+namespace {
+
+using namespace testing_support;
+using trajex::Temporarily;
+
+double c = 0;
+double unused = 5;
+
+void two_folds(double, double* y, double* f) {  // at y = +-1 / sqrt 3
+    f[0] = c + y[0] - y[0] * y[0] * y[0];
+}
+void never_critical(double, double* y, double* f) {
+    f[0] = c - y[0];
+}
+
+/// A handle with a record that is ready to locate from a guess.
+OpenHandle open(void (*f)(double, double*, double*), const std::vector<double>& guess,
+                double& parameter = c) {
+    const int n = static_cast<int>(guess.size());
+    OpenHandle tx = open_variational(f, n, nullptr, nullptr, 1e-9, &unused, &parameter);
+    tx->LambdaNewtRelTol = 1e-8;
+    tx->JacPert = 1e-7;  // a bifurcation moves by about that times the curvature of f
+    tx->NewtRelTol = tx->NewtAbsTol = 1e-16;  // the state is weighed with their roots
+    start_at(*tx, guess, 0, 4);
+    tx->txb->indir = 4;
+    return tx;
+}
+
+TEST(EquilibriumBifurcation, FoldsAreExact) {
+    for (const double side : {1.0, -1.0}) {
+        const Temporarily start(c, side * -0.3);
+        const OpenHandle tx = open(two_folds, {side * 0.6});
+        const TrajexBif& bif = *tx->txb;
+        ASSERT_EQ(TXLocateEquiBif(tx.get(), tx->txb, &c, nullptr), 1);
+        EXPECT_NEAR(c, side * -2 / std::sqrt(27), 1e-8);
+        EXPECT_NEAR(bif.y[0], side / std::sqrt(3), 1e-6);
+        EXPECT_EQ(bif.c[1], c);
+        EXPECT_EQ(bif.biftype + bif.indir, 0);
+        EXPECT_EQ(bif.er[0], bif.Phi[0][0]);
+        EXPECT_NEAR(bif.Phi[0][1], 1, 1e-8);  // df/dc
+        ASSERT_EQ(TXCheckEquiBif(tx.get(), tx->txb, &c, 0.1, nullptr), 1);
+        EXPECT_EQ(bif.biftype, trajex::saddle_node);
+        EXPECT_STREQ(bif.btype, " ) or ( ");
+    }
+}
+
+TEST(EquilibriumBifurcation, HopfPointsAreExact) {
+    double& B = Brusselator::B;
+    const Temporarily unit(Brusselator::A, 1.5);
+    const Temporarily near(B, 3.1);
+    const OpenHandle tx = open(Brusselator::flow, {1.5, 3.1 / 1.5}, B);
+    const TrajexBif& bif = *tx->txb;
+    ASSERT_EQ(TXLocateEquiBif(tx.get(), tx->txb, &B, nullptr), 1);
+    EXPECT_NEAR(B, 1 + 1.5 * 1.5, 1e-6);
+    EXPECT_NEAR(std::fabs(bif.ei[0]), 1.5, 1e-6);
+    const double located = B;
+    B = 17;  // the classification gives the application the parameters of the record
+    ASSERT_EQ(TXCheckEquiBif(tx.get(), tx->txb, &B, 0.1, nullptr), 1);
+    EXPECT_EQ(B, located);
+    EXPECT_EQ(bif.biftype, trajex::hopf);
+    EXPECT_STREQ(bif.btype, " -Oo- or -oO- ");
+    EXPECT_NEAR(std::hypot(bif.trans[0], bif.trans[1]), 1, 1e-12);
+}
+
+TEST(EquilibriumBifurcation, MayNotBeFound) {
+    const OpenHandle tx = open(never_critical, {0.5});
+    EXPECT_EQ(TXLocateEquiBif(tx.get(), tx->txb, &Lorenz::rho, nullptr), 0);
+    EXPECT_EQ(TXCheckEquiBif(tx.get(), tx->txb, &Lorenz::rho, 0.1, nullptr), 0);
+    EXPECT_EQ(tx->ErrorCode, 0);
+    EXPECT_EQ(tx->txb->biftype, 4);
+    EXPECT_EQ(TXLocateEquiBif(tx.get(), tx->txb, &c, nullptr), 0);
+    EXPECT_EQ(tx->ErrorCode, 30);
+}
+
+}  // namespace

@@ -1,0 +1,274 @@
+// Curves of bifurcations of equilibria and of periodic orbits in two parameters, against exact
+// ones.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bifurcation/record.hpp"
+#include "continuation/recorder.hpp"
+#include "core/guards.hpp"
+#include "handles.hpp"
+#include "systems.hpp"
+#include "tx.h"
+
+namespace {
+
+using namespace testing_support;
+using trajex::Temporarily;
+
+double c1, c2;
+
+/// Folds where x^2 = c2 / 3, c1 = -2 x^3.
+void cusp(double, double* y, double* f) {
+    f[0] = c1 + c2 * y[0] - y[0] * y[0] * y[0];
+}
+/// Folds at x = 0 where c1 = c2.
+void parabola(double, double* y, double* f) {
+    f[0] = c1 - c2 + y[0] * y[0];
+}
+/// Folds where c1 = -sqrt(1 - c2); nothing beyond c2 = 1.
+void ending(double, double* y, double* f) {
+    f[0] = c1 + std::sqrt(1 - c2) + y[0] * y[0];
+}
+
+/// u' = v, v' = c1 + c2 v + u^2 + u v has Hopf points where c1 = -c2^2, u = -c2, up to c2 = 0. A
+/// forcing of the period 1 carries the equilibrium round: they become tori, with both multipliers 1
+/// at the end.
+void forced_bogdanov_takens(double t, double* y, double* f) {
+    const double u = y[0] - 0.5 * std::cos(2 * pi * t);
+    const double v = y[1] - 0.3 * std::sin(2 * pi * t);
+    f[0] = v - pi * std::sin(2 * pi * t);
+    f[1] = c1 + c2 * v + u * u + u * v + 0.6 * pi * std::cos(2 * pi * t);
+}
+
+/// A handle with a record at the parameters' present values.
+template <class... Parameter>
+OpenHandle open_at(void (*fcn)(double, double*, double*), const std::vector<double>& y, double T,
+                   trajex::BifType type, Parameter&... parameters) {
+    OpenHandle tx = open_study(fcn, static_cast<int>(y.size()), parameters...);
+    tx->JacPert = tx->ParamJacPert = 1e-7;
+    tx->LambdaNewtAbsTol = 1e-7;
+    start_at(*tx, y, T, type);
+    return tx;
+}
+OpenHandle open_at_cusp() {
+    c1 = 2 / (3 * std::sqrt(3));
+    c2 = 1;
+    return open_at(cusp, {-1 / std::sqrt(3)}, 0, trajex::saddle_node, c1, c2);
+}
+
+// ---- Equilibria ---------------------------------------------------------------------------------
+
+TEST(EquilibriumCurve, PassesThroughACusp) {
+    const OpenHandle tx = open_at_cusp();
+    tx->NewtRelTol = tx->NewtAbsTol = 0;  // curves are measured with other tolerances
+    tx->MaxContSteps = 60;
+    Recording run;
+    ASSERT_EQ(run.curve(TXEqui2DCont, tx, c1, c2, -0.05), 1);  // towards smaller c2
+    ASSERT_EQ(run.points.size(), 61U);
+    double nearest = 1;
+    for (const Point& p : run.points) {
+        const double x = p.y[0];
+        EXPECT_NEAR(p.c[1], 3 * x * x, 1e-5) << p.steps;
+        EXPECT_NEAR(p.c[0], -2 * x * x * x, 1e-5) << p.steps;
+        nearest = std::min(nearest, std::fabs(x));
+    }
+    EXPECT_LT(nearest, 0.05);
+    EXPECT_GT(tx->txb->y[0], 0.5);
+}
+
+TEST(EquilibriumCurve, OfHopfPointsOfTheLorenzEquationsIsExact) {
+    double &rho = Lorenz::rho, &beta = Lorenz::beta;
+    const Temporarily start_rho(rho, 470.0 / 19), start_beta(beta, 8.0 / 3);
+    const double x = std::sqrt(beta * (rho - 1));
+    const OpenHandle tx =
+        open_at(Lorenz::flow, {x, x, rho - 1}, 0, trajex::hopf, Lorenz::sigma, rho, beta);
+    tx->MaxContSteps = 30;
+    Recording run;
+    ASSERT_EQ(run.curve(TXEqui2DCont, tx, beta, rho, -1), 1);
+    for (const Point& p : run.points) {
+        const double s = p.c[0];
+        const double b = p.c[2];
+        EXPECT_NEAR(p.c[1], s * (s + b + 3) / (s - b - 1), 1e-4) << p.steps;
+    }
+    EXPECT_GT(std::fabs(beta - 8.0 / 3), 0.1);
+}
+
+// Along the straight curve of the parabola every digit is known.
+TEST(EquilibriumCurve, ReportsItsPoints) {
+    c1 = c2 = 3;
+    const OpenHandle tx = open_at(parabola, {0}, 0, trajex::saddle_node, c1, c2);
+    tx->jac = [](double, double* y, double** J) { J[0][0] = 2 * y[0]; };
+    tx->paramjac = [](double, double*, double** P) { P[0][0] = 1, P[0][1] = -1; };
+    tx->MaxContSteps = 2;
+    c1 = c2 = 10;  // the start is reported as the record holds it
+    Recording run;
+    ASSERT_EQ(run.curve(TXEqui2DCont, tx, c1, c2, -std::sqrt(2)), 1);
+    EXPECT_EQ(run.dc, std::sqrt(2));
+    const auto report = [&](const char* step, const char* c) {
+        return "   Step: " + std::string(step) + "      \n" +
+               "   Parameters     State           Eigenvalue             Modulus\n" + "    " + c +
+               "              0               0.000000-i0.000000    0           \n" + "    " + c +
+               "             \n" + std::string(68, ':') + "\n";
+    };
+    EXPECT_EQ(run.text, report("0", "3") + "   Stepsize: 1.41421 .\n" + report("0", "9") +
+                            "   Stepsize: 1.41421 .\n" + report("1", "8"));
+}
+
+TEST(EquilibriumCurve, StepsGrowAfterEveryPointAndHalveAfterEveryFailure) {
+    const OpenHandle tx = open_at_cusp();
+    tx->MaxContSteps = 25;
+    tx->MaxNewtSteps = 4;
+    const double largest = 0.6;  // too much for the bend at the cusp
+    Recording run;
+    ASSERT_EQ(run.curve(TXEqui2DCont, tx, c1, c2, -largest), 1);
+    double size = 0;
+    int halved = 0;
+    for (std::size_t at = 0; (at = run.text.find("size: ", at)) != std::string::npos; ++at) {
+        const double last = std::exchange(size, std::stod(run.text.substr(at + 6)));
+        if (last == 0) continue;
+        halved += size < last;
+        EXPECT_NEAR(size, size < last ? last / 2 : std::min(1.25 * last, largest), 2e-5);
+    }
+    EXPECT_GT(halved, 0);
+}
+
+TEST(EquilibriumCurve, EndsWithACode) {
+    c1 = -1;
+    c2 = 0;
+    double stranger = 0;
+    const OpenHandle tx = open_at(ending, {0}, 0, trajex::saddle_node, c1, c2);
+    Recording run;
+    const auto expect_code = [&](int code, double& first, double& second) {
+        EXPECT_EQ(run.curve(TXEqui2DCont, tx, first, second, 0.1), 0);
+        EXPECT_EQ(tx->ErrorCode, code);
+    };
+    expect_code(26, c1, c1);
+    expect_code(26, c1, stranger);
+    expect_code(26, stranger, c2);
+    expect_code(29, c1, c2);
+    EXPECT_GT(c2, 0.9);
+    expect_stopped_at(*tx, run.points.back());
+    for (const Point& p : run.points) EXPECT_NEAR(p.c[0], -std::sqrt(1 - p.c[1]), 1e-5);
+    tx->TerminateOnFatalError = 1;
+    EXPECT_EXIT(run.curve(TXEqui2DCont, tx, c1, c2, 0.1), testing::ExitedWithCode(1),
+                "'TXEqui2DCont': Minimum stepsize reached");
+    tx->TerminateOnFatalError = 0;
+    TXVarOpenTrajex(tx.get(), nullptr, 1e-7, 3, nullptr, 1e-7, &c1, &c1, &c2);
+    expect_code(28, c1, c2);  // the record has room for two parameters only
+    TXDestroyBif(tx.get(), tx->txb);
+    expect_code(28, c1, c2);
+}
+
+// ---- Periodic orbits ----------------------------------------------------------------------------
+
+// From near the point of codimension two; a search for it may also find nothing.
+TEST(OrbitCurve, OfToriEndsInAPointOfCodimensionTwo) {
+    for (const bool found : {true, false}) {
+        c2 = found ? 0.002 : 0.0005;
+        c1 = -c2 * c2;
+        const OpenHandle tx =
+            open_at(forced_bogdanov_takens, {0.5 - c2, 0}, 1, trajex::torus, c1, c2);
+        tx->LambdaNewtAbsTol = 1e-6;
+        tx->MaxContSteps = found ? 12 : 3;
+        tx->MaxNewtSteps = found ? 10 : 1;
+        Recording run;
+        EXPECT_EQ(run.curve(TXNonAuto2DCont, tx, c1, c2, -0.0002), 1);
+        ASSERT_EQ(run.points.size(), found ? 14U : 4U);
+        for (const Point& p : run.points) EXPECT_NEAR(p.c[0], -p.c[1] * p.c[1], 1e-6) << p.steps;
+        expect_stopped_at(*tx, run.points.back());
+        const std::size_t search = run.text.find("\nSearching for Co-dimension 2\n:");
+        ASSERT_NE(search, std::string::npos);
+        const char* const answer =
+            found ? ":\n ---- CO-DIMENSION 2 ----\n   Step: 11       T=1   " : ":\n   Stepsize: ";
+        EXPECT_NE(run.text.find(answer, search), std::string::npos) << run.text;
+        EXPECT_NE(run.text.find(std::string(68, '=') + "\n"), std::string::npos);
+        EXPECT_NEAR(found ? c2 : 0, 0, 1e-5);
+    }
+}
+
+TEST(OrbitCurve, FollowsThePeriodDoublingsOfTheRoesslerEquations) {
+    double &a = Roessler::a, &c = Roessler::c;
+    const Temporarily start_a(a, 0.2), start_c(c, 2.83);
+    const OpenHandle tx =
+        open_at(Roessler::flow, {0, 3.4, 1.9}, 5.77, trajex::period_doubling, c, a);
+    TXSetCut(tx.get(), first_component, 1e-9);
+    ASSERT_EQ(TXLocateBif(tx.get(), tx->txb, &c, 1, nullptr), 1);
+    tx->MaxContSteps = 20;
+    Recording run;
+    ASSERT_EQ(run.curve(TXAuto2DCont, tx, c, a, 0.1), 1);
+    for (const Point& p : run.points) {
+        EXPECT_NEAR(std::min(p.er[0], p.er[1]), -1, 1e-5) << p.steps;
+        EXPECT_NEAR(p.er[2], 1, 1e-5) << p.steps;
+        EXPECT_NEAR(p.y[0], 0, 1e-9) << p.steps;
+    }
+    EXPECT_GT(c, 3.5);
+}
+
+/// At lambda = 2 on the curve of tori b = 3 lambda / 2 + d (1 - lambda^2 / 4), where the cycle is
+/// r = z = lambda / 2.
+class LangfordCycle : public testing::Test {
+  protected:
+    OpenHandle open_here(double& first, double& second) const {
+        lambda = 2;
+        b = 3;
+        return open_at(Failing::flow<Langford::flow>, {1, 0, 1}, 2 * pi / Langford::c,
+                       trajex::torus, first, second);
+    }
+    double &lambda = Langford::lambda, &b = Langford::b;
+    const Temporarily<double> lambda_{lambda, 2}, b_{b, 3}, c_{Langford::c, 3.5};
+    Recording run;
+};
+
+TEST_F(LangfordCycle, TorusCurveIsExact) {
+    const OpenHandle tx = open_here(lambda, b);
+    tx->MaxContSteps = 20;
+    ASSERT_EQ(run.curve(TXAuto2DCont, tx, b, lambda, -0.05), 1);
+    for (const Point& p : run.points) {
+        const double r = p.c[0] / 2;
+        EXPECT_NEAR(p.c[1], 3 * r + Langford::d * (1 - r * r), 1e-5) << p.steps;
+        EXPECT_NEAR(std::hypot(p.y[0] - r, p.y[2] - r), 0, 1e-5) << p.steps;
+        EXPECT_NEAR(p.T, 2 * pi / Langford::c, 1e-6) << p.steps;
+    }
+    EXPECT_LT(lambda, 1.5);
+    TXSetCut(tx.get(), nullptr, 1e-10);
+    EXPECT_EQ(run.curve(TXAuto2DCont, tx, lambda, b, 0.1), 0);
+    EXPECT_EQ(tx->ErrorCode, 8);
+}
+
+TEST_F(LangfordCycle, DirectionIsThatOfTheParameterListedFirst) {
+    for (const bool lambda_first : {true, false}) {
+        const OpenHandle tx = lambda_first ? open_here(lambda, b) : open_here(b, lambda);
+        tx->MaxContSteps = 1;
+        const TextStream path;
+        double dc = -0.01;
+        ASSERT_EQ(TXAuto2DCont(tx.get(), &lambda, &b, &dc, 2, static_cast<FILE*>(path)), 1);
+        EXPECT_LT(*tx->c[0], lambda_first ? 2 : 3);
+        EXPECT_EQ(path.text().substr(0, 10), "2 3 1 0 1 ");
+    }
+}
+
+TEST_F(LangfordCycle, StopsAtTheLastPointWhenItIsInterrupted) {
+    int interrupted = 0;
+    for (long calls = 0; calls < 800000; calls += calls / 3 + 1) {
+        const OpenHandle tx = open_here(lambda, b);
+        tx->MaxContSteps = 3;
+        const Temporarily how(Failing::throws, interrupted % 2 == 0);
+        const Temporarily limit(Failing::calls_left, calls);
+        try {
+            interrupted += run.curve(TXAuto2DCont, tx, lambda, b, 0.05) == 0;
+        } catch (const Failing::Thrown&) {
+            ++interrupted;
+        }
+        ASSERT_FALSE(run.points.empty());
+        expect_stopped_at(*tx, run.points.back());
+        EXPECT_EQ(tx->nparam + tx->TerminateOnFatalError, 2);
+    }
+    EXPECT_GT(interrupted, 20);
+}
+
+}  // namespace
