@@ -1,6 +1,7 @@
 // Location and classification of bifurcations of equilibria. Continuation runs locate more of them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -24,6 +25,9 @@ void two_folds(double, double* y, double* f) {  // at y = +-1 / sqrt 3
 }
 void never_critical(double, double* y, double* f) {
     f[0] = c - y[0];
+}
+void undefined_above_zero(double, double* y, double* f) {
+    f[0] = c > 0 ? std::nan("") : c - y[0];
 }
 
 /// A handle with a record that is ready to locate from a guess.
@@ -67,6 +71,10 @@ TEST(EquilibriumBifurcation, HopfPointsAreExact) {
     EXPECT_NEAR(B, 1 + 1.5 * 1.5, 1e-6);
     EXPECT_NEAR(std::fabs(bif.ei[0]), 1.5, 1e-6);
     const double located = B;
+    const TextStream state;
+    ASSERT_EQ(TXLocateEquiBif(tx.get(), tx->txb, &B, state), 1);
+    EXPECT_EQ(state.text(), ".") << "a located point is left alone";
+    EXPECT_EQ(B, located);
     B = 17;  // the classification gives the application the parameters of the record
     ASSERT_EQ(TXCheckEquiBif(tx.get(), tx->txb, &B, 0.1, nullptr), 1);
     EXPECT_EQ(B, located);
@@ -75,14 +83,76 @@ TEST(EquilibriumBifurcation, HopfPointsAreExact) {
     EXPECT_NEAR(std::hypot(bif.trans[0], bif.trans[1]), 1, 1e-12);
 }
 
+TEST(EquilibriumBifurcation, TakesTheFirstOfEqualEigenvalues) {
+    const OpenHandle tx = open(Lorenz::flow, {0, 0, 0}, Lorenz::rho);
+    TrajexBif& bif = *tx->txb;
+    const auto classify = [&](double ei0, double ei1) {
+        for (int i = 0; i < 3; ++i) {
+            std::fill_n(bif.Phi[i], 3, 0.0);
+            bif.Phi[i][i] = 1 + i;
+            bif.er[i] = i == 2 ? -4 : 0.5 - i;  // 0.5, -0.5, -4
+        }
+        bif.ei[0] = ei0;
+        bif.ei[1] = ei1;
+        EXPECT_EQ(TXCheckEquiBif(tx.get(), &bif, &Lorenz::rho, 0.1, nullptr), 1);
+        return bif.biftype;
+    };
+    EXPECT_EQ(classify(0, 1), trajex::saddle_node);
+    EXPECT_EQ(classify(1, 0), trajex::hopf);
+}
+
 TEST(EquilibriumBifurcation, MayNotBeFound) {
-    const OpenHandle tx = open(never_critical, {0.5});
-    EXPECT_EQ(TXLocateEquiBif(tx.get(), tx->txb, &Lorenz::rho, nullptr), 0);
-    EXPECT_EQ(TXCheckEquiBif(tx.get(), tx->txb, &Lorenz::rho, 0.1, nullptr), 0);
-    EXPECT_EQ(tx->ErrorCode, 0);
-    EXPECT_EQ(tx->txb->biftype, 4);
-    EXPECT_EQ(TXLocateEquiBif(tx.get(), tx->txb, &c, nullptr), 0);
-    EXPECT_EQ(tx->ErrorCode, 30);
+    const OpenHandle twice = open(never_critical, {0.5}, unused);
+    for (double* const parameter : {&c, &unused}) {  // not the handle's, and not one of the handle's
+        EXPECT_EQ(TXLocateEquiBif(twice.get(), twice->txb, parameter, nullptr), 0);
+        EXPECT_EQ(TXCheckEquiBif(twice.get(), twice->txb, parameter, 0.1, nullptr), 0);
+        EXPECT_EQ(twice->ErrorCode, 0);
+        EXPECT_EQ(twice->txb->biftype, 4);
+    }
+    for (const auto flow : {never_critical, undefined_above_zero, two_folds}) {
+        const Temporarily start(c, flow == two_folds ? -0.3 : 0.5);
+        const OpenHandle tx = open(flow, {0.6});
+        TXSetMaxNewtSteps(tx.get(), flow == two_folds ? 1 : 10);
+        EXPECT_EQ(TXLocateEquiBif(tx.get(), tx->txb, &c, nullptr), 0);
+        EXPECT_EQ(tx->ErrorCode, 30);
+    }
+}
+
+struct Thrown {};
+double entry_c = 0;
+
+void throwing_where_raised(double, double* y, double* f) {
+    if (c != entry_c) throw Thrown();
+    f[0] = c - y[0] * y[0];
+}
+void slope(double, double* y, double** J) {
+    if (c != entry_c) throw Thrown();
+    J[0][0] = -2 * y[0];
+}
+void parameter_slope(double, double*, double** J) {
+    J[0][0] = 0;
+    J[0][1] = 1;
+}
+
+// The first evaluation with another parameter is one for a difference quotient: with numerical
+// Jacobians that of f, with analytic ones that of the criterion.
+TEST(Location, RestoresAPerturbedParameterExactly) {
+    for (const bool analytic : {false, true}) {
+        const Temporarily start(c, 1e-9);  // c + h - h is not c
+        entry_c = c;
+        const OpenHandle tx = open(throwing_where_raised, {0.25});
+        if (analytic) {
+            tx->jac = slope;
+            tx->paramjac = parameter_slope;
+        }
+        EXPECT_THROW(TXLocateEquiBif(tx.get(), tx->txb, &c, nullptr), Thrown);
+        EXPECT_EQ(c, entry_c);
+        EXPECT_EQ(tx->txb->y[0], 0.25);
+        tx->txb->T = 0.1;
+        EXPECT_THROW(TXLocateBif(tx.get(), tx->txb, &c, 0, nullptr), Thrown);
+        EXPECT_EQ(c, entry_c);
+        EXPECT_EQ(tx->nparam, 2);
+    }
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "bifurcation/orbit_forms.hpp"
@@ -102,6 +103,25 @@ class OrbitBifurcation : public testing::TestWithParam<Case>, protected Study {
         EXPECT_NEAR(T, periods * known.T, 0.1 * known.T) << what;
         EXPECT_NEAR(mode == 1 ? known.cut(0, y.data()) : 0, 0, 1e-4) << what;
     }
+    /// The matrix of the record is that of the orbit: its trace is the sum of the multipliers, its
+    /// last column the derivative of the image.
+    void expect_linearised() const {
+        double trace = 0, multipliers = 0;
+        std::vector<double> ends[2] = {std::vector(bif.y, bif.y + order), {}};
+        ends[1] = ends[0];
+        const double h = 1e-3;
+        for (const int side : {0, 1}) {
+            const trajex::Temporarily there(known.c, known.c + (2 * side - 1) * h);
+            double t = 0;
+            TXIntegrate(tx.get(), &t, bif.T, ends[side].data());
+        }
+        for (int i = 0; i < order; ++i) {
+            trace += bif.Phi[i][i];
+            multipliers += bif.er[i];
+            EXPECT_NEAR(bif.Phi[i][order], (ends[1][i] - ends[0][i]) / (2 * h), 5e-3) << i;
+        }
+        EXPECT_NEAR(trace, multipliers, 1e-6);
+    }
     /// Component of a displacement from the bifurcation along the transversal.
     double displaced(const double* y) const {
         double along = 0;
@@ -115,8 +135,15 @@ TEST_P(OrbitBifurcation, IsLocatedAndClassified) {
     ASSERT_EQ(locate(), 1);
     EXPECT_NEAR(bif.T, known.T, 1e-5);
     EXPECT_EQ(bif.biftype + bif.indir, 0);
+    expect_linearised();
     const double T = bif.T;
     bif.tang[0] = bif.cleft = -77;
+    bif.intang[0] = 1;
+    bif.left[0] = bif.y[0] - (known.c + 77);  // lies against that, but is not there
+    if (mode == 1) {                          // the trivial multiplier may stand anywhere
+        std::swap(bif.er[0], bif.er[order - 1]);
+        std::swap(bif.ei[0], bif.ei[order - 1]);
+    }
     ASSERT_EQ(check(), 1);
     EXPECT_EQ(bif.T, T);
     EXPECT_EQ(known.c, bif.c[0]);
@@ -139,6 +166,7 @@ TEST_P(OrbitBifurcation, IsLocatedAndClassified) {
     }
     if (bif.biftype == trajex::saddle_node) {  // there is nothing on one side
         EXPECT_EQ(bif.cleft + bif.tang[0], -2 * 77);
+        EXPECT_EQ(bif.indir, 2);
         return;
     }
     expect_orbit(bif.left, bif.cleft, 1, bif.Tleft, "left");
@@ -163,13 +191,17 @@ INSTANTIATE_TEST_SUITE_P(Known, OrbitBifurcation, testing::ValuesIn(cases));
 TEST(OrbitSearches, GiveUpQuietly) {
     Study study(pitchfork_case);
     for (const double period : {0.0, -1.0, std::nan("")}) {
-        EXPECT_EQ(study.locate(study.known.y.data(), 0.29, period, 0), 0) << period;
+        EXPECT_EQ(study.locate(study.known.y.data(), 0.29, period, 0) + study.check(), 0) << period;
     }
     TXSetMaxNewtSteps(study.tx.get(), 0);
     EXPECT_EQ(study.locate(), 0);
     const double start = orbit(0, 0.3);
     EXPECT_EQ(study.locate(&start, 0.3, 2 * pi, 0), 1) << "a point within tolerance is left alone";
+    EXPECT_EQ(study.bif.y[0], start);
     EXPECT_EQ(study.progress, ".");
+    EXPECT_EQ(study.check(amplitude / 64), 0);
+    EXPECT_EQ(study.progress, "^");
+    EXPECT_EQ(TXCheckBif(study.tx.get(), &study.bif, &c, amplitude / 64, 0, nullptr), 0);
     EXPECT_EQ(TXErrorTrajex(study.tx.get()), 0);
 
     Study lost(roessler_case);
@@ -178,6 +210,21 @@ TEST(OrbitSearches, GiveUpQuietly) {
     TXSetCut(lost.tx.get(), nowhere, 1e-9);
     EXPECT_EQ(lost.check() + lost.locate(lost.bif.y, 2.83, 5.77, 2), 0);
     EXPECT_EQ(TXErrorTrajex(lost.tx.get()), 0);
+}
+
+TEST(OrbitSearches, RefuseForeignParametersAndSmallRecords) {
+    const Study study(pitchfork_case);
+    Trajex* const tx = study.tx.get();
+    double second = 0;
+    const auto expect_refused = [&](double* parameter, int code) {
+        EXPECT_EQ(TXLocateBif(tx, tx->txb, parameter, 0, nullptr), 0);
+        EXPECT_EQ(std::exchange(tx->ErrorCode, 0), code);
+        EXPECT_EQ(TXCheckBif(tx, tx->txb, parameter, amplitude, 0, nullptr), 0);
+        EXPECT_EQ(std::exchange(tx->ErrorCode, 0), code);
+    };
+    expect_refused(&second, 0);
+    TXVarOpenTrajex(tx, nullptr, 1e-6, 2, jac_t{}, 1e-6, &c, &second);
+    expect_refused(&c, 28);
 }
 
 // The test orbit that lies against the incoming tangent, whichever it is.

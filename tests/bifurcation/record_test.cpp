@@ -39,7 +39,18 @@ TEST(Record, IsOneBlockInTheStatedOrder) {
     EXPECT_EQ(TXDestroyBif(tx.get(), bif), 1);
     EXPECT_EQ(tx->txb, nullptr);  // closing would destroy it again
     EXPECT_EQ(TXDestroyBif(tx.get(), nullptr), 0);
-    EXPECT_STREQ(TrajexBifName[trajex::hopf], "HOPF");
+}
+
+TEST(Record, TypesHaveTheirNamesAndIcons) {
+    const char* const names[] = {"NOT DETERMINED",  "TORUS",     "TRANSCRITICAL", "SADDLE-NODE",
+                                 "PERIOD DOUBLING", "PITCHFORK", "HOPF"};
+    const char* const left[] = {"?", "-oO-", "-/-", "(", "-(-", "-(-", nullptr};
+    const char* const right[] = {"?", "-Oo-", "-\\-", ")", "-)-", "-)-", nullptr};
+    for (int type = 0; type < 7; ++type) {
+        EXPECT_STREQ(TrajexBifName[type], names[type]);
+        EXPECT_STREQ(TrajexBifIconLeft[type], left[type]);
+        EXPECT_STREQ(TrajexBifIconRight[type], right[type]);
+    }
 }
 
 // The criteria, on spectra chosen for their ties and their ends.
@@ -70,7 +81,9 @@ TEST(Criteria, NameTheCriticalEigenvalue) {
     EXPECT_EQ(of(CRIT, {0.5, -0.6, 1}, {0, 0.8, 0}, 1), (Outcome{1, 1}));
     EXPECT_EQ(of(CRIT, {0.75, -1.25, 1}, {}, 1), (Outcome{0.75, 0}));  // the first of equal ones
     EXPECT_EQ(of(CRIT, {0.5, 0.2, NAN, 0.9}, {}, 0), (Outcome{0.9, 3}));
-    EXPECT_EQ(of(CRIT, {3}, {4}, 1), (Outcome{5, 0}));  // at least one is looked at
+    for (const int left_out : {0, 1}) {  // at least one is looked at
+        EXPECT_EQ(of(CRIT, {3}, {4}, left_out), (Outcome{5, 0}));
+    }
     EXPECT_EQ(of(EQUICRIT, {-3, 0.5, -0.2}), (Outcome{-0.2, 2}));
     EXPECT_EQ(of(EQUICRIT, {0.5, -0.5, -1}), (Outcome{0.5, 0}));
     // Of two: the greater real part first, then the greater imaginary part.
@@ -117,8 +130,8 @@ class Reports : public testing::Test {
         bif_->T = 2 * pi;
         const double c[] = {0.5, -1234.5678}, y[] = {-2, 1.0 / 3};
         const double vectors[] = {
-            0.25, -1.5, 0.5, 0, 0.6, -0.8, 1,    1e-5, 0,        // er to intang
-            0,    1,    0,   2, 3,   -2.5, 1e10, -1.5, -1e-10};  // top to right
+            0.25, -1.5, 0.5, 0, 0.6, -0.8, 1,    1e-5, 0,        // n = 1: er to right
+            0,    1,    0,   2, 3,   -2.5, 1e10, -1.5, -1e-10};  // n = 2: er to intang, to right
         std::copy_n(c, m, bif_->c);
         std::copy_n(y, n, bif_->y);
         std::copy_n(vectors, 9 * n, bif_->er);
@@ -154,45 +167,75 @@ TEST_F(Reports, OfAPoint) {
               "--------------------------------------------------------------------\n");
 }
 
+TEST_F(Reports, HaveThePeriodAndTheRuleOfTheirPath) {
+    describe(2, 2, trajex::no_path);
+    bif_->cindi[1] = 1;
+    const std::string one = "-1234.5678 -2 0.3333333333 \n";
+    const std::string two = "-1234.5678 0.5 -2 0.3333333333 \n";
+    const std::string paths[] = {one, one, two, one, two};
+    for (int kind = trajex::no_path; kind <= trajex::equilibrium_curve; ++kind) {
+        bif_->cindi[0] = kind;
+        const std::string point = text(TXStateOutput);
+        const std::string rule = kind == 0 ? "" : std::string(68, " -=.:"[kind]) + "\n";
+        EXPECT_TRUE(point.ends_with("1.5         \n" + rule)) << point;
+        EXPECT_EQ(point.find("T=") != std::string::npos, kind <= trajex::orbit_curve);
+        EXPECT_EQ(box(0, "", 0).find("T=") != std::string::npos, kind <= trajex::orbit_curve);
+        EXPECT_EQ(text(TXPathOutput), paths[kind]);
+    }
+}
+
+constexpr char frame[] =
+    "+-------------------------------------------------------------------+\n";
+
 TEST_F(Reports, OfAPitchforkOfAnOrbit) {
     describe(2, 1, trajex::orbit_curve);
+    const auto upper_part = [](const std::string& title) {
+        return std::string("\n") + frame + "|                        " + title + "|\n" +
+               "|                                                                   |\n"
+               "|                            T=6.28319                              |\n"
+               "|                                                                   |\n"
+               "| Parameters     State           Eigenvalue            Modulus      |\n"
+               "|  0.75          -2               0.250000+i0.500000   0.559017     |\n"
+               "|                 0.333333       -1.500000-i0.000000   1.5          |\n"
+               "|                                                                   |\n";
+    };
+    EXPECT_EQ(box(trajex::not_determined, "", 0),
+              upper_part("Bifurcation                                ") + frame);
     EXPECT_EQ(box(trajex::pitchfork, " -(- 1->2", 1),
-              "\n"
-              "+-------------------------------------------------------------------+\n"
-              "|                        PITCHFORK -(- 1->2                         |\n"
-              "|                                                                   |\n"
-              "|                            T=6.28319                              |\n"
-              "|                                                                   |\n"
-              "| Parameters     State           Eigenvalue            Modulus      |\n"
-              "|  0.75          -2               0.250000+i0.500000   0.559017     |\n"
-              "|                 0.333333       -1.500000-i0.000000   1.5          |\n"
-              "|                                                                   |\n"
-              "|                Transversal    Tangent                             |\n"
-              "|                 0.6            1                                  |\n"
-              "|                -0.8            1e-05                              |\n"
-              "|                                                                   |\n"
-              "|      Left           Right          Top *          Bottom          |\n"
-              "|       0.4            0.6            0.45           0.55           |\n"
-              "|      ............   ............   ............   ............    |\n"
-              "|      -2.5           -1.5            1              2              |\n"
-              "|       1e+10         -1e-10          0              3              |\n"
-              "+-------------------------------------------------------------------+\n");
-    const std::string unclassified = box(trajex::not_determined, "", 0);  // the upper part alone
-    EXPECT_NE(unclassified.find("Bifurcation  "), std::string::npos);
-    EXPECT_EQ(unclassified.find("Transversal"), std::string::npos);
+              upper_part("PITCHFORK -(- 1->2                         ") +
+                  "|                Transversal    Tangent                             |\n"
+                  "|                 0.6            1                                  |\n"
+                  "|                -0.8            1e-05                              |\n"
+                  "|                                                                   |\n"
+                  "|      Left           Right          Top *          Bottom          |\n"
+                  "|       0.4            0.6            0.45           0.55           |\n"
+                  "|      ............   ............   ............   ............    |\n"
+                  "|      -2.5           -1.5            1              2              |\n"
+                  "|       1e+10         -1e-10          0              3              |\n" +
+                  frame);
+    EXPECT_NE(box(trajex::pitchfork, "", 2).find("Top            Bottom * "), std::string::npos);
+    EXPECT_NE(box(trajex::pitchfork, "", 3).find("Left *         Right  "), std::string::npos);
 }
 
 TEST_F(Reports, OfASaddleNodeHaveNoTangent) {
     describe(1, 2, trajex::equilibrium_path);
-    const std::string found = box(trajex::saddle_node, " ) or ( ", 4);
-    for (const char* lines :
-         {"|                        SADDLE-NODE ) or (                         |\n",
-          "|  0.75          -2               0.250000-i1.500000   1.52069      |\n"
-          "|  1e-09                                                            |\n",
-          "|                 0.5                                               |\n",
-          "|      Left           Right *        Top            Bottom          |\n"}) {
-        EXPECT_NE(found.find(lines), std::string::npos) << found << lines;
-    }
+    EXPECT_EQ(box(trajex::saddle_node, " ) or ( ", 4),
+              std::string("\n") + frame +
+                  "|                        SADDLE-NODE ) or (                         |\n"
+                  "|                                                                   |\n"
+                  "|                                                                   |\n"
+                  "| Parameters     State           Eigenvalue            Modulus      |\n"
+                  "|  0.75          -2               0.250000-i1.500000   1.52069      |\n"
+                  "|  1e-09                                                            |\n"
+                  "|                                                                   |\n"
+                  "|                Transversal    Tangent                             |\n"
+                  "|                 0.5                                               |\n"
+                  "|                                                                   |\n"
+                  "|      Left           Right *        Top            Bottom          |\n"
+                  "|       0.4            0.6            0.45           0.55           |\n"
+                  "|      ............   ............   ............   ............    |\n"
+                  "|       1e-05          0             -0.8            1              |\n" +
+                  frame);
 }
 
 }  // namespace
