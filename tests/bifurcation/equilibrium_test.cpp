@@ -103,7 +103,8 @@ TEST(EquilibriumBifurcation, TakesTheFirstOfEqualEigenvalues) {
 
 TEST(EquilibriumBifurcation, MayNotBeFound) {
     const OpenHandle twice = open(never_critical, {0.5}, unused);
-    for (double* const parameter : {&c, &unused}) {  // not the handle's, and not one of the handle's
+    for (double* const parameter :
+         {&c, &unused}) {  // not the handle's, and not one of the handle's
         EXPECT_EQ(TXLocateEquiBif(twice.get(), twice->txb, parameter, nullptr), 0);
         EXPECT_EQ(TXCheckEquiBif(twice.get(), twice->txb, parameter, 0.1, nullptr), 0);
         EXPECT_EQ(twice->ErrorCode, 0);

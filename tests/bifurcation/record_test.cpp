@@ -184,8 +184,7 @@ TEST_F(Reports, HaveThePeriodAndTheRuleOfTheirPath) {
     }
 }
 
-constexpr char frame[] =
-    "+-------------------------------------------------------------------+\n";
+constexpr char frame[] = "+-------------------------------------------------------------------+\n";
 
 TEST_F(Reports, OfAPitchforkOfAnOrbit) {
     describe(2, 1, trajex::orbit_curve);

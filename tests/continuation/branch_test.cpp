@@ -64,6 +64,46 @@ TEST(EquilibriumBranch, RunsBackBeyondAFold) {
     EXPECT_LT(y, -1);
     EXPECT_EQ(tx->txb->steps, 59);
     expect_stopped_at(*tx, run.points.back());
+    const std::vector<double> sizes = run.step_sizes();
+    for (std::size_t i = 1; i < sizes.size(); ++i) {
+        const double growth = std::fabs(sizes[i] / sizes[i - 1]);
+        EXPECT_TRUE(std::fabs(growth - 0.5) < 1e-5 || (growth > 0.70709 && growth < 1.41422));
+    }
+}
+
+// Where the equilibrium does not move with the parameter there is no tangent to follow.
+TEST(EquilibriumBranch, GoesOnAlongATrivialEquilibrium) {
+    const OpenHandle tx = open_study(pitchfork, 1, c);
+    tx->MaxContSteps = 20;
+    for (const double direction : {1.0, -1.0}) {
+        c = -0.5 * direction;
+        double y = 0;
+        Recording run;
+        ASSERT_EQ(run.equilibria(tx, &y, c, 0.1 * direction), 1);
+        EXPECT_GT(c * direction, 0.5);
+        EXPECT_EQ(run.points.back().y[0], 0);
+        ASSERT_EQ(run.located().size(), 1u);
+        EXPECT_NEAR(run.located()[0].c[0], 0, 1e-6);
+        const std::size_t search = run.text.find(".\nSearching for bifurcation .");
+        ASSERT_NE(search, std::string::npos) << run.text;
+        EXPECT_LT(run.text.find("\n+--", search), run.text.find("--+\n   Step: ", search));
+    }
+}
+
+TEST(EquilibriumBranch, EndsAtItsLimits) {
+    const OpenHandle tx = open_study(line, 1, c);
+    Recording run;
+    const auto points_of = [&](int steps, int nrbif) {
+        tx->MaxContSteps = steps;
+        double y = c = 0;
+        EXPECT_EQ(run.equilibria(tx, &y, c, -0.25, nrbif), 1);
+        return run.points.size();
+    };
+    EXPECT_EQ(points_of(1, 0), 1u);
+    EXPECT_EQ(points_of(5, -1), 1u);
+    EXPECT_EQ(points_of(5, 0), 5u);
+    EXPECT_NEAR(c, -1, 1e-6);
+    EXPECT_EQ(run.dc, -0.25);  // the length on entry is the largest, whatever its sign
 }
 
 constexpr char linear_text[] =
@@ -110,14 +150,17 @@ TEST(EquilibriumBranch, EndsWithACode) {
         double y = c = 0;
         EXPECT_EQ(run.equilibria(tx, &y, c, step), 0);
         EXPECT_EQ(tx->ErrorCode, code);
+        EXPECT_EQ(run.points.empty(), code != 29);
+        EXPECT_TRUE(y == 0 || code == 29);
     };
+    expect_end(26, 0.1, line);
     expect_end(26, 0.1, line, other);
     expect_end(26, 0.1, line, c, c);
     expect_end(
         30, 0.1, [](double, double* y, double* f) { f[0] = 1 + y[0] * y[0]; }, c);
-    EXPECT_TRUE(run.points.empty());
     expect_end(29, 0.15, ends_at_half, c);
-    EXPECT_LT(run.dc, 0.15 * tx->NewtRelTol + tx->NewtAbsTol);
+    const double smallest = 0.15 * tx->NewtRelTol + tx->NewtAbsTol;
+    EXPECT_TRUE(run.dc < smallest && 2 * run.dc >= smallest);
     EXPECT_NEAR(tx->txb->y[0], 0.5, 1e-5);  // the record keeps the last accepted point
     expect_end(29, 0.1, turns_unstable_in_a_jump, c);
     EXPECT_TRUE(run.located().empty());
@@ -215,6 +258,9 @@ TEST(OrbitBranch, FollowsACircle) {
         ASSERT_EQ(run.points.size(), 25u);
         EXPECT_GT(*parameter, 1.2);
         expect_stopped_at(*tx, run.points.back());
+        const Point &start_point = run.points[0], &next = run.points[1];
+        EXPECT_NEAR(std::hypot(next.c[0] - start_point.c[0], next.y[0] - start_point.y[0]), 0.1,
+                    0.001);
         for (const Point& point : run.points) {
             *parameter = point.c[0];
             EXPECT_NEAR(std::fabs(point.y[0]), std::sqrt(Cycle::a), 1e-6);
@@ -223,6 +269,44 @@ TEST(OrbitBranch, FollowsACircle) {
             EXPECT_NEAR(point.er[1], 1, 1e-5);  // the trivial multiplier comes last
             EXPECT_NEAR(point.er[0] / std::exp(-2 * Cycle::a * point.T), 1, 1e-3);
         }
+    }
+}
+
+// The published periods, and for small mu the series of the angular velocity.
+TEST(OrbitBranch, MeetsThePeriodsOfVanDerPol) {
+    const Temporarily restored(VanDerPol::mu, 0.0);
+    const OpenHandle tx = open_study(VanDerPol::flow, 2, VanDerPol::mu);
+    tx->MaxContSteps = 90;
+    double T = 0;
+    for (const double mu : {2.0, 1.0}) {
+        VanDerPol::mu = mu;
+        double y[2] = {2, 0.1};
+        Recording run;
+        ASSERT_EQ(run.cycles(tx, y, 1, VanDerPol::mu, -0.05), 1);
+        EXPECT_NEAR(run.points.front().T, mu == 2 ? 7.62987447967 : 6.66328685932, 1e-7);
+        T = run.points.back().T;
+    }
+    EXPECT_LT(VanDerPol::mu, 0.3);
+    const double m = VanDerPol::mu * VanDerPol::mu;
+    EXPECT_NEAR(T, 2 * pi / (1 - m / 16 + 17 * m * m / 3072 + 35 * m * m * m / 884736), 1e-6);
+}
+
+TEST(OrbitBranch, FollowsTheResponseThroughResonance) {
+    double& stiffness = ForcedOscillator::stiffness;
+    const Temporarily start(stiffness, 2.0);
+    const OpenHandle tx = open_study(ForcedOscillator::flow, 2, stiffness);
+    tx->MaxContSteps = 90;
+    double y[2] = {0, 0};
+    Recording run;
+    ASSERT_EQ(run.forced(tx, y, 2 * pi, stiffness, -0.1), 1);
+    EXPECT_LT(stiffness, 0.7);
+    for (const Point& point : run.points) {
+        stiffness = point.c[0];
+        EXPECT_EQ(point.T, 2 * pi);
+        EXPECT_NEAR(point.y[0], ForcedOscillator::in_phase(), 1e-6);
+        EXPECT_NEAR(point.y[1], ForcedOscillator::out_of_phase(), 1e-6);
+        EXPECT_NEAR(std::hypot(point.er[1], point.ei[1]), std::exp(-pi * ForcedOscillator::damping),
+                    1e-6);
     }
 }
 
@@ -276,6 +360,11 @@ TEST_P(KnownBifurcation, IsFound) {
     EXPECT_NEAR(found.T, known.T, known.turns == 0 ? 0 : 2e-5);
     EXPECT_EQ(found.c[0], system.c);  // where it was located, the parameter stays
     EXPECT_NE(tx->txb->intang[1], 0);
+    if (found.type[0] == 'T') {
+        const double angle = std::sqrt(1.2) * found.T;
+        EXPECT_NEAR(found.er[0], std::cos(angle), 1e-4);
+        EXPECT_NEAR(std::fabs(found.ei[0]), std::fabs(std::sin(angle)), 1e-4);
+    }
     EXPECT_EQ(run.text.find('%') != std::string::npos, known.step == -0.1);
 }
 
@@ -295,18 +384,20 @@ INSTANTIATE_TEST_SUITE_P(
 // An orbit that does not move with the parameter: steps in the parameter alone.
 TEST(OrbitBranch, GoesOnAlongATrivialOrbit) {
     for (const int check : {0, 1}) {
-        c = -0.5;
+        const double direction = check == 1 ? 1 : -1;
+        c = -0.5 * direction;
         const OpenHandle tx = open_study(pitchfork, 1, c);
         tx->MaxContSteps = 20;
         tx->CheckBifs = check;
         double y = 0;
         Recording run;
-        ASSERT_EQ(run.forced(tx, &y, 1, c, 0.1), 1);
-        EXPECT_GT(c, 0.5);
+        ASSERT_EQ(run.forced(tx, &y, 1, c, 0.1 * direction), 1);
+        EXPECT_GT(c * direction, 0.5);
         EXPECT_EQ(run.points.back().y[0], 0);
         ASSERT_EQ(run.located().size(), 1u);
         EXPECT_NEAR(run.located()[0].c[0], 0, 1e-6);
         EXPECT_EQ(run.located()[0].type, check == 1 ? "PITCHFORK 1 -(- 0" : "");
+        EXPECT_EQ(tx->txb->intang[0], 0);
         const std::size_t search = run.text.find(".\nSearching for bifurcation .");
         EXPECT_LT(search, run.text.find("\n+--"));
         EXPECT_EQ(run.text.find(" Checking bifurcation ", search) < run.text.find("\n+--"),
@@ -314,12 +405,32 @@ TEST(OrbitBranch, GoesOnAlongATrivialOrbit) {
     }
 }
 
+// Nearer and nearer to a bifurcation that cannot be located, but never past it.
+TEST(OrbitBranch, HalvesTheStepWhereASearchIsRejected) {
+    const Temporarily start(Roessler::c, 2.7);
+    const OpenHandle tx = open_study(Roessler::flow, 3, Roessler::c);
+    TXSetCut(tx.get(), first_component, 1e-9);
+    tx->LambdaNewtRelTol = 1e-30;
+    double y[3] = {0, 3.3, 1.8};
+    Recording run;
+    EXPECT_EQ(run.cycles(tx, y, 1, Roessler::c, 0.1), 0);
+    EXPECT_EQ(tx->ErrorCode, 29);
+    EXPECT_TRUE(run.located().empty());
+    for (const Point& point : run.points) EXPECT_LT(point.c[0], 2.832446);
+    EXPECT_GT(run.points.back().c[0], 2.8324);
+    EXPECT_EQ(Point::of(*tx), run.points.back());
+    EXPECT_EQ(tx->nparam + tx->TerminateOnFatalError, 1);
+}
+
 TEST(OrbitBranch, ReportsWhyItDidNotStart) {
     const OpenHandle tx = open_study(Cycle::flow, 2, Cycle::a);
     double y[2] = {1, 0.1};
     Recording run;
-    EXPECT_EQ(run.cycles(tx, y, 1, c, 0.1), 0);
+    EXPECT_EQ(run.cycles(tx, y, 1, c, 0.1) + run.forced(tx, y, 1, c, 0.1), 0);
     EXPECT_EQ(tx->ErrorCode, 26);
+    TXSetMaxNewtSteps(tx.get(), 0);
+    EXPECT_EQ(run.forced(tx, y, 1, Cycle::a, 0.1), 0);
+    EXPECT_EQ(tx->ErrorCode, 30);
     EXPECT_EQ(run.forced(tx, y, 0, Cycle::a, 0.1), 0);
     EXPECT_EQ(tx->ErrorCode, 7);
     TXSetMaxPeriodSteps(tx.get(), 0);  // the search for the section fails without a code
@@ -357,8 +468,10 @@ TEST(OrbitBranch, BreaksOffAndLeavesAUsableHandle) {
     follow(true, Failing::never);  // adapts the step size of integrations
     const long needed = follow(true, Failing::never);
     for (long calls = 10; calls < needed - 100; calls += needed / 40) {
+        tx->TerminateOnFatalError = 1;
         EXPECT_THROW(follow(true, calls), Failing::Thrown) << calls;
-        EXPECT_EQ(tx->nparam + tx->TerminateOnFatalError, 1);
+        EXPECT_EQ(tx->nparam, 1);
+        EXPECT_EQ(std::exchange(tx->TerminateOnFatalError, 0), 1);
         EXPECT_EQ(follow(false, calls), 0) << calls;
         EXPECT_NE(tx->ErrorCode, 0);
         EXPECT_EQ(tx->nparam + tx->txb->biftype, 1);

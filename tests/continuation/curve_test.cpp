@@ -30,14 +30,25 @@ void cusp(double, double* y, double* f) {
 void parabola(double, double* y, double* f) {
     f[0] = c1 - c2 + y[0] * y[0];
 }
-/// Folds where c1 = -sqrt(1 - c2); nothing beyond c2 = 1.
+/// Folds where c1 = -sqrt(1 - c2); nothing beyond c2 = 1. Is not asked where there is no point.
 void ending(double, double* y, double* f) {
+    EXPECT_TRUE(std::isfinite(c1 + c2 + y[0]));
     f[0] = c1 + std::sqrt(1 - c2) + y[0] * y[0];
+}
+
+/// Folds at the orbit sin(2 pi t) where c1 = c2.
+void forced_parabola(double t, double* y, double* f) {
+    const double u = y[0] - std::sin(2 * pi * t);
+    f[0] = c1 - c2 + u * u + 2 * pi * std::cos(2 * pi * t);
 }
 
 /// u' = v, v' = c1 + c2 v + u^2 + u v has Hopf points where c1 = -c2^2, u = -c2, up to c2 = 0. A
 /// forcing of the period 1 carries the equilibrium round: they become tori, with both multipliers 1
 /// at the end.
+void bogdanov_takens(double, double* y, double* f) {
+    f[0] = y[1];
+    f[1] = c1 + c2 * y[1] + y[0] * y[0] + y[0] * y[1];
+}
 void forced_bogdanov_takens(double t, double* y, double* f) {
     const double u = y[0] - 0.5 * std::cos(2 * pi * t);
     const double v = y[1] - 0.3 * std::sin(2 * pi * t);
@@ -82,20 +93,40 @@ TEST(EquilibriumCurve, PassesThroughACusp) {
 }
 
 TEST(EquilibriumCurve, OfHopfPointsOfTheLorenzEquationsIsExact) {
-    double &rho = Lorenz::rho, &beta = Lorenz::beta;
-    const Temporarily start_rho(rho, 470.0 / 19), start_beta(beta, 8.0 / 3);
-    const double x = std::sqrt(beta * (rho - 1));
-    const OpenHandle tx =
-        open_at(Lorenz::flow, {x, x, rho - 1}, 0, trajex::hopf, Lorenz::sigma, rho, beta);
-    tx->MaxContSteps = 30;
-    Recording run;
-    ASSERT_EQ(run.curve(TXEqui2DCont, tx, beta, rho, -1), 1);
-    for (const Point& p : run.points) {
-        const double s = p.c[0];
-        const double b = p.c[2];
-        EXPECT_NEAR(p.c[1], s * (s + b + 3) / (s - b - 1), 1e-4) << p.steps;
+    double &sigma = Lorenz::sigma, &rho = Lorenz::rho, &beta = Lorenz::beta;
+    for (const bool with_beta : {true, false}) {
+        const Temporarily start_sigma(sigma, 10.0), start_rho(rho, 470.0 / 19),
+            start_beta(beta, 8.0 / 3);
+        const double x = std::sqrt(beta * (rho - 1));
+        const OpenHandle tx =
+            open_at(Lorenz::flow, {x, x, rho - 1}, 0, trajex::hopf, sigma, rho, beta);
+        tx->MaxContSteps = 30;
+        Recording run;
+        ASSERT_EQ(with_beta ? run.curve(TXEqui2DCont, tx, beta, rho, -1)
+                            : run.curve(TXEqui2DCont, tx, rho, sigma, 1),
+                  1);
+        for (const Point& p : run.points) {
+            const double s = p.c[0];
+            const double b = p.c[2];
+            EXPECT_NEAR(p.c[1], s * (s + b + 3) / (s - b - 1), 1e-4) << p.steps;
+            EXPECT_TRUE(with_beta ? s == 10 : b == 8.0 / 3);
+        }
+        EXPECT_GT(std::fabs(beta - 8.0 / 3) + std::fabs(sigma - 10), 0.1);
     }
-    EXPECT_GT(std::fabs(beta - 8.0 / 3), 0.1);
+}
+
+TEST(EquilibriumCurve, OfHopfPointsOfTheBrusselatorHasTwoDirections) {
+    double &A = Brusselator::A, &B = Brusselator::B;
+    for (const double dc : {-0.2, 0.3}) {
+        const Temporarily start_A(A, 1.0), start_B(B, 2.0);
+        const OpenHandle tx = open_at(Brusselator::flow, {1, 2}, 0, trajex::hopf, A, B);
+        tx->MaxContSteps = 20;
+        Recording run;
+        ASSERT_EQ(run.curve(TXEqui2DCont, tx, A, B, dc), 1);
+        for (const Point& p : run.points) EXPECT_NEAR(p.c[1], 1 + p.c[0] * p.c[0], 1e-5);
+        EXPECT_GT(std::fabs(run.points.back().c[0] - 1), 0.5);
+        EXPECT_EQ(B > 2, dc > 0);
+    }
 }
 
 // Along the straight curve of the parabola every digit is known.
@@ -126,15 +157,16 @@ TEST(EquilibriumCurve, StepsGrowAfterEveryPointAndHalveAfterEveryFailure) {
     const double largest = 0.6;  // too much for the bend at the cusp
     Recording run;
     ASSERT_EQ(run.curve(TXEqui2DCont, tx, c1, c2, -largest), 1);
-    double size = 0;
-    int halved = 0;
-    for (std::size_t at = 0; (at = run.text.find("size: ", at)) != std::string::npos; ++at) {
-        const double last = std::exchange(size, std::stod(run.text.substr(at + 6)));
-        if (last == 0) continue;
-        halved += size < last;
-        EXPECT_NEAR(size, size < last ? last / 2 : std::min(1.25 * last, largest), 2e-5);
+    const std::vector<double> sizes = run.step_sizes();
+    std::size_t halved = 0;
+    for (std::size_t k = 1; k < sizes.size(); ++k) {
+        const double last = sizes[k - 1];
+        const bool failed = sizes[k] < last;
+        EXPECT_NEAR(sizes[k], failed ? last / 2 : std::min(1.25 * last, largest), 2e-5);
+        halved += failed;
     }
-    EXPECT_GT(halved, 0);
+    EXPECT_EQ(sizes.size(), 25 + halved);
+    EXPECT_GT(halved, 0U);
 }
 
 TEST(EquilibriumCurve, EndsWithACode) {
@@ -143,13 +175,15 @@ TEST(EquilibriumCurve, EndsWithACode) {
     double stranger = 0;
     const OpenHandle tx = open_at(ending, {0}, 0, trajex::saddle_node, c1, c2);
     Recording run;
-    const auto expect_code = [&](int code, double& first, double& second) {
-        EXPECT_EQ(run.curve(TXEqui2DCont, tx, first, second, 0.1), 0);
+    const auto expect_code = [&](int code, double& first, double& second, double dc = 0.1) {
+        EXPECT_EQ(run.curve(TXEqui2DCont, tx, first, second, dc), 0);
         EXPECT_EQ(tx->ErrorCode, code);
     };
     expect_code(26, c1, c1);
     expect_code(26, c1, stranger);
     expect_code(26, stranger, c2);
+    for (const double dc : {HUGE_VAL, std::nan("")}) expect_code(29, c1, c2, dc);
+    EXPECT_EQ(c2, 0);
     expect_code(29, c1, c2);
     EXPECT_GT(c2, 0.9);
     expect_stopped_at(*tx, run.points.back());
@@ -162,6 +196,21 @@ TEST(EquilibriumCurve, EndsWithACode) {
     expect_code(28, c1, c2);  // the record has room for two parameters only
     TXDestroyBif(tx.get(), tx->txb);
     expect_code(28, c1, c2);
+    start_at(*tx, {0});
+    expect_code(26, c1, c2);  // a parameter listed twice does not stand for one
+}
+
+// The linearisation has a double zero there, and the bordered system is singular.
+TEST(EquilibriumCurve, StopsBeforeABogdanovTakensPoint) {
+    c1 = -1;
+    c2 = 1;
+    const OpenHandle tx = open_at(bogdanov_takens, {-1, 0}, 0, trajex::hopf, c1, c2);
+    Recording run;
+    EXPECT_EQ(run.curve(TXEqui2DCont, tx, c1, c2, -0.1), 0);
+    EXPECT_EQ(tx->ErrorCode, 29);
+    for (const Point& p : run.points) EXPECT_NEAR(p.c[0], -p.c[1] * p.c[1], 1e-5) << p.steps;
+    EXPECT_NEAR(c2, 0, 0.1);
+    expect_stopped_at(*tx, run.points.back());
 }
 
 // ---- Periodic orbits ----------------------------------------------------------------------------
@@ -188,7 +237,71 @@ TEST(OrbitCurve, OfToriEndsInAPointOfCodimensionTwo) {
         EXPECT_NE(run.text.find(answer, search), std::string::npos) << run.text;
         EXPECT_NE(run.text.find(std::string(68, '=') + "\n"), std::string::npos);
         EXPECT_NEAR(found ? c2 : 0, 0, 1e-5);
+        EXPECT_NEAR(found ? tx->txb->y[0] : 0.5, 0.5, 1e-5);
     }
+}
+
+/// Liouville's formula: one multiplier is `critical`, and their product is the exponential of the
+/// integrated divergence.
+void expect_duffing_multipliers(const Point& p, double critical, double omega) {
+    const double product = p.er[0] * p.er[1];
+    EXPECT_NEAR(product, std::exp(-Duffing::damping * 2 * pi / omega), 1e-6) << p.steps;
+    const double nearest = std::min(std::fabs(p.er[0] - critical), std::fabs(p.er[1] - critical));
+    EXPECT_LT(nearest, 1e-5) << p.steps;
+    EXPECT_EQ(p.ei[0], 0) << p.steps;
+    EXPECT_EQ(p.T, 2 * pi);
+}
+
+TEST(OrbitCurve, FollowsTheFoldsOfTheDuffingOscillatorRoundTheirCusp) {
+    double &omega = Duffing::omega, &force = Duffing::force;
+    const Temporarily damping(Duffing::damping, 0.2), stiffness(Duffing::stiffness, 1.0);
+    const Temporarily start_omega(omega, 1.6577), start_force(force, 0.5);
+    const OpenHandle tx =
+        open_at(Duffing::flow, {-0.136, 2.271}, 2 * pi, trajex::saddle_node, omega, force);
+    ASSERT_EQ(TXLocateBif(tx.get(), tx->txb, &omega, 0, nullptr), 1);
+    EXPECT_NEAR(omega, 1.65767, 1e-5);
+    tx->MaxContSteps = 30;
+    Recording run;
+    ASSERT_EQ(run.curve(TXNonAuto2DCont, tx, omega, force, -0.1), 1);
+    for (const Point& p : run.points) expect_duffing_multipliers(p, 1, p.c[0]);
+    // On the other side of the tongue, at the force of the start, is the other fold.
+    std::size_t k = run.points.size() - 1;
+    ASSERT_GT(run.points[k].c[1], 0.5);
+    while (run.points[k - 1].c[1] > 0.5) --k;
+    const Point &below = run.points[k - 1], &above = run.points[k];
+    const double share = (0.5 - below.c[1]) / (above.c[1] - below.c[1]);
+    EXPECT_NEAR(below.c[0] + share * (above.c[0] - below.c[0]), 1.42306, 1e-3);
+}
+
+TEST(OrbitCurve, FollowsThePeriodDoublingsOfTheDuffingOscillator) {
+    double &omega = Duffing::omega, &force = Duffing::force;
+    const Temporarily damping(Duffing::damping, 0.3), stiffness(Duffing::stiffness, -1.0);
+    const Temporarily start_omega(omega, 1.2), start_force(force, 0.2656);
+    const OpenHandle tx =
+        open_at(Duffing::flow, {0.4076, 0.3226}, 2 * pi, trajex::period_doubling, force, omega);
+    ASSERT_EQ(TXLocateBif(tx.get(), tx->txb, &force, 0, nullptr), 1);
+    tx->MaxContSteps = 15;
+    Recording run;
+    ASSERT_EQ(run.curve(TXNonAuto2DCont, tx, force, omega, 0.05), 1);
+    for (const Point& p : run.points) expect_duffing_multipliers(p, -1, p.c[1]);
+}
+
+TEST(OrbitCurve, FollowsAFoldInOneDimension) {
+    c1 = c2 = 1;
+    const OpenHandle tx = open_at(forced_parabola, {0}, 1, trajex::saddle_node, c1, c2);
+    tx->LambdaPert = 1e-5;
+    tx->MaxContSteps = 5;
+    Recording run;
+    ASSERT_EQ(run.curve(TXNonAuto2DCont, tx, c1, c2, -std::sqrt(2)), 1);
+    double at = 1;
+    for (const Point& p : run.points) {
+        EXPECT_NEAR(p.c[0], p.c[1], 1e-6);
+        EXPECT_NEAR(p.y[0], 0, 1e-5);
+        EXPECT_NEAR(p.c[1], at--, 1e-5);
+    }
+    tx->txb->T = 0;  // no period
+    EXPECT_EQ(run.curve(TXNonAuto2DCont, tx, c1, c2, 0.1), 0);
+    EXPECT_EQ(tx->ErrorCode, 29);
 }
 
 TEST(OrbitCurve, FollowsThePeriodDoublingsOfTheRoesslerEquations) {
@@ -252,6 +365,15 @@ TEST_F(LangfordCycle, DirectionIsThatOfTheParameterListedFirst) {
     }
 }
 
+TEST_F(LangfordCycle, FailedIntegrationsDoNotEndTheProcess) {
+    const OpenHandle tx = open_here(lambda, b);
+    tx->TerminateOnFatalError = 1;
+    const Temporarily how(Failing::throws, false);
+    const Temporarily limit(Failing::calls_left, 8000L);
+    EXPECT_EXIT(run.curve(TXAuto2DCont, tx, lambda, b, 0.05), testing::ExitedWithCode(1),
+                "'TXAuto2DCont': Minimum stepsize reached");
+}
+
 TEST_F(LangfordCycle, StopsAtTheLastPointWhenItIsInterrupted) {
     int interrupted = 0;
     for (long calls = 0; calls < 800000; calls += calls / 3 + 1) {
@@ -260,7 +382,10 @@ TEST_F(LangfordCycle, StopsAtTheLastPointWhenItIsInterrupted) {
         const Temporarily how(Failing::throws, interrupted % 2 == 0);
         const Temporarily limit(Failing::calls_left, calls);
         try {
-            interrupted += run.curve(TXAuto2DCont, tx, lambda, b, 0.05) == 0;
+            if (run.curve(TXAuto2DCont, tx, lambda, b, 0.05) == 0) {
+                ++interrupted;
+                EXPECT_EQ(tx->ErrorCode, 29);
+            }
         } catch (const Failing::Thrown&) {
             ++interrupted;
         }

@@ -68,6 +68,15 @@ struct Recording {
         return found;
     }
 
+    /// As the text reports them.
+    std::vector<double> step_sizes() const {
+        std::vector<double> sizes;
+        for (std::size_t at = 0; (at = text.find("size: ", at)) != std::string::npos; ++at) {
+            sizes.push_back(std::stod(text.substr(at + 6)));
+        }
+        return sizes;
+    }
+
     static void record(Trajex* tx, FILE* points) {
         reinterpret_cast<Points*>(points)->push_back(Point::of(*tx));
     }
