@@ -86,14 +86,14 @@ TEST(EquilibriumBifurcation, HopfPointsAreExact) {
 TEST(EquilibriumBifurcation, TakesTheFirstOfEqualEigenvalues) {
     const OpenHandle tx = open(Lorenz::flow, {0, 0, 0}, Lorenz::rho);
     TrajexBif& bif = *tx->txb;
-    const auto classify = [&](double ei0, double ei1) {
+    const auto classify = [&](double ei1, double ei2) {
         for (int i = 0; i < 3; ++i) {
             std::fill_n(bif.Phi[i], 3, 0.0);
             bif.Phi[i][i] = 1 + i;
-            bif.er[i] = i == 2 ? -4 : 0.5 - i;  // 0.5, -0.5, -4
+            bif.er[i] = i == 0 ? -4 : 1.5 - i;  // -4, 0.5, -0.5
         }
-        bif.ei[0] = ei0;
         bif.ei[1] = ei1;
+        bif.ei[2] = ei2;
         EXPECT_EQ(TXCheckEquiBif(tx.get(), &bif, &Lorenz::rho, 0.1, nullptr), 1);
         return bif.biftype;
     };
@@ -120,14 +120,14 @@ TEST(EquilibriumBifurcation, MayNotBeFound) {
 }
 
 struct Thrown {};
-double entry_c = 0;
+double entry_c = 0, raised_c = 0;
 
 void throwing_where_raised(double, double* y, double* f) {
-    if (c != entry_c) throw Thrown();
+    if ((raised_c = c) != entry_c) throw Thrown();
     f[0] = c - y[0] * y[0];
 }
 void slope(double, double* y, double** J) {
-    if (c != entry_c) throw Thrown();
+    if ((raised_c = c) != entry_c) throw Thrown();
     J[0][0] = -2 * y[0];
 }
 void parameter_slope(double, double*, double** J) {
@@ -142,12 +142,14 @@ TEST(Location, RestoresAPerturbedParameterExactly) {
         const Temporarily start(c, 1e-9);  // c + h - h is not c
         entry_c = c;
         const OpenHandle tx = open(throwing_where_raised, {0.25});
+        tx->LambdaPert = 1e-5;
         if (analytic) {
             tx->jac = slope;
             tx->paramjac = parameter_slope;
         }
         EXPECT_THROW(TXLocateEquiBif(tx.get(), tx->txb, &c, nullptr), Thrown);
         EXPECT_EQ(c, entry_c);
+        EXPECT_NEAR(raised_c, analytic ? tx->LambdaPert : tx->ParamJacPert, 2e-9);
         EXPECT_EQ(tx->txb->y[0], 0.25);
         tx->txb->T = 0.1;
         EXPECT_THROW(TXLocateBif(tx.get(), tx->txb, &c, 0, nullptr), Thrown);

@@ -71,25 +71,6 @@ TEST(EquilibriumBranch, RunsBackBeyondAFold) {
     }
 }
 
-// Where the equilibrium does not move with the parameter there is no tangent to follow.
-TEST(EquilibriumBranch, GoesOnAlongATrivialEquilibrium) {
-    const OpenHandle tx = open_study(pitchfork, 1, c);
-    tx->MaxContSteps = 20;
-    for (const double direction : {1.0, -1.0}) {
-        c = -0.5 * direction;
-        double y = 0;
-        Recording run;
-        ASSERT_EQ(run.equilibria(tx, &y, c, 0.1 * direction), 1);
-        EXPECT_GT(c * direction, 0.5);
-        EXPECT_EQ(run.points.back().y[0], 0);
-        ASSERT_EQ(run.located().size(), 1u);
-        EXPECT_NEAR(run.located()[0].c[0], 0, 1e-6);
-        const std::size_t search = run.text.find(".\nSearching for bifurcation .");
-        ASSERT_NE(search, std::string::npos) << run.text;
-        EXPECT_LT(run.text.find("\n+--", search), run.text.find("--+\n   Step: ", search));
-    }
-}
-
 TEST(EquilibriumBranch, EndsAtItsLimits) {
     const OpenHandle tx = open_study(line, 1, c);
     Recording run;
@@ -246,67 +227,69 @@ TEST(EquilibriumBranch, LocatesAsExactlyAsDocumented) {
 
 // ---- Periodic orbits ----------------------------------------------------------------------------
 
-// A circle that grows, and one that turns faster: there the period alone moves.
-TEST(OrbitBranch, FollowsACircle) {
-    for (double* const parameter : {&Cycle::a, &Cycle::w}) {
-        const Temporarily start(*parameter, 1.0);
-        const OpenHandle tx = open_study(Cycle::flow, 2, *parameter);
-        tx->MaxContSteps = 25;
-        double y[2] = {1.1, 0.1};
-        Recording run;
-        ASSERT_EQ(run.cycles(tx, y, 1, *parameter, 0.1), 1);
-        ASSERT_EQ(run.points.size(), 25u);
-        EXPECT_GT(*parameter, 1.2);
-        expect_stopped_at(*tx, run.points.back());
-        const Point &start_point = run.points[0], &next = run.points[1];
-        EXPECT_NEAR(std::hypot(next.c[0] - start_point.c[0], next.y[0] - start_point.y[0]), 0.1,
-                    0.001);
-        for (const Point& point : run.points) {
-            *parameter = point.c[0];
-            EXPECT_NEAR(std::fabs(point.y[0]), std::sqrt(Cycle::a), 1e-6);
-            EXPECT_LE(std::fabs(point.y[1]), 1e-8);
-            EXPECT_NEAR(point.T, 2 * pi / Cycle::w, 1e-6);
-            EXPECT_NEAR(point.er[1], 1, 1e-5);  // the trivial multiplier comes last
-            EXPECT_NEAR(point.er[0] / std::exp(-2 * Cycle::a * point.T), 1, 1e-3);
-        }
-    }
-}
+struct ExactBranch {
+    void (*flow)(double, double*, double*);
+    double& c;
+    double from, step, until;
+    double y[2], period;  // of the forcing; 0 for none
+    int steps;
+    void (*expect)(const Point&);  // with the parameter at its point
+};
 
-// The published periods, and for small mu the series of the angular velocity.
-TEST(OrbitBranch, MeetsThePeriodsOfVanDerPol) {
-    const Temporarily restored(VanDerPol::mu, 0.0);
-    const OpenHandle tx = open_study(VanDerPol::flow, 2, VanDerPol::mu);
-    tx->MaxContSteps = 90;
-    double T = 0;
-    for (const double mu : {2.0, 1.0}) {
-        VanDerPol::mu = mu;
-        double y[2] = {2, 0.1};
-        Recording run;
-        ASSERT_EQ(run.cycles(tx, y, 1, VanDerPol::mu, -0.05), 1);
-        EXPECT_NEAR(run.points.front().T, mu == 2 ? 7.62987447967 : 6.66328685932, 1e-7);
-        T = run.points.back().T;
-    }
-    EXPECT_LT(VanDerPol::mu, 0.3);
+void expect_circle(const Point& point) {
+    EXPECT_NEAR(std::fabs(point.y[0]), std::sqrt(Cycle::a), 1e-6);
+    EXPECT_LE(std::fabs(point.y[1]), 1e-8);
+    EXPECT_NEAR(point.T, 2 * pi / Cycle::w, 1e-6);
+    EXPECT_NEAR(point.er[1], 1, 1e-5);  // the trivial multiplier comes last
+    EXPECT_NEAR(point.er[0] / std::exp(-2 * Cycle::a * point.T), 1, 1e-3);
+}
+/// The published period at the start, and the series of the angular velocity for small mu.
+void expect_van_der_pol(const Point& point) {
     const double m = VanDerPol::mu * VanDerPol::mu;
-    EXPECT_NEAR(T, 2 * pi / (1 - m / 16 + 17 * m * m / 3072 + 35 * m * m * m / 884736), 1e-6);
+    const double velocity = 1 - m / 16 + 17 * m * m / 3072 + 35 * m * m * m / 884736;
+    if (m < 0.09) {
+        EXPECT_NEAR(point.T, 2 * pi / velocity, 1e-6);
+    } else if (point.steps == 0) {
+        EXPECT_NEAR(point.T, m > 1 ? 7.62987447967 : 6.66328685932, 1e-7);
+    }
+}
+void expect_response(const Point& point) {
+    EXPECT_EQ(point.T, 2 * pi);
+    EXPECT_NEAR(point.y[0], ForcedOscillator::in_phase(), 1e-6);
+    EXPECT_NEAR(point.y[1], ForcedOscillator::out_of_phase(), 1e-6);
+    EXPECT_NEAR(std::hypot(point.er[1], point.ei[1]), std::exp(-pi * ForcedOscillator::damping),
+                1e-6);
 }
 
-TEST(OrbitBranch, FollowsTheResponseThroughResonance) {
-    double& stiffness = ForcedOscillator::stiffness;
-    const Temporarily start(stiffness, 2.0);
-    const OpenHandle tx = open_study(ForcedOscillator::flow, 2, stiffness);
-    tx->MaxContSteps = 90;
-    double y[2] = {0, 0};
-    Recording run;
-    ASSERT_EQ(run.forced(tx, y, 2 * pi, stiffness, -0.1), 1);
-    EXPECT_LT(stiffness, 0.7);
-    for (const Point& point : run.points) {
-        stiffness = point.c[0];
-        EXPECT_EQ(point.T, 2 * pi);
-        EXPECT_NEAR(point.y[0], ForcedOscillator::in_phase(), 1e-6);
-        EXPECT_NEAR(point.y[1], ForcedOscillator::out_of_phase(), 1e-6);
-        EXPECT_NEAR(std::hypot(point.er[1], point.ei[1]), std::exp(-pi * ForcedOscillator::damping),
-                    1e-6);
+// A circle that grows, and one that turns faster: there the period alone moves.
+TEST(OrbitBranch, IsExact) {
+    double &a = Cycle::a, &w = Cycle::w, &mu = VanDerPol::mu, &k = ForcedOscillator::stiffness;
+    const ExactBranch cases[] = {
+        {Cycle::flow, a, 1, 0.1, 1.2, {1.1, 0.1}, 0, 25, expect_circle},
+        {Cycle::flow, w, 1, 0.1, 1.2, {1.1, 0.1}, 0, 25, expect_circle},
+        {VanDerPol::flow, mu, 2, -0.05, 1.9, {2, 0.1}, 0, 25, expect_van_der_pol},
+        {VanDerPol::flow, mu, 1, -0.05, 0.28, {2, 0.1}, 0, 90, expect_van_der_pol},
+        {ForcedOscillator::flow, k, 2, -0.1, 0.7, {0, 0}, 2 * pi, 90, expect_response}};
+    for (const ExactBranch& exact : cases) {
+        const Temporarily start(exact.c, exact.from);
+        const OpenHandle tx = open_study(exact.flow, 2, exact.c);
+        tx->MaxContSteps = exact.steps;
+        double y[2] = {exact.y[0], exact.y[1]};
+        Recording run;
+        ASSERT_EQ(exact.period > 0 ? run.forced(tx, y, exact.period, exact.c, exact.step)
+                                   : run.cycles(tx, y, 1, exact.c, exact.step),
+                  1);
+        expect_stopped_at(*tx, run.points.back());
+        EXPECT_GT((exact.c - exact.until) * exact.step, 0);
+        if (exact.period == 0) {  // steps are measured in state and parameter
+            const Point &first = run.points[0], &next = run.points[1];
+            const double length = std::hypot(next.c[0] - first.c[0], next.y[0] - first.y[0]);
+            EXPECT_NEAR(length, std::fabs(exact.step), 0.01 * std::fabs(exact.step));
+        }
+        for (const Point& point : run.points) {
+            exact.c = point.c[0];
+            exact.expect(point);
+        }
     }
 }
 
@@ -344,6 +327,7 @@ TEST_P(KnownBifurcation, IsFound) {
     const Temporarily stiffness(Duffing::stiffness, system.stiffness), start(system.c, known.from);
     std::vector<double> y = system.y;
     const OpenHandle tx = open_study(system.flow, static_cast<int>(y.size()), system.c);
+    tx->JacPert = tx->ParamJacPert = 1e-7;  // Duffing's doubling moves by as much
     tx->NewtRelTol = 1e-5;
     TXSetCut(tx.get(), system.cut, 1e-9);
     double t = 0;
@@ -376,32 +360,42 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(Known{doubling, 2.832445, 2e-6, 5.76982, roessler, 2.5, 0.1, 1, 1},
                     Known{doubling, 2.832445, 2e-6, 5.76982, roessler, 3.2, -0.1, 2, 1},
                     Known{doubling, 3.83736, 1e-5, 11.57269, roessler, 3.2, 0.1, 2, 1},
-                    Known{doubling, 0.265583, 1e-6, turn, two_wells, 0.2, 0.01, 0, 1},
+                    Known{doubling, 4.124215, 1e-5, 23.20261, roessler, 4, 0.05, 4, 1},
+                    Known{doubling, 0.2655818, 1e-6, turn, two_wells, 0.2, 0.01, 0, 1},
                     Known{"SADDLE-NODE 2 ) 1", 1.65767, 1e-5, turn, resonance, 0.9, 0.05, 0, 1},
                     Known{"SADDLE-NODE 2 ( 1", 1.42306, 1e-5, turn, resonance, 0.9, 0.05, 0, 2},
                     Known{"TORUS 2", 2, 1e-6, 4 * turn, langford, 1.9, 0.05, 1, 1}));
 
-// An orbit that does not move with the parameter: steps in the parameter alone.
-TEST(OrbitBranch, GoesOnAlongATrivialOrbit) {
-    for (const int check : {0, 1}) {
-        const double direction = check == 1 ? 1 : -1;
+// Where the solution does not move with the parameter there is no tangent to follow: steps in the
+// parameter alone, past a bifurcation that is located, and classified where that was asked for.
+TEST(TrivialBranch, GoesOnInEitherDirection) {
+    struct {
+        bool forced;
+        int check;
+        double direction;
+        const char* type;
+    } const cases[] = {{false, 1, 1, ""},  // those of equilibria are left to the caller
+                       {false, 1, -1, ""},
+                       {true, 1, 1, "PITCHFORK 1 -(- 0"},
+                       {true, 0, -1, ""}};
+    for (const auto& [forced, check, direction, type] : cases) {
         c = -0.5 * direction;
         const OpenHandle tx = open_study(pitchfork, 1, c);
         tx->MaxContSteps = 20;
         tx->CheckBifs = check;
         double y = 0;
         Recording run;
-        ASSERT_EQ(run.forced(tx, &y, 1, c, 0.1 * direction), 1);
+        const double step = 0.1 * direction;
+        ASSERT_EQ(forced ? run.forced(tx, &y, 1, c, step) : run.equilibria(tx, &y, c, step), 1);
         EXPECT_GT(c * direction, 0.5);
         EXPECT_EQ(run.points.back().y[0], 0);
         ASSERT_EQ(run.located().size(), 1u);
         EXPECT_NEAR(run.located()[0].c[0], 0, 1e-6);
-        EXPECT_EQ(run.located()[0].type, check == 1 ? "PITCHFORK 1 -(- 0" : "");
-        EXPECT_EQ(tx->txb->intang[0], 0);
+        EXPECT_EQ(run.located()[0].type, type);
         const std::size_t search = run.text.find(".\nSearching for bifurcation .");
-        EXPECT_LT(search, run.text.find("\n+--"));
-        EXPECT_EQ(run.text.find(" Checking bifurcation ", search) < run.text.find("\n+--"),
-                  check == 1);
+        const std::size_t box = run.text.find("\n+--", search);
+        EXPECT_LT(box, run.text.find("--+\n   Step: ", search));
+        EXPECT_EQ(run.text.find(" Checking bifurcation ", search) < box, forced && check == 1);
     }
 }
 

@@ -92,40 +92,33 @@ TEST(EquilibriumCurve, PassesThroughACusp) {
     EXPECT_GT(tx->txb->y[0], 0.5);
 }
 
-TEST(EquilibriumCurve, OfHopfPointsOfTheLorenzEquationsIsExact) {
+TEST(EquilibriumCurve, OfHopfPointsIsExactInBothDirections) {
     double &sigma = Lorenz::sigma, &rho = Lorenz::rho, &beta = Lorenz::beta;
+    double &A = Brusselator::A, &B = Brusselator::B;
+    const auto follow = [](const OpenHandle& tx, double& first, double& second, double dc,
+                           double (*distance)(const std::vector<double>&)) {
+        tx->MaxContSteps = 30;
+        Recording run;
+        ASSERT_EQ(run.curve(TXEqui2DCont, tx, first, second, dc), 1);
+        for (const Point& p : run.points) EXPECT_NEAR(distance(p.c), 0, 1e-4) << p.steps;
+        const auto leading = std::size_t(std::max(tx->txb->cindi[1], tx->txb->cindi[2]));
+        EXPECT_GT((run.points[1].c[leading] - run.points[0].c[leading]) * dc, 0);
+        const auto far = [&](const Point& p) {
+            return std::fabs(p.c[leading] - run.points[0].c[leading]) > 0.05;
+        };
+        EXPECT_TRUE(std::any_of(run.points.begin(), run.points.end(), far));
+    };
     for (const bool with_beta : {true, false}) {
-        const Temporarily start_sigma(sigma, 10.0), start_rho(rho, 470.0 / 19),
-            start_beta(beta, 8.0 / 3);
+        const Temporarily s(sigma, 10.0), r(rho, 470.0 / 19), b(beta, 8.0 / 3);
         const double x = std::sqrt(beta * (rho - 1));
         const OpenHandle tx =
             open_at(Lorenz::flow, {x, x, rho - 1}, 0, trajex::hopf, sigma, rho, beta);
-        tx->MaxContSteps = 30;
-        Recording run;
-        ASSERT_EQ(with_beta ? run.curve(TXEqui2DCont, tx, beta, rho, -1)
-                            : run.curve(TXEqui2DCont, tx, rho, sigma, 1),
-                  1);
-        for (const Point& p : run.points) {
-            const double s = p.c[0];
-            const double b = p.c[2];
-            EXPECT_NEAR(p.c[1], s * (s + b + 3) / (s - b - 1), 1e-4) << p.steps;
-            EXPECT_TRUE(with_beta ? s == 10 : b == 8.0 / 3);
-        }
-        EXPECT_GT(std::fabs(beta - 8.0 / 3) + std::fabs(sigma - 10), 0.1);
-    }
-}
-
-TEST(EquilibriumCurve, OfHopfPointsOfTheBrusselatorHasTwoDirections) {
-    double &A = Brusselator::A, &B = Brusselator::B;
-    for (const double dc : {-0.2, 0.3}) {
+        follow(tx, with_beta ? beta : rho, with_beta ? rho : sigma, with_beta ? -1 : 1,
+               [](const auto& c) { return c[1] - c[0] * (c[0] + c[2] + 3) / (c[0] - c[2] - 1); });
+        EXPECT_TRUE(with_beta ? sigma == 10 : beta == 8.0 / 3);
         const Temporarily start_A(A, 1.0), start_B(B, 2.0);
-        const OpenHandle tx = open_at(Brusselator::flow, {1, 2}, 0, trajex::hopf, A, B);
-        tx->MaxContSteps = 20;
-        Recording run;
-        ASSERT_EQ(run.curve(TXEqui2DCont, tx, A, B, dc), 1);
-        for (const Point& p : run.points) EXPECT_NEAR(p.c[1], 1 + p.c[0] * p.c[0], 1e-5);
-        EXPECT_GT(std::fabs(run.points.back().c[0] - 1), 0.5);
-        EXPECT_EQ(B > 2, dc > 0);
+        follow(open_at(Brusselator::flow, {1, 2}, 0, trajex::hopf, A, B), A, B,
+               with_beta ? -0.2 : 0.3, [](const auto& c) { return c[1] - 1 - c[0] * c[0]; });
     }
 }
 
@@ -241,49 +234,48 @@ TEST(OrbitCurve, OfToriEndsInAPointOfCodimensionTwo) {
     }
 }
 
-/// Liouville's formula: one multiplier is `critical`, and their product is the exponential of the
-/// integrated divergence.
-void expect_duffing_multipliers(const Point& p, double critical, double omega) {
-    const double product = p.er[0] * p.er[1];
-    EXPECT_NEAR(product, std::exp(-Duffing::damping * 2 * pi / omega), 1e-6) << p.steps;
-    const double nearest = std::min(std::fabs(p.er[0] - critical), std::fabs(p.er[1] - critical));
-    EXPECT_LT(nearest, 1e-5) << p.steps;
-    EXPECT_EQ(p.ei[0], 0) << p.steps;
-    EXPECT_EQ(p.T, 2 * pi);
-}
+struct DuffingCurve {
+    trajex::BifType type;
+    double critical;  // multiplier
+    double damping, stiffness, omega, force, dc;
+    std::vector<double> y;  // the guess
+};
 
-TEST(OrbitCurve, FollowsTheFoldsOfTheDuffingOscillatorRoundTheirCusp) {
+// Liouville's formula: one multiplier is critical, and the product of both is the exponential of
+// the integrated divergence.
+TEST(OrbitCurve, FollowsFoldsRoundTheirCuspAndDoublingsOfTheDuffingOscillator) {
     double &omega = Duffing::omega, &force = Duffing::force;
-    const Temporarily damping(Duffing::damping, 0.2), stiffness(Duffing::stiffness, 1.0);
-    const Temporarily start_omega(omega, 1.6577), start_force(force, 0.5);
-    const OpenHandle tx =
-        open_at(Duffing::flow, {-0.136, 2.271}, 2 * pi, trajex::saddle_node, omega, force);
-    ASSERT_EQ(TXLocateBif(tx.get(), tx->txb, &omega, 0, nullptr), 1);
-    EXPECT_NEAR(omega, 1.65767, 1e-5);
-    tx->MaxContSteps = 30;
-    Recording run;
-    ASSERT_EQ(run.curve(TXNonAuto2DCont, tx, omega, force, -0.1), 1);
-    for (const Point& p : run.points) expect_duffing_multipliers(p, 1, p.c[0]);
-    // On the other side of the tongue, at the force of the start, is the other fold.
-    std::size_t k = run.points.size() - 1;
-    ASSERT_GT(run.points[k].c[1], 0.5);
-    while (run.points[k - 1].c[1] > 0.5) --k;
-    const Point &below = run.points[k - 1], &above = run.points[k];
-    const double share = (0.5 - below.c[1]) / (above.c[1] - below.c[1]);
-    EXPECT_NEAR(below.c[0] + share * (above.c[0] - below.c[0]), 1.42306, 1e-3);
-}
-
-TEST(OrbitCurve, FollowsThePeriodDoublingsOfTheDuffingOscillator) {
-    double &omega = Duffing::omega, &force = Duffing::force;
-    const Temporarily damping(Duffing::damping, 0.3), stiffness(Duffing::stiffness, -1.0);
-    const Temporarily start_omega(omega, 1.2), start_force(force, 0.2656);
-    const OpenHandle tx =
-        open_at(Duffing::flow, {0.4076, 0.3226}, 2 * pi, trajex::period_doubling, force, omega);
-    ASSERT_EQ(TXLocateBif(tx.get(), tx->txb, &force, 0, nullptr), 1);
-    tx->MaxContSteps = 15;
-    Recording run;
-    ASSERT_EQ(run.curve(TXNonAuto2DCont, tx, force, omega, 0.05), 1);
-    for (const Point& p : run.points) expect_duffing_multipliers(p, -1, p.c[1]);
+    for (const DuffingCurve& curve :
+         {DuffingCurve{trajex::period_doubling, -1, 0.3, -1, 1.2, 0.2656, 0.05, {0.4076, 0.3226}},
+          DuffingCurve{trajex::saddle_node, 1, 0.2, 1, 1.6577, 0.5, -0.1, {-0.136, 2.271}}}) {
+        const bool folds = curve.type == trajex::saddle_node;
+        const Temporarily damping(Duffing::damping, curve.damping),
+            stiffness(Duffing::stiffness, curve.stiffness);
+        const Temporarily start_omega(omega, curve.omega), start_force(force, curve.force);
+        double &first = folds ? omega : force, &second = folds ? force : omega;
+        const OpenHandle tx = open_at(Duffing::flow, curve.y, 2 * pi, curve.type, first, second);
+        ASSERT_EQ(TXLocateBif(tx.get(), tx->txb, &first, 0, nullptr), 1);
+        EXPECT_NEAR(first, folds ? 1.65767 : 0.2655818, folds ? 1e-5 : 1e-6);
+        tx->MaxContSteps = folds ? 30 : 15;
+        Recording run;
+        ASSERT_EQ(run.curve(TXNonAuto2DCont, tx, first, second, curve.dc), 1);
+        double other_fold = 0;
+        for (std::size_t k = 0; k < run.points.size(); ++k) {
+            const Point& p = run.points[k];
+            const double product = std::exp(-curve.damping * 2 * pi / p.c[folds ? 0 : 1]);
+            EXPECT_NEAR(p.er[0] * p.er[1], product, 1e-6) << p.steps;
+            EXPECT_LT(
+                std::min(std::fabs(p.er[0] - curve.critical), std::fabs(p.er[1] - curve.critical)),
+                1e-5);
+            EXPECT_EQ(p.T, 2 * pi);
+            // On the other side of the tongue, at the force of the start.
+            if (!folds || k == 0 || p.c[1] < 0.5 || run.points[k - 1].c[1] >= 0.5) continue;
+            const std::vector<double>& below = run.points[k - 1].c;
+            const double share = (0.5 - below[1]) / (p.c[1] - below[1]);
+            other_fold = below[0] + share * (p.c[0] - below[0]);
+        }
+        EXPECT_NEAR(other_fold, folds ? 1.42306 : 0, 1e-3);
+    }
 }
 
 TEST(OrbitCurve, FollowsAFoldInOneDimension) {
@@ -369,7 +361,7 @@ TEST_F(LangfordCycle, FailedIntegrationsDoNotEndTheProcess) {
     const OpenHandle tx = open_here(lambda, b);
     tx->TerminateOnFatalError = 1;
     const Temporarily how(Failing::throws, false);
-    const Temporarily limit(Failing::calls_left, 8000L);
+    const Temporarily limit(Failing::calls_left, 100000L);
     EXPECT_EXIT(run.curve(TXAuto2DCont, tx, lambda, b, 0.05), testing::ExitedWithCode(1),
                 "'TXAuto2DCont': Minimum stepsize reached");
 }
