@@ -9,6 +9,8 @@
 namespace testing_support {
 
 inline constexpr double pi = std::numbers::pi;
+inline constexpr double infinity = std::numeric_limits<double>::infinity();
+inline constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
 
 /// y' = c y: y = y0 e^(c t), dy/dc = t y.
 struct Growth {
@@ -49,6 +51,14 @@ struct Oscillator {
         J[0][0] = J[1][1] = 0;
         J[0][1] = 1;
         J[1][0] = -1;
+    }
+};
+
+struct CountedOscillator {
+    static inline int evaluations = 0;
+    static void flow(double t, double* y, double* f) {
+        ++evaluations;
+        Oscillator::flow(t, y, f);
     }
 };
 
@@ -212,7 +222,7 @@ struct Failing {
         Flow(t, y, f);
         if (--calls_left >= 0) return;
         if (throws) throw Thrown();
-        f[0] = std::numeric_limits<double>::quiet_NaN();
+        f[0] = not_a_number;
     }
 };
 
