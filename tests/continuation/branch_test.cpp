@@ -113,7 +113,8 @@ TEST(EquilibriumBranch, WritesWhatTheModeAsksFor) {
         FILE *const s = state, *const p = path;
         Points points;
         const auto call = [&](auto... files) {
-            return TXEquiCont(tx.get(), &y, &c, &dc, 0, mode, files..., Recording::record, &points);
+            return TXEquiCont(tx.get(), &y, &c, &dc, 0, mode, files..., Recording::record,
+                              reinterpret_cast<FILE*>(&points));
         };
         const int bits = mode & 3;
         EXPECT_EQ(bits == 3 ? call(s, p) : bits == 2 ? call(p) : bits == 1 ? call(s) : call(), 1);
@@ -287,7 +288,7 @@ TEST(OrbitBranch, IsExact) {
             EXPECT_NEAR(length, std::fabs(exact.step), 0.01 * std::fabs(exact.step));
         }
         for (const Point& point : run.points) {
-            exact.c = point.c[0];
+            SCOPED_TRACE(exact.c = point.c[0]);
             exact.expect(point);
         }
     }
@@ -296,14 +297,14 @@ TEST(OrbitBranch, IsExact) {
 struct System {
     void (*flow)(double, double*, double*);
     double& c;
-    std::vector<double> y;  // where a transient starts
-    double transient = 0;
+    std::vector<double> y;                             // where a transient starts, at time 0
+    double transient = 0;                              // and ends
     double damping = 0.2, stiffness = 1, omega = 0.9;  // of Duffing's oscillator
     double (*cut)(double, double*) = first_component;
 };
 const System roessler{Roessler::flow, Roessler::c, {1, 1, 1}, 502};
 const System resonance{Duffing::flow, Duffing::omega, {0, 0}, 200 * pi};
-const System two_wells{Duffing::flow, Duffing::force, {1, 0}, 200 * pi, 0.3, -1, 1.2};
+const System two_wells{Duffing::flow, Duffing::force, {1, 0}, 200 * pi + 1, 0.3, -1, 1.2};
 const System langford{Langford::flow,  Langford::lambda, {0.85, 0, 1.17}, 400, 0, 0, 0,
                       second_component};
 
@@ -330,9 +331,8 @@ TEST_P(KnownBifurcation, IsFound) {
     tx->JacPert = tx->ParamJacPert = 1e-7;  // Duffing's doubling moves by as much
     tx->NewtRelTol = 1e-5;
     TXSetCut(tx.get(), system.cut, 1e-9);
-    double t = 0;
-    TXIntegrate(tx.get(), &t, system.transient, y.data());
     Recording run;
+    TXIntegrate(tx.get(), &run.t, system.transient, y.data());
     ASSERT_EQ(known.turns == 0
                   ? run.forced(tx, y.data(), known.T, system.c, known.step, known.nth)
                   : run.cycles(tx, y.data(), known.turns, system.c, known.step, known.nth),

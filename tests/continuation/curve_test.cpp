@@ -42,6 +42,12 @@ void forced_parabola(double t, double* y, double* f) {
     f[0] = c1 - c2 + u * u + 2 * pi * std::cos(2 * pi * t);
 }
 
+/// Beside it v' = c2 v: both multipliers are 1 at c2 = 0, and the curve goes on.
+void forced_parabola_beside_growth(double t, double* y, double* f) {
+    forced_parabola(t, y, f);
+    f[1] = c2 * y[1];
+}
+
 /// u' = v, v' = c1 + c2 v + u^2 + u v has Hopf points where c1 = -c2^2, u = -c2, up to c2 = 0. A
 /// forcing of the period 1 carries the equilibrium round: they become tori, with both multipliers 1
 /// at the end.
@@ -232,6 +238,25 @@ TEST(OrbitCurve, OfToriEndsInAPointOfCodimensionTwo) {
         EXPECT_NEAR(found ? c2 : 0, 0, 1e-5);
         EXPECT_NEAR(found ? tx->txb->y[0] : 0.5, 0.5, 1e-5);
     }
+}
+
+// It is looked for when it is near, and once it was found not soon again.
+TEST(OrbitCurve, GoesOnPastAPointOfCodimensionTwo) {
+    c1 = c2 = 0.05;
+    const OpenHandle tx =
+        open_at(forced_parabola_beside_growth, {0, 0}, 1, trajex::saddle_node, c1, c2);
+    tx->LambdaPert = 1e-5;
+    tx->LambdaNewtAbsTol = 1e-6;
+    tx->MaxContSteps = 14;
+    Recording run;
+    EXPECT_EQ(run.curve(TXNonAuto2DCont, tx, c1, c2, -0.01), 1);
+    for (const Point& p : run.points) EXPECT_NEAR(p.c[0], p.c[1], 1e-6) << p.steps;
+    EXPECT_LT(c2, -0.05);
+    const std::size_t search = run.text.find("Searching for Co-dimension 2\n:");
+    EXPECT_NE(run.text.find("\n ---- CO-DIMENSION 2 ----\n", search), std::string::npos);
+    EXPECT_EQ(search, run.text.rfind("Searching"));
+    const auto at_zero = [](const Point& p) { return std::fabs(p.c[1]) < 1e-6; };
+    EXPECT_TRUE(std::any_of(run.points.begin(), run.points.end(), at_zero));
 }
 
 struct DuffingCurve {

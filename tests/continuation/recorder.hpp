@@ -44,16 +44,16 @@ using Points = std::vector<Point>;
 struct Recording {
     Points points;
     std::string text;
-    double T = 0, dc = 0;
+    double t = 0, T = 0, dc = 0;
 
     int equilibria(const auto& tx, double* y, double& c, double step, int nrbif = 0) {
         return follow(TXEquiCont, *tx, y, &c, &(dc = step), nrbif);
     }
     int cycles(const auto& tx, double* y, int turns, double& c, double step, int nrbif = 0) {
-        return follow(TXAutoCont, *tx, 0.0, y, turns, &T, &c, &(dc = step), nrbif);
+        return follow(TXAutoCont, *tx, t, y, turns, &T, &c, &(dc = step), nrbif);
     }
     int forced(const auto& tx, double* y, double period, double& c, double step, int nrbif = 0) {
-        return follow(TXNonAutoCont, *tx, 0.0, y, period, &c, &(dc = step), nrbif);
+        return follow(TXNonAutoCont, *tx, t, y, period, &c, &(dc = step), nrbif);
     }
     int curve(auto kind, const auto& tx, double& c1, double& c2, double step) {
         return follow(kind, *tx, &c1, &c2, &(dc = step));
