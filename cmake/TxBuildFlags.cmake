@@ -11,6 +11,9 @@ if(TX_DEVELOPER)
         -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
         $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion>)
 endif()
+if(NOT TX_AVX2)
+    target_compile_definitions(tx_build_flags INTERFACE TX_NO_AVX2)
+endif()
 if(TX_SANITIZE)
     string(REPLACE ";" "," tx_sanitizers "${TX_SANITIZE}")
     target_compile_options(tx_build_flags INTERFACE

@@ -687,8 +687,8 @@ TX_API int TXStep(Trajex* tx, double* t0, double* y);
  * @param t1 time to reach, not before `*t0`. With t1 equal to `*t0` nothing is done.
  * @param y  state, n; on success that at t1
  *
- * Codes: 7 when t1 lies before `*t0` or is NaN, with nothing changed; 29 as for TXStep, also with
- * `*t0`, y and h of entry.
+ * Codes: 7 when t1 lies before `*t0`, is infinite or NaN, with nothing changed; 29 as for TXStep,
+ * also with `*t0`, y and h of entry.
  */
 TX_API int TXIntegrate(Trajex* tx, double* t0, double t1, double* y);
 
@@ -736,8 +736,9 @@ TX_API int TXSetCut(Trajex* tx, double (*cutfcn)(double t, double* y), double ep
  * @param t time at which f is evaluated
  * @param y a point of the hyperplane, n
  *
- * Codes: 10 when f vanishes at y. CutSurfaceDefined is as before, but point and normal are
- * already overwritten: define the plane again before using it.
+ * Codes: 10 when f vanishes at y, or when the sum of its squares is not a positive, finite number.
+ * CutSurfaceDefined is as before, but point and normal are already overwritten: define the plane
+ * again before using it.
  */
 TX_API int TXSetAutoCut(Trajex* tx, double t, double* y);
 
@@ -783,7 +784,8 @@ TX_API int TXPoincareStep(Trajex* tx, double* t, double* y);
  *
  * @param t time; receives that of the point
  * @param y state, n; receives the point
- * @return 1, or 0 without convergence; t and y are then those of the last iterate
+ * @return 1, or 0 without convergence, also where the cut value is constant or not a number; t and
+ *         y are then those of the last iterate
  *
  * A service of the orbit operations, without an entry step: it reports nothing of its own, but
  * its step may (code 29).
@@ -863,10 +865,11 @@ TX_API int TXftableg(Trajex* tx, double* t, double t1, long n, double* y,
  *                    estimate
  * @param nn          number of exponents, 1 to n
  *
- * Costs nn + 1 integrations per interval. Codes, with nothing integrated: 26 for nn, 23 for eps,
- * 7 for lyap_dt, 24 for a negative number of intervals, 3 (work memory). A failing integration
- * does not stop the computation: the result is 1, but ErrorCode holds the code of the first
- * failure, and the exponents are not to be trusted.
+ * Costs nn + 1 integrations per interval. Codes, with nothing integrated: 26 for nn, 23 for an eps
+ * that is not positive and finite, 7 for a lyap_dt that is not, or is too short to move t, 24 for a
+ * negative number of intervals, 3 (work memory). A failing integration does not stop the
+ * computation: the result is 1, but ErrorCode holds the code of the first failure, and the
+ * exponents are not to be trusted.
  */
 TX_API int TXLyapCalc(Trajex* tx, double* t, double* y, double eps, double lyap_dt,
                       long trans_steps, long lyap_steps, double* exponents, int nn);
@@ -955,7 +958,8 @@ TX_API void GSR(double* v, double* norm, int n, double* x, int nn);
  * sub-record cannot be opened, its order n (n + nparam + 1) + 1 exceeding int (n of about 46000)
  * included; 3 (memory; reported on the sub-record for the rows of its matrix); 26 for a null
  * address among the parameters. Whatever the failure, the handle can be closed or the opening
- * repeated.
+ * repeated. After 26 the sub-record is there with the parameters before the null address; after 3
+ * the parameters are those of the opening before.
  */
 TX_API int TXVarOpenTrajex(Trajex* tx, jac_t jac, ...);
 
@@ -1036,8 +1040,9 @@ TX_API int TXVarIntegrate(Trajex* tx, double* t0, double t1, double* y, double**
  * @param y   receives the state; n
  * @param Phi receives [Phi | S]; n rows of n + Nparam, with the active parameters of that step
  *
- * Codes: 12 when there is no variational step to interpolate, reported on the sub-record TX under
- * the name "TXInterpolate": it ends the process unless `tx->TX->TerminateOnFatalError` is 0.
+ * Codes: 12 when there is no variational step to interpolate, or one with another number of active
+ * parameters, reported on the sub-record TX under the name "TXInterpolate": it ends the process
+ * unless `tx->TX->TerminateOnFatalError` is 0.
  */
 TX_API int TXVarInterpolate(Trajex* tx, double t, double* y, double** Phi);
 
@@ -1208,7 +1213,8 @@ TX_API int TXEquiPoint(Trajex* tx, double* y);
  *
  * @param t   time, the phase of the forcing at which the orbit starts
  * @param y   a guess of the start, n; on success the state reached after one period, which is the
- *            start up to the tolerance. (The start itself is in `tx->TX->istate`.)
+ *            start up to the tolerance. (The start itself is in `tx->TX->istate`, which is work
+ *            memory: copy it from there, do not pass it as y.)
  * @param Phi receives the monodromy matrix, n rows of n; its eigenvalues are the multipliers
  * @param T   the period, positive
  *
@@ -1237,10 +1243,11 @@ TX_API int TXNonAutoOrbit(Trajex* tx, double t, double* y, double** Phi, double 
  * nparam is 0 while it works, and as before afterwards. With NewtAbsTol = 0 it cannot converge on
  * a section through the zero of a coordinate; see NewtAbsTol.
  *
- * Codes: 30 without convergence, or when a correction makes the period not positive; y, Phi and
- * `*T` are then those of the last integration. When the section is not reached, or not regained,
- * within the limits of MaxPeriodSteps, the result is 0 and ErrorCode is what the last step left
- * there, as a rule 0. A step that fails ends the search with its own code.
+ * Codes: 30 without convergence, y, Phi and `*T` being those of the last integration; also when a
+ * correction makes the period not positive, or too short to move t, `*T` being that period. When
+ * the section is not reached, or not regained, within MaxPeriodSteps steps, or a point on it not
+ * met within MaxPoincareSteps bisections or the resolution of t, the result is 0 and ErrorCode is
+ * what the last step left there, as a rule 0. A step that fails ends the search with its own code.
  */
 TX_API int TXAutoOrbit(Trajex* tx, double t, double* y, double** Phi, int p, double* T);
 

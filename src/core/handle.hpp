@@ -16,6 +16,9 @@ struct Handle : Trajex {
     std::unique_ptr<int[]> table_columns;
     std::unique_ptr<char[]> table_formats;
 
+    // Components of the last step taken; those of an extended system vary with its parameters.
+    std::size_t step_components = 0;
+
     // Of a handle: the parameter table. It outlives the sub-record, so that `c` and `cp` stay
     // valid.
     std::vector<double*> parameters;

@@ -21,7 +21,7 @@
 
 #include <cmath>
 #include <cstddef>
-#include <cstring>
+#include <type_traits>
 
 namespace trajex {
 
@@ -69,61 +69,25 @@ template <class Vector>
     m = v > m ? v : m;
 }
 
-/// Four numbers from anywhere, in two pairs: from a list GCC fills a vector one by one.
-[[gnu::always_inline]] inline void assign(Four& v, double v0, double v1, double v2, double v3) {
-    v = __builtin_shufflevector(Pair{v0, v1}, Pair{v2, v3}, 0, 1, 2, 3);
+/// Element j of successive rows, one after the other.
+[[gnu::always_inline]] inline void gather(Pair& v, double* const* rows, std::ptrdiff_t j) {
+    v = Pair{rows[0][j], rows[1][j]};
+}
+
+/// Two pairs, since from a list of four GCC fills a vector one by one.
+[[gnu::always_inline]] inline void gather(Four& v, double* const* rows, std::ptrdiff_t j) {
+    v = __builtin_shufflevector(Pair{rows[0][j], rows[1][j]}, Pair{rows[2][j], rows[3][j]}, 0, 1, 2,
+                                3);
+}
+
+template <class Vector>
+[[gnu::always_inline]] inline void scatter(const Vector& v, double* const* rows, std::ptrdiff_t j) {
+    for (std::size_t r = 0; r < sizeof(Vector) / sizeof(double); ++r) rows[r][j] = v[r];
 }
 
 #else
 
-struct Four {
-    double lane[4];
-    double& operator[](std::size_t i) { return lane[i]; }
-    double operator[](std::size_t i) const { return lane[i]; }
-};
-
-template <class Operation>
-Four combined(const Four& v, const Four& w, Operation operation) {
-    return {operation(v[0], w[0]), operation(v[1], w[1]), operation(v[2], w[2]),
-            operation(v[3], w[3])};
-}
-
-inline Four operator+(const Four& v, const Four& w) {
-    return combined(v, w, [](double x, double y) { return x + y; });
-}
-inline Four operator-(const Four& v, const Four& w) {
-    return combined(v, w, [](double x, double y) { return x - y; });
-}
-inline Four operator*(const Four& v, const Four& w) {
-    return combined(v, w, [](double x, double y) { return x * y; });
-}
-inline Four operator*(double x, const Four& v) {
-    return Four{x, x, x, x} * v;
-}
-inline Four operator-(const Four& v) {
-    return -1.0 * v;
-}
-inline Four& operator+=(Four& v, const Four& w) {
-    return v = v + w;
-}
-inline Four& operator-=(Four& v, const Four& w) {
-    return v = v - w;
-}
-
-inline void load(Four& v, const double* from) {
-    std::memcpy(&v, from, sizeof v);
-}
-inline void store(const Four& v, double* to) {
-    std::memcpy(to, &v, sizeof v);
-}
-inline void assign(Four& v, double v0, double v1, double v2, double v3) {
-    v = {v0, v1, v2, v3};
-}
-inline void keep_larger(Four& m, const Four& v) {
-    m = combined(m, v, [](double x, double y) { return y > x ? y : x; });
-}
-
-/// Kernels that are templates of their vectors take one number at a time.
+/// Without vectors, kernels take one number at a time.
 using Pair = double;
 
 #endif
@@ -141,6 +105,15 @@ using Pair = double;
 }
 [[gnu::always_inline]] inline void clear_where_zero(double& x, double y) {
     x = y == 0 ? 0 : x;
+}
+[[gnu::always_inline]] inline void keep_larger(double& m, double x) {
+    m = x > m ? x : m;
+}
+[[gnu::always_inline]] inline void gather(double& x, double* const* rows, std::ptrdiff_t j) {
+    x = rows[0][j];
+}
+[[gnu::always_inline]] inline void scatter(double x, double* const* rows, std::ptrdiff_t j) {
+    rows[0][j] = x;
 }
 [[gnu::always_inline]] inline void add_in_order(double& sum, double x) {
     sum += x;
@@ -161,7 +134,7 @@ template <class Kernel, class... Arguments>
     return Kernel::run(arguments...);
 }
 
-#if defined(__GNUC__) && defined(__x86_64__)
+#if defined(__GNUC__) && defined(__x86_64__) && !defined(TX_NO_AVX2)
 
 inline bool has_avx2() {
     return __builtin_cpu_supports("avx2") != 0;
@@ -201,6 +174,22 @@ template <template <class> class Kernel, class... Arguments>
 auto dispatch(Arguments... arguments) {
     if (has_avx2()) return run_for_avx2<Kernel<Longest>>(arguments...);
     return run_for_baseline<Kernel<Pair>>(arguments...);
+}
+
+/// Up to this many components the loops of a kernel are unrolled.
+inline constexpr std::size_t largest_unrolled = 8;
+
+/// The same with the number of components, which comes first, as a compile-time constant where it
+/// is small.
+template <template <class> class Kernel, std::size_t unrolled = 1, class... Arguments>
+auto dispatch_sized(std::size_t n, Arguments... arguments) {
+    if constexpr (unrolled > largest_unrolled) {
+        return dispatch<Kernel>(n, arguments...);
+    } else if (n == unrolled) {
+        return dispatch<Kernel>(std::integral_constant<std::size_t, unrolled>(), arguments...);
+    } else {
+        return dispatch_sized<Kernel, unrolled + 1>(n, arguments...);
+    }
 }
 
 }  // namespace trajex

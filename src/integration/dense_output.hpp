@@ -3,8 +3,8 @@
 // in the step costs arithmetic only, which is what loops over one step (bisection, samples) use.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
+#include <iterator>
 
 #include "core/simd.hpp"
 #include "integration/stage_passes.hpp"
@@ -13,7 +13,7 @@
 
 namespace trajex {
 
-/// Values of the seven basis polynomials at the normalised time tau, and the length of the step.
+/// Values of the seven basis polynomials at the normalised time tau.
 struct Basis {
     double d0, d1, d2, d3, d4, d5, d6;
 
@@ -23,13 +23,17 @@ struct Basis {
         const double tau4 = tau2 * tau2;
         const double tau1 = tau - 1;
         const double tau12 = tau1 * tau1;
-        d0 = (400 * tau4 - 808 * tau3 + 462 * tau2 - 34 * tau - 17) * (tau12 / -17);
-        d1 = (30200 * tau3 - 65084 * tau2 + 43806 * tau - 8721) * (-tau * tau12 / 8721);
-        d2 = (400 * tau4 - 1608 * tau3 + 2478 * tau2 - 1766 * tau + 513) * (tau2 / 17);
-        d3 = (3800 * tau3 - 7396 * tau2 + 4160 * tau - 513) * (tau1 * tau2 / 51);
-        d4 = (18400 * tau2 - 33088 * tau + 14877) * (-tau2 * tau12 / 918);
-        d5 = (tau2 * tau12 / 918) * (100000 * tau2 - 100000 * tau + 7125);
-        d6 = (tau2 * tau12 / 8721) * (-1600000 * tau2 + 1600000 * tau - 216000);
+        // Divisions cost most here. Together they become a few of vectors.
+        constexpr double divisors[] = {-17, 8721, 17, 51, 918, 8721};
+        double q[] = {tau12, -tau * tau12, tau2, tau1 * tau2, tau2 * tau12, tau2 * tau12};
+        for (std::size_t k = 0; k < std::size(q); ++k) q[k] /= divisors[k];
+        d0 = (400 * tau4 - 808 * tau3 + 462 * tau2 - 34 * tau - 17) * q[0];
+        d1 = (30200 * tau3 - 65084 * tau2 + 43806 * tau - 8721) * q[1];
+        d2 = (400 * tau4 - 1608 * tau3 + 2478 * tau2 - 1766 * tau + 513) * q[2];
+        d3 = (3800 * tau3 - 7396 * tau2 + 4160 * tau - 513) * q[3];
+        d4 = (18400 * tau2 - 33088 * tau + 14877) * -q[4];
+        d5 = q[4] * (100000 * tau2 - 100000 * tau + 7125);
+        d6 = q[5] * (-1600000 * tau2 + 1600000 * tau - 216000);
     }
 };
 
@@ -160,57 +164,61 @@ struct Polynomial {
 
 }  // namespace passes
 
-/// Fills rows 8 to 11 of the record's k for the last accepted step: four evaluations.
-template <class Flow>
-void complete_step(Flow& flow) {
-    Trajex& rec = flow.record();
-    const std::size_t n = flow.size();
-    const double t = rec.tfirst;
-    const double h = rec.tlast - rec.tfirst;
-    const StepRows rows(rec, n);
-    const auto predict = [&](const verner::HermiteWeights<double>& weights) {
-        dispatch<passes::Kernel<passes::Prediction<typename Flow::Sums>>::template For>(
-            n, &weights, h, &rows, rec.yw);
-    };
-    std::copy_n(rec.yfirst, n, rec.y0);
-    std::copy_n(rec.ylast, n, rec.y6);
-    flow(rec.tlast, rec.y6, rec.k + 11 * n);
-    dispatch<passes::Kernel<passes::MiddleState>::For>(n, h, rec.k, rows.f_end, rec.y0, rec.ynp1d2);
-    flow(t + 0.5 * h, rec.ynp1d2, rec.k + 8 * n);
-    predict(verner::at_090);
-    flow(t + 0.9 * h, rec.yw, rec.k + 9 * n);
-    predict(verner::at_095);
-    flow(t + 0.95 * h, rec.yw, rec.k + 10 * n);
-}
+/// A kernel: fills rows 8 to 11 of the record's k for the last accepted step by four evaluations.
+template <class Vector>
+struct CompleteStep {
+    template <class Size, class Flow>
+    [[gnu::always_inline]] static inline void run(Size n, const Flow* flow) {
+        Trajex& rec = flow->record();
+        const double t = rec.tfirst;
+        const double h = rec.tlast - rec.tfirst;
+        const StepRows rows(rec, n);
+        using Prediction = passes::Prediction<typename Flow::Sums>;
+        passes::run<passes::Copy, Vector>(n, rec.yfirst, rec.y0);
+        passes::run<passes::Copy, Vector>(n, rec.ylast, rec.y6);
+        (*flow)(rec.tlast, rec.y6, rec.k + 11 * n);
+        passes::run<passes::MiddleState, Vector>(n, h, rec.k, rows.f_end, rec.y0, rec.ynp1d2);
+        (*flow)(t + 0.5 * h, rec.ynp1d2, rec.k + 8 * n);
+        passes::run<Prediction, Vector>(n, &verner::at_090, h, &rows, rec.yw);
+        (*flow)(t + 0.9 * h, rec.yw, rec.k + 9 * n);
+        passes::run<Prediction, Vector>(n, &verner::at_095, h, &rows, rec.yw);
+        (*flow)(t + 0.95 * h, rec.yw, rec.k + 10 * n);
+    }
+};
 
-/// Hands the state at time t of a completed step to the flow. Outside the step the same polynomial
-/// extrapolates.
-template <class Flow>
-void evaluate_step(Flow& flow, double t) {
-    Trajex& rec = flow.record();
-    const std::size_t n = flow.size();
-    const double h = rec.tlast - rec.tfirst;
-    const Basis basis((t - rec.tfirst) / h);
-    const StepRows rows(rec, n);
-    dispatch<passes::Kernel<passes::Polynomial<typename Flow::Sums>>::template For>(n, &basis, h,
-                                                                                    &rows, rec.yw);
-    flow.store(rec.yw);
-}
+/// A kernel: the state at time t of a completed step to rec->yw. Outside the step the same
+/// polynomial extrapolates.
+template <class Sums>
+struct EvaluateStep {
+    template <class Vector>
+    struct For {
+        template <class Size>
+        [[gnu::always_inline]] static inline void run(Size n, Trajex* rec, double t) {
+            const double h = rec->tlast - rec->tfirst;
+            const Basis basis((t - rec->tfirst) / h);
+            const StepRows rows(*rec, n);
+            passes::run<passes::Polynomial<Sums>, Vector>(n, &basis, h, &rows, rec->yw);
+        }
+    };
+};
 
 /// Dense output of one step that is asked for several times: the step is completed at the first.
 template <class Flow>
 class DenseStep {
   public:
-    explicit DenseStep(Flow& flow) : flow_(flow) {}
+    explicit DenseStep(const Flow& flow) : flow_(flow) {}
 
     void at(double t) {
-        if (!complete_) complete_step(flow_);
+        Trajex& rec = flow_.record();
+        const std::size_t n = flow_.size();
+        if (!complete_) dispatch_sized<CompleteStep>(n, &flow_);
         complete_ = true;
-        evaluate_step(flow_, t);
+        dispatch_sized<EvaluateStep<typename Flow::Sums>::template For>(n, &rec, t);
+        flow_.store(rec.yw);
     }
 
   private:
-    Flow& flow_;
+    const Flow& flow_;
     bool complete_ = false;
 };
 

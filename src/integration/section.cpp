@@ -14,16 +14,17 @@ bool move_to_section(Trajex& tx, double* t, double* y) {
     const double half_width = tx.CutEps * 0.5;
     double t1 = *t;
     const double before = cut_value(tx, t1, y);
-    double t2 = t1;
-    if (TXStep(&tx, &t2, y) != 1) return false;
+    if (TXStep(&tx, t, y) != 1) return false;
+    double t2 = *t;
     const double after = cut_value(tx, t2, y);
     const double sign = after > before ? 1 : -1;
     double g1 = sign * before - half_width;
     double g2 = sign * after - half_width;
     StateFlow flow{tx, y};
     DenseStep<StateFlow> dense(flow);
-    for (int its = 0; its <= tx.MaxNewtSteps; ++its) {
+    for (int left = tx.MaxNewtSteps; left >= 0; --left) {
         const double next = t2 - (t1 - t2) * g2 / (g1 - g2);
+        if (!std::isfinite(next)) return false;  // the cut value stands still or is not a number
         *t = next;
         t1 = t2;
         g1 = g2;
@@ -54,14 +55,10 @@ int TXSetAutoCut(Trajex* handle, double t, double* y) {
     const std::size_t n = order_of(tx);
     std::copy_n(y, n, tx.istate);
     tx.fcn(t, y, tx.ivector);
-    double size = 0;
     double squares = 0;
-    for (std::size_t i = 0; i < n; ++i) {
-        size += std::fabs(tx.ivector[i]);
-        squares += tx.ivector[i] * tx.ivector[i];
-    }
-    if (size == 0) return report(&tx, Error::equilibrium_state, where);
+    for (std::size_t i = 0; i < n; ++i) squares += tx.ivector[i] * tx.ivector[i];
     const double length = std::sqrt(squares);
+    if (!(length > 0) || std::isinf(length)) return report(&tx, Error::equilibrium_state, where);
     for (std::size_t i = 0; i < n; ++i) tx.ivector[i] /= length;
     tx.CutSurfaceDefined = 1;
     return 1;

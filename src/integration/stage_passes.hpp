@@ -55,42 +55,43 @@ template <class Weights, std::size_t count, class Number>
 }
 
 /// Runs a pass whose components do not depend on each other: Pass::at for all of them, vector by
-/// vector. The last one overlaps the one before it where n is no multiple of their width; a small
-/// system, whose right-hand side would have to wait for components written twice, ends one by one.
+/// vector; what remains goes by a pair and one by one. In a small system nothing goes by pairs: its
+/// right-hand side has stored the components one by one a moment ago, and a pair would have to wait
+/// until both have reached the cache.
 template <class Pass, class Vector, class... Arguments>
 [[gnu::always_inline]] inline void run(std::size_t n, Arguments... arguments) {
     constexpr std::size_t step = width<Vector>;
     std::size_t i = 0;
-    if (n <= 8) {
-        for (; i + step <= n; i += step) Pass::template at<Vector>(i, n, arguments...);
-        for (; i < n; ++i) Pass::template at<double>(i, n, arguments...);
-    } else {
-        for (; i + step < n; i += step) Pass::template at<Vector>(i, n, arguments...);
-        Pass::template at<Vector>(n - step, n, arguments...);
+    for (; i + step <= n; i += step) Pass::template at<Vector>(i, n, arguments...);
+    if constexpr (step > width<Pair>) {
+        if (n > largest_unrolled && i + width<Pair> <= n) {
+            Pass::template at<Pair>(i, n, arguments...);
+            i += width<Pair>;
+        }
     }
+    for (; i < n; ++i) Pass::template at<double>(i, n, arguments...);
 }
 
-/// The same as a kernel in the sense of core/simd.hpp.
-template <class Pass>
-struct Kernel {
-    template <class Vector>
-    struct For {
-        template <class... Arguments>
-        [[gnu::always_inline]] static inline void run(std::size_t n, Arguments... arguments) {
-            passes::run<Pass, Vector>(n, arguments...);
-        }
-    };
+struct Copy {
+    template <class Number>
+    [[gnu::always_inline]] static inline void at(std::size_t i, std::size_t, const double* from,
+                                                 double* to) {
+        Number x;
+        load(x, from + i);
+        store(x, to + i);
+    }
 };
 
-/// Argument of the first stage: the state itself. Sums that start from zero never end in a negative
-/// zero, whatever the state; ours start with their first term and get there by giving the attempt a
-/// state without any.
+/// Argument of the first stage: the state itself, which is kept in `first`. Sums that start from
+/// zero never end in a negative zero, whatever the state; ours start with their first term and get
+/// there by giving the attempt a state without any.
 struct FirstArgument {
     template <class Number>
     [[gnu::always_inline]] static inline void at(std::size_t i, std::size_t, const double* state,
-                                                 double* y0, double* yw) {
+                                                 double* first, double* y0, double* yw) {
         Number y;
         load(y, state + i);
+        store(y, first + i);
         y = 0.0 + y;
         store(y, y0 + i);
         store(y, yw + i);
@@ -111,17 +112,21 @@ struct StageArgument {
 };
 
 /// Argument of the last stage, the solution of order 5, and all of the sixth-order sum that is
-/// known before that stage (y6 holds the bare sum until the step is finished).
+/// known before that stage (y6 holds the bare sum until the step is finished). Neither solution
+/// uses the second stage, but a step with a stage that is not finite must not be accepted: its
+/// term, zero otherwise, makes the error estimate not a number then.
 struct LastArgument {
     template <class Number>
     [[gnu::always_inline]] static inline void at(std::size_t i, std::size_t n, double h,
                                                  const double* k, const double* y0, double* yw,
                                                  double* y5, double* y6) {
         constexpr std::size_t last = verner::stages - 1;
-        Number sum, sum5, sum6, y;
+        Number sum, sum5, sum6, second, y;
         combine<StageRow<last>, last>(sum, k + i, n);
         combine<FifthOrder, last>(sum5, k + i, n);
         combine<SixthOrder, last>(sum6, k + i, n);
+        load(second, k + i + n);
+        sum5 += 0.0 * second;
         load(y, y0 + i);
         store(h * sum + y, yw + i);
         store(h * sum5 + y, y5 + i);

@@ -5,8 +5,8 @@
 //   Trajex& record();                the record that is stepped
 //   std::size_t size();              number of components
 //   void operator()(t, Y, F);        right-hand side
-//   void load(double* Y);            the caller's state into one vector, and back
-//   void store(const double* Y);
+//   const double* state(double* Y);  the caller's state as one vector, in Y if it is not one
+//   void store(const double* Y);     and back
 //   int step(double* t);             the public operations on the caller's state
 //   int interpolate(double t);
 //   int section_step(double* t);
@@ -24,6 +24,17 @@
 
 namespace trajex {
 
+/// Copies a state. A small one goes number by number (which is all that volatile is for): a block
+/// copy of what was just stored number by number waits until all of it has reached the cache.
+inline void copy_state(const double* from, std::size_t n, double* to) {
+    if (n > largest_unrolled) {
+        std::copy_n(from, n, to);
+        return;
+    }
+    const volatile double* const source = from;
+    for (std::size_t i = 0; i < n; ++i) to[i] = source[i];
+}
+
 /// The system itself: the record that is stepped is the handle.
 struct StateFlow {
     using Sums = StateSums;
@@ -34,29 +45,38 @@ struct StateFlow {
     Trajex& record() const { return tx; }
     std::size_t size() const { return order_of(tx); }
     void operator()(double t, double* state, double* f) const { tx.fcn(t, state, f); }
-    void load(double* state) const { std::copy_n(y, size(), state); }
-    void store(const double* state) const { std::copy_n(state, size(), y); }
+    const double* state(double*) const { return y; }
+    void store(const double* state) const { copy_state(state, size(), y); }
     int step(double* t) const { return TXStep(&tx, t, y); }
     int interpolate(double t) const { return TXInterpolate(&tx, t, y); }
     int section_step(double* t) const { return TXPoincareStep(&tx, t, y); }
 };
+
+/// One accepted step from the state `start` at t; the first attempt is of size h.
+template <class Flow>
+Outcome accepted_step(const Flow& flow, const double* start, double t, double h) {
+    return dispatch_sized<RepeatAttempts>(flow.size(), &flow.record(), start, t, h, &flow);
+}
+
+/// The record describes a step of the flow from now on, for dense output.
+template <class Flow>
+void step_taken(const Flow& flow) {
+    Trajex& rec = flow.record();
+    private_part(rec).step_components = flow.size();
+    rec.StepTaken = 1;
+}
 
 /// One accepted step from *t0. On failure the caller's time and state and the proposed step size
 /// stay as they were.
 template <class Flow>
 int take_step(Flow& flow, double* t0, const char* where) {
     Trajex& rec = flow.record();
-    const std::size_t n = flow.size();
-    const double t = *t0;
-    double h = first_step_size(rec);
-    flow.load(rec.yfirst);
-    rec.tfirst = t;
-    if (!accepted_step(rec, n, t, h, flow)) return report(&flow.tx, Error::minimum_step, where);
-    std::copy_n(rec.y6, n, rec.ylast);
-    flow.store(rec.ylast);
-    rec.h = h;
+    const Outcome step = accepted_step(flow, flow.state(rec.yfirst), *t0, first_step_size(rec));
+    if (!step.accepted) return report(&flow.tx, Error::minimum_step, where);
+    flow.store(rec.y6);
+    rec.h = step.next_h;
     *t0 = rec.tlast;
-    rec.StepTaken = 1;
+    step_taken(flow);
     return 1;
 }
 
@@ -68,18 +88,17 @@ int integrate_to(Flow& flow, double* t0, double t1, const char* where) {
     double t = *t0;
     if (t == t1) return 1;
     if (!(t1 > t) || std::isinf(t1)) return report(&flow.tx, Error::negative_time_step, where);
-    const std::size_t n = flow.size();
+    const double* start = flow.state(rec.y6);
     double h = first_step_size(rec);
-    flow.load(rec.y6);
     while (t < t1) {
-        rec.tfirst = t;
-        std::copy_n(rec.y6, n, rec.yfirst);
-        if (!accepted_step(rec, n, t, h, flow)) return report(&flow.tx, Error::minimum_step, where);
+        const Outcome step = accepted_step(flow, start, t, h);
+        if (!step.accepted) return report(&flow.tx, Error::minimum_step, where);
         t = rec.tlast;
+        h = step.next_h;
+        start = rec.y6;
     }
-    rec.StepTaken = 1;
+    step_taken(flow);
     rec.h = h;
-    std::copy_n(rec.y6, n, rec.ylast);
     if (t > t1) {
         if (flow.interpolate(t1) != 1) return 0;
     } else {
@@ -89,11 +108,12 @@ int integrate_to(Flow& flow, double* t0, double t1, const char* where) {
     return 1;
 }
 
-/// Dense output at time t of the last step.
+/// Dense output at time t of the last step, which has to be one of the same system.
 template <class Flow>
 int interpolate_at(Flow& flow, double t, const char* where) {
-    if (flow.record().StepTaken == 0) {
-        return report(&flow.record(), Error::no_step_taken, where);
+    Trajex& rec = flow.record();
+    if (rec.StepTaken == 0 || private_part(rec).step_components != flow.size()) {
+        return report(&rec, Error::no_step_taken, where);
     }
     DenseStep<Flow>(flow).at(t);
     return 1;

@@ -20,7 +20,6 @@ constexpr double pivot_floor = 1.0e-20;
 
 // Columns of a panel, which is decomposed without further division, and of a tile of an update.
 constexpr std::size_t panel_width = 8;
-constexpr std::size_t tile_rows = 4;
 
 // Columns whose updates are applied together: as many rows of U, a panel wide, stay in the cache.
 constexpr std::size_t most_updates = 128;
@@ -29,7 +28,8 @@ bool is_zero_row(const double* row, std::size_t n) {
     return std::all_of(row, row + n, [](double x) { return x == 0; });
 }
 
-// 1 / max |a_ij| for every row i; false when there is a row of zeros.
+// A kernel: 1 / max |a_ij| for every row i; false when there is a row of zeros.
+template <class Vector>
 struct ScaleRows {
     [[gnu::always_inline]] static inline bool run(std::size_t n, double* const* a, double* scale) {
         for (std::size_t i = 0; i < n; ++i) {
@@ -42,15 +42,18 @@ struct ScaleRows {
 
   private:
     [[gnu::always_inline]] static inline double largest_size(const double* row, std::size_t n) {
-        Four sizes{};
+        constexpr std::size_t step = width<Vector>;
+        Vector sizes{};
         std::size_t j = 0;
-        for (; j + 4 <= n; j += 4) {
-            Four v;
+        for (; j + step <= n; j += step) {
+            Vector v;
             load(v, row + j);
             keep_larger(sizes, v);
             keep_larger(sizes, -v);
         }
-        double largest = std::max(std::max(sizes[0], sizes[1]), std::max(sizes[2], sizes[3]));
+        double lanes[step];
+        store(sizes, lanes);
+        double largest = *std::max_element(lanes, lanes + step);
         for (; j < n; ++j) largest = std::max(largest, std::fabs(row[j]));
         return largest;
     }
@@ -64,31 +67,35 @@ struct Decomposition {
     double parity;
 };
 
-// Decomposes the columns [first, last) of all rows below; the updates from the columns before
-// `first` are done.
-struct DecomposePanel {
-    [[gnu::always_inline]] static inline void run(Decomposition* lu, std::size_t first,
-                                                  std::size_t last) {
+// Decomposes the columns [first, last), at most a panel, of all rows below; the updates from the
+// columns before `first` are done.
+class Panel {
+  public:
+    template <class Size>
+    [[gnu::always_inline]] static inline void decompose(Size n, Decomposition& lu,
+                                                        std::size_t first, std::size_t last) {
         double reciprocal = 1;
-        decompose_from<0>(*lu, first, last, reciprocal);
-        for (std::size_t i = last; i < lu->n; ++i) lu->a[i][last - 1] *= reciprocal;
+        decompose_from<0>(n, lu, first, last, reciprocal);
+        for (std::size_t i = last; i < n; ++i) lu.a[i][last - 1] *= reciprocal;
     }
 
   private:
-    template <std::size_t K>
-    [[gnu::always_inline]] static inline void decompose_from(Decomposition& lu, std::size_t first,
-                                                             std::size_t last, double& reciprocal) {
+    template <std::size_t K, class Size>
+    [[gnu::always_inline]] static inline void decompose_from(Size n, Decomposition& lu,
+                                                             std::size_t first, std::size_t last,
+                                                             double& reciprocal) {
         if constexpr (K < panel_width) {
             if (first + K == last) return;
-            decompose_column<K>(lu, first, reciprocal);
-            decompose_from<K + 1>(lu, first, last, reciprocal);
+            decompose_column<K>(n, lu, first, reciprocal);
+            decompose_from<K + 1>(n, lu, first, last, reciprocal);
         }
     }
 
     // Column K of the panel. The pass that updates it also looks for its pivot, and divides the
     // column before by the pivot found there.
-    template <std::size_t K>
-    [[gnu::always_inline]] static inline void decompose_column(Decomposition& lu, std::size_t first,
+    template <std::size_t K, class Size>
+    [[gnu::always_inline]] static inline void decompose_column(Size n, Decomposition& lu,
+                                                               std::size_t first,
                                                                double& reciprocal) {
         double u[panel_width];
         for (std::size_t k = 0; k < K; ++k) {
@@ -98,34 +105,56 @@ struct DecomposePanel {
         }
         const std::size_t column = first + K;
         std::size_t pivot = column;
+        double value = 0;
         double largest = 0;
-        for (std::size_t i = column; i < lu.n; ++i) {
+        for (std::size_t i = column; i < n; ++i) {
             double* const row = lu.a[i] + first;
             if constexpr (K > 0) row[K - 1] *= reciprocal;
             double sum = row[K];
             for (std::size_t p = 0; p < K; ++p) sum -= row[p] * u[p];
             row[K] = sum;
             const double size = lu.scale[i] * std::fabs(sum);
-            pivot = size >= largest ? i : pivot;  // never what is not a number
+            const bool better = i == column || size >= largest;  // never what is not a number
+            pivot = better ? i : pivot;
+            value = better ? sum : value;
             largest = size > largest ? size : largest;
         }
-        exchange(lu, column, pivot);
-        if (lu.a[column][column] == 0) lu.a[column][column] = pivot_floor;
-        reciprocal = 1 / lu.a[column][column];
+        exchange(n, lu, column, pivot);
+        if (value == 0) lu.a[column][column] = value = pivot_floor;
+        reciprocal = 1 / value;
     }
 
-    static void exchange(Decomposition& lu, std::size_t column, std::size_t pivot) {
+    template <class Size>
+    [[gnu::always_inline]] static inline void exchange(Size n, Decomposition& lu,
+                                                       std::size_t column, std::size_t pivot) {
         lu.exchanges[column] = static_cast<int>(pivot);
         if (pivot == column) return;
-        std::swap_ranges(lu.a[column], lu.a[column] + lu.n, lu.a[pivot]);
+        std::swap_ranges(lu.a[column], lu.a[column] + n, lu.a[pivot]);
         lu.scale[pivot] = lu.scale[column];
         lu.parity = -lu.parity;
     }
 };
 
-// Applies the columns [first, last), which are done, to the columns [last, right):
+struct DecomposePanel {
+    [[gnu::always_inline]] static inline void run(Decomposition* lu, std::size_t first,
+                                                  std::size_t last) {
+        Panel::decompose(lu->n, *lu, first, last);
+    }
+};
+
+// A matrix that is no wider than a panel.
+template <class>
+struct DecomposeWhole {
+    template <class Size>
+    [[gnu::always_inline]] static inline void run(Size n, Decomposition* lu) {
+        Panel::decompose(n, *lu, 0, n);
+    }
+};
+
+// A kernel: applies the columns [first, last), which are done, to the columns [last, right):
 //     rows [first, last) become U,   rows below A - L U.
 // right - last is a multiple of the panel width.
+template <class Vector>
 struct UpdateColumns {
     [[gnu::always_inline]] static inline void run(const Decomposition* lu, std::size_t first,
                                                   std::size_t last, std::size_t right) {
@@ -144,6 +173,22 @@ struct UpdateColumns {
     }
 
   private:
+    // Half of the sixteen registers hold a tile.
+    static constexpr std::size_t across = panel_width / width<Vector>;
+    static constexpr std::size_t tile_rows = std::max<std::size_t>(8 / across, 1);
+
+    using Row = Vector[across];
+
+    [[gnu::always_inline]] static inline void load_row(Row& row, const double* from) {
+        for (std::size_t c = 0; c < across; ++c) load(row[c], from + c * width<Vector>);
+    }
+    [[gnu::always_inline]] static inline void store_row(const Row& row, double* to) {
+        for (std::size_t c = 0; c < across; ++c) store(row[c], to + c * width<Vector>);
+    }
+    [[gnu::always_inline]] static inline void subtract(Row& row, double multiplier, const Row& u) {
+        for (std::size_t c = 0; c < across; ++c) row[c] -= multiplier * u[c];
+    }
+
     // Rows [i, end) of the tile at column j, minus their multipliers in `count` columns from
     // `first` on times as many rows of U. At the edge of the matrix the last row takes the places
     // of those missing: it is computed several times, with one result.
@@ -152,26 +197,19 @@ struct UpdateColumns {
                                                           std::size_t count, std::size_t j,
                                                           const double* u) {
         double* rows[tile_rows];
-        Four tile[tile_rows][2];
+        Row tile[tile_rows];
         for (std::size_t r = 0; r < tile_rows; ++r) {
             rows[r] = a[std::min(i + r, end - 1)];
-            load(tile[r][0], rows[r] + j);
-            load(tile[r][1], rows[r] + j + 4);
+            load_row(tile[r], rows[r] + j);
         }
-        for (std::size_t k = 0; k < count; ++k, u += panel_width) {
-            Four left, right;
-            load(left, u);
-            load(right, u + 4);
+        for (std::size_t k = 0; k < count; ++k) {
+            Row above;
+            load_row(above, u + k * panel_width);
             for (std::size_t r = 0; r < tile_rows; ++r) {
-                const double multiplier = rows[r][first + k];
-                tile[r][0] -= multiplier * left;
-                tile[r][1] -= multiplier * right;
+                subtract(tile[r], rows[r][first + k], above);
             }
         }
-        for (std::size_t r = 0; r < tile_rows; ++r) {
-            store(tile[r][0], rows[r] + j);
-            store(tile[r][1], rows[r] + j + 4);
-        }
+        for (std::size_t r = 0; r < tile_rows; ++r) store_row(tile[r], rows[r] + j);
     }
 
     // The updates that rows [i, end) of U give each other; the results also go to `u`.
@@ -179,19 +217,14 @@ struct UpdateColumns {
                                                           std::size_t end, std::size_t first,
                                                           std::size_t j, double* u) {
         for (std::size_t k = i; k < end; ++k) {
-            Four left, right, above;
-            load(left, a[k] + j);
-            load(right, a[k] + j + 4);
+            Row row, above;
+            load_row(row, a[k] + j);
             for (std::size_t p = i; p < k; ++p) {
-                load(above, u + (p - first) * panel_width);
-                left -= a[k][p] * above;
-                load(above, u + (p - first) * panel_width + 4);
-                right -= a[k][p] * above;
+                load_row(above, u + (p - first) * panel_width);
+                subtract(row, a[k][p], above);
             }
-            store(left, a[k] + j);
-            store(right, a[k] + j + 4);
-            store(left, u + (k - first) * panel_width);
-            store(right, u + (k - first) * panel_width + 4);
+            store_row(row, a[k] + j);
+            store_row(row, u + (k - first) * panel_width);
         }
     }
 };
@@ -222,22 +255,28 @@ bool lu_decompose(std::size_t n, double** a, int* exchanges, double& parity, dou
     if (!dispatch<ScaleRows>(n, a, scale)) return false;
     if (n == 0) return true;
     Decomposition lu{n, a, scale, exchanges, 1};
-    decompose_columns(lu, 0, n);
+    if (n <= panel_width) {
+        dispatch_sized<DecomposeWhole>(n, &lu);
+    } else {
+        decompose_columns(lu, 0, n);
+    }
     parity = lu.parity;
     return true;
 }
 
 namespace {
 
-// b_i - a_i,from b_from - ... - a_i,to-1 b_to-1 for `count` rows at a time, which only share b: the
-// processor works on one sum while it waits for another.
+// Forward substitution in `count` rows from i on, with the columns from `first` on. The rows only
+// share b, so that the processor works on one sum while it waits for another.
 template <std::size_t count>
-void subtract_products(double* const* a, std::size_t i, std::size_t from, std::size_t to,
-                       double* b) {
+void substitute_forward(double* const* a, std::size_t first, std::size_t i, double* b) {
     double sums[count];
     for (std::size_t r = 0; r < count; ++r) sums[r] = b[i + r];
-    for (std::size_t j = from; j < to; ++j) {
+    for (std::size_t j = first; j < i; ++j) {
         for (std::size_t r = 0; r < count; ++r) sums[r] -= a[i + r][j] * b[j];
+    }
+    for (std::size_t r = 1; r < count; ++r) {
+        for (std::size_t q = 0; q < r; ++q) sums[r] -= a[i + r][i + q] * sums[q];
     }
     for (std::size_t r = 0; r < count; ++r) b[i + r] = sums[r];
 }
@@ -246,15 +285,23 @@ void subtract_products(double* const* a, std::size_t i, std::size_t from, std::s
 
 void lu_substitute(std::size_t n, double* const* a, const int* exchanges, double* b) {
     for (std::size_t i = 0; i < n; ++i) std::swap(b[i], b[exchanges[i]]);
-    constexpr std::size_t rows = 4;
     std::size_t first = 0;
     while (first < n && b[first] == 0) ++first;  // zeros stay zeros
     std::size_t i = first;
-    for (; i + rows <= n; i += rows) {
-        subtract_products<rows>(a, i, first, i, b);
-        for (std::size_t r = 1; r < rows; ++r) subtract_products<1>(a, i + r, i, i + r, b);
+    for (; i + 4 <= n; i += 4) substitute_forward<4>(a, first, i, b);
+    switch (n - i) {
+        case 3:
+            substitute_forward<3>(a, first, i, b);
+            break;
+        case 2:
+            substitute_forward<2>(a, first, i, b);
+            break;
+        case 1:
+            substitute_forward<1>(a, first, i, b);
+            break;
+        default:
+            break;
     }
-    for (; i < n; ++i) subtract_products<1>(a, i, first, i, b);
     double next = 0;
     for (i = n; i-- > 0;) {
         double sum = b[i];

@@ -76,6 +76,7 @@ struct SweepStart {
 // on its rows at once. Its columns, three elements of each row above, wait: the reflections that
 // follow need only the nearest rows, and with several reflections at a time a row is read and
 // written once.
+template <class Vector>
 class BulgeChase {
   public:
     [[gnu::always_inline]] static inline void run(double** a, const SweepStart* start) {
@@ -90,7 +91,8 @@ class BulgeChase {
 
   private:
     static constexpr Index most = 16;  // reflections in a batch
-    static constexpr Index group = 4;  // rows in a vector
+    static constexpr Index group = width<Vector>;
+    static constexpr Index side_by_side = 2;
 
     BulgeChase(double** a, const SweepStart& start) : a_(a), start_(start) {}
 
@@ -140,11 +142,11 @@ class BulgeChase {
     // The first columns, which were just written one by one, are also read one by one.
     [[gnu::always_inline]] inline void apply_to_rows(Index k, const Reflection& h) {
         double* const rows[3] = {a_[k], a_[k + 1], a_[k + 2]};
-        const Index vectors_from = k + 2 + (start_.bottom - k - 1) % 4;
+        const Index vectors_from = k + 2 + (start_.bottom - k - 1) % group;
         Index j = k;
         for (; j < vectors_from; ++j) h.from_left(rows[0][j], rows[1][j], rows[2][j]);
-        for (; j <= start_.bottom; j += 4) {
-            Four a, b, c;
+        for (; j <= start_.bottom; j += group) {
+            Vector a, b, c;
             load(a, rows[0] + j);
             load(b, rows[1] + j);
             load(c, rows[2] + j);
@@ -157,43 +159,35 @@ class BulgeChase {
 
     [[gnu::always_inline]] inline void apply_to_rows_above() {
         Index i = start_.top;
-        for (; i + 2 * group <= edge_; i += 2 * group) apply_batch<2>(i);
-        if (i < edge_) apply_batch<1>(i);
+        for (; i + side_by_side * group <= edge_; i += side_by_side * group) {
+            apply_batch<side_by_side>(i);
+        }
+        for (; i < edge_; i += group) apply_batch<1>(i);
     }
 
-    // Applies the batch to some vectors of rows, from row i on. Two vectors side by side keep the
+    // Applies the batch to some vectors of rows, from row i on. Vectors side by side keep the
     // processor busy, since each reflection needs the result of the one before.
     template <Index vectors>
     [[gnu::always_inline]] inline void apply_batch(Index i) {
-        Four a[vectors], b[vectors], c;
+        Vector a[vectors], b[vectors], c;
         for (Index g = 0; g < vectors; ++g) {
-            read_column(i + g * group, first_, a[g]);
-            read_column(i + g * group, first_ + 1, b[g]);
+            gather(a[g], a_ + i + g * group, first_);
+            gather(b[g], a_ + i + g * group, first_ + 1);
         }
         for (Index t = 0; t < count_; ++t) {
             const Reflection h = batch_[t];
             for (Index g = 0; g < vectors; ++g) {
-                read_column(i + g * group, first_ + t + 2, c);
+                gather(c, a_ + i + g * group, first_ + t + 2);
                 h.from_right(a[g], b[g], c);
-                write_column(i + g * group, first_ + t, a[g]);
+                scatter(a[g], a_ + i + g * group, first_ + t);
                 a[g] = b[g];
                 b[g] = c;
             }
         }
         for (Index g = 0; g < vectors; ++g) {
-            write_column(i + g * group, first_ + count_, a[g]);
-            write_column(i + g * group, first_ + count_ + 1, b[g]);
+            scatter(a[g], a_ + i + g * group, first_ + count_);
+            scatter(b[g], a_ + i + g * group, first_ + count_ + 1);
         }
-    }
-
-    [[gnu::always_inline]] inline void read_column(Index i, Index j, Four& v) const {
-        assign(v, a_[i][j], a_[i + 1][j], a_[i + 2][j], a_[i + 3][j]);
-    }
-    [[gnu::always_inline]] inline void write_column(Index i, Index j, const Four& v) const {
-        a_[i][j] = v[0];
-        a_[i + 1][j] = v[1];
-        a_[i + 2][j] = v[2];
-        a_[i + 3][j] = v[3];
     }
 
     // The last reflection combines two rows and columns only.

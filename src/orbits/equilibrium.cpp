@@ -1,5 +1,4 @@
 // Equilibrium points: Newton's method on f(0, y) = 0.
-#include <cmath>
 #include <cstddef>
 
 #include "core/errors.hpp"

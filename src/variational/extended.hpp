@@ -36,9 +36,10 @@ class ExtendedFlow {
     Trajex& record() const { return *tx.TX; }
     std::size_t size() const { return n_ * (row_ + 1); }
 
-    void load(double* Y) const {
+    const double* state(double* Y) const {
         double* next = std::copy_n(y, n_, Y);
         for (std::size_t i = 0; i < n_; ++i) next = std::copy_n(Phi_[i], row_, next);
+        return Y;
     }
     void store(const double* Y) const {
         std::copy_n(Y, n_, y);

@@ -44,13 +44,19 @@ int extended_order(int order, int nparam) {
     return static_cast<int>(n * (n + m + 1) + 1);
 }
 
-bool take_parameter_table(Handle& handle, std::size_t count) {
+/// Replaces the parameter table by an empty one, both parts of it or none: nparam, c and cp of the
+/// handle always belong together.
+bool take_parameter_table(Handle& handle, int nparam) {
+    const auto count = static_cast<std::size_t>(nparam);
     try {
-        handle.parameters.assign(count, nullptr);
-        handle.active_flags.assign(count, 0);
+        std::vector<double*> parameters(count);
+        std::vector<char> flags(count);
+        handle.parameters.swap(parameters);
+        handle.active_flags.swap(flags);
     } catch (const std::bad_alloc&) {
         return false;
     }
+    handle.nparam = nparam;
     handle.c = handle.parameters.data();
     handle.cp = handle.active_flags.data();
     return true;
@@ -70,16 +76,17 @@ bool take_matrix_elements(Handle& sub, std::size_t rows) {
 }
 
 /// The storage that goes with an opened sub-record. A failure is reported where the memory was
-/// meant to go; the sub-record is not kept then.
-int take_storage(Trajex& tx) {
-    const std::size_t count = parameters_of(tx);
-    const std::size_t rows = order_of(tx) + count + 1;
+/// meant to go; the sub-record is not kept then, and the parameters are those of before.
+int take_storage(Trajex& tx, int nparam) {
+    const std::size_t rows = order_of(tx) + static_cast<std::size_t>(nparam) + 1;
     Handle& sub = private_part(*tx.TX);
     Trajex* reported_on = nullptr;
-    if (!take_parameter_table(private_part(tx), count) || !take_matrix_rows(sub, rows)) {
+    if (!take_matrix_rows(sub, rows)) {
         reported_on = &tx;
     } else if (!take_matrix_elements(sub, rows)) {
         reported_on = tx.TX;
+    } else if (!take_parameter_table(private_part(tx), nparam)) {
+        reported_on = &tx;
     }
     if (reported_on == nullptr) return 1;
     report(reported_on, Error::no_memory, where);
@@ -88,10 +95,14 @@ int take_storage(Trajex& tx) {
     return 0;
 }
 
+/// The parameters before an address that is null remain.
 int store_parameters(Trajex& tx, Arguments& arguments) {
-    for (std::size_t q = 0; q < parameters_of(tx); ++q) {
+    for (int q = 0; q < tx.nparam; ++q) {
         double* parameter = arguments.parameter();
-        if (parameter == nullptr) return report(&tx, Error::wrong_parameters, where);
+        if (parameter == nullptr) {
+            tx.nparam = q;
+            return report(&tx, Error::wrong_parameters, where);
+        }
         tx.c[q] = parameter;
     }
     return 1;
@@ -125,9 +136,9 @@ int open_subrecord(Trajex& tx, jac_t jac, Arguments& arguments) {
     tx.jac = jac;
     if (tx.TX == nullptr) return report(&tx, Error::no_substructure, where);
     tx.TX->AbsTol = tx.AbsTol;
-    tx.nparam = nparam;
+    if (take_storage(tx, nparam) != 1) return 0;
     if (nparam > 0) tx.paramjac = paramjac;
-    return take_storage(tx) == 1 ? store_parameters(tx, arguments) : 0;
+    return store_parameters(tx, arguments);
 }
 
 }  // namespace

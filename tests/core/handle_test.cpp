@@ -15,6 +15,7 @@ using namespace testing_support;
 using testing::ExitedWithCode;
 
 constexpr auto growth = Growth::flow;
+
 TEST(Opening, SetsTheDocumentedDefaults) {
     for (const double RelTol : {1e-6, 0.0}) {
         const OpenHandle tx = open_terminating(growth, 3, RelTol, 0.01);

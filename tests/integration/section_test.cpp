@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 
 #include "handles.hpp"
 #include "systems.hpp"
@@ -135,9 +136,12 @@ TEST(Hyperplane, RefusesWhatCannotBeCut) {
     EXPECT_EQ(TXCutSurface(tx.get(), y, y), 0);
     EXPECT_EQ(tx->ErrorCode, 8);
     EXPECT_TRUE(y[0] == 5 && y[1] == 6);
-    double rest[] = {0, 0};
-    EXPECT_EQ(TXSetAutoCut(tx.get(), 0, rest), 0);
-    EXPECT_EQ(tx->ErrorCode, 10);
+    for (const double flow : {0.0, 1e-200, 1e200, not_a_number}) {  // no length to divide by
+        double point[] = {0, flow};
+        EXPECT_EQ(TXSetAutoCut(tx.get(), 0, point), 0);
+        EXPECT_EQ(tx->ErrorCode, 10);
+        EXPECT_EQ(tx->CutSurfaceDefined, 0);
+    }
     for (const double eps : {0.0, -1e-8, not_a_number}) {
         EXPECT_EQ(TXSetCut(tx.get(), first_component, eps), 0);
         EXPECT_EQ(tx->ErrorCode, 16);
@@ -160,8 +164,11 @@ TEST(ClosestCut, MovesToTheNearbyPointBeyondTheSection) {
     }
     for (const auto cut : {constant, undefined_later}) {  // where there is none it gives up quietly
         Crossing c(cut, 0.0625, 1e-9, 0);
+        ASSERT_EQ(TXSetMaxNewtSteps(c.tx.get(), std::numeric_limits<int>::max()), 1);
         EXPECT_EQ(CLOSESTCUT(c.tx.get(), &c.t, c.y), 0);
         EXPECT_EQ(c.tx->ErrorCode, 0);
+        EXPECT_EQ(c.t, 0.0625);
+        EXPECT_DOUBLE_EQ(c.y[0], c.tx->ylast[0]);
     }
 }
 

@@ -136,6 +136,23 @@ TEST(Step, EndsWhereTheSystemIsNotDefined) {
     }
 }
 
+thread_local double hole;
+void with_a_hole(double t, double*, double* f) {
+    f[0] = t == hole ? not_a_number : std::cos(t);
+}
+
+// A stage need not enter the later ones, or the solution, to count.
+TEST(Step, IsNotTakenOverAStageThatIsNotANumber) {
+    for (const double node : {0.0, 1.0 / 6, 4.0 / 15, 2.0 / 3, 5.0 / 6, 1.0, 1.0 / 15}) {
+        const OpenHandle tx = open_recording(with_a_hole, 1, 1e-3, 0.1);
+        hole = 0.1 * node;
+        double t = 0, y = 0;
+        EXPECT_EQ(TXStep(tx.get(), &t, &y), node == 0 ? 0 : 1);
+        EXPECT_LT(t, 0.1) << node;
+        EXPECT_NEAR(y, std::sin(t), 1e-6);
+    }
+}
+
 TEST(Step, RefusesSizesThatDoNotMoveTheTime) {
     const OpenHandle tx = open_recording(Oscillator::flow, 2);
     for (const double h : {0.0, -0.01, 1e-20, 1e-320, infinity, not_a_number}) {
@@ -146,6 +163,10 @@ TEST(Step, RefusesSizesThatDoNotMoveTheTime) {
         EXPECT_EQ(tx->ErrorCode, 29);
         EXPECT_EQ(t, 1);
     }
+    double y[] = {1, 0};
+    double t = tx->h = 1e308;  // and the next step would end at infinity
+    EXPECT_EQ(TXStep(tx.get(), &t, y), 0);
+    EXPECT_EQ(tx->ErrorCode, 29);
 }
 
 }  // namespace

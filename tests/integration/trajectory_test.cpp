@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstddef>
 
@@ -107,7 +106,8 @@ TEST(Textbook, IntegrationsAreTheSameToTheLastBit) {
 }
 
 using Flow = const trajex::StateFlow*;
-using Kernel = bool (*)(std::size_t n, Trajex* rec, double t, double* h, Flow flow);
+using Kernel = trajex::Outcome (*)(std::size_t n, Trajex* rec, const double* start, double t,
+                                   double h, Flow flow);
 
 /// Five steps of the kernel, each with all that it leaves behind, compared bit by bit.
 void compare_steps(Kernel kernel, double AbsTol) {
@@ -119,9 +119,11 @@ void compare_steps(Kernel kernel, double AbsTol) {
     double h = tx->h;
     for (int step = 0; step < 5; ++step, y = plain.end, t = plain.t_end) {
         plain.step(t, y);
-        std::copy(y.begin(), y.end(), tx->yfirst);
-        ASSERT_TRUE(kernel(n, tx.get(), t, &h, &flow));
+        const trajex::Outcome taken = kernel(n, tx.get(), y.data(), t, h, &flow);
+        h = taken.next_h;
+        ASSERT_TRUE(taken.accepted);
         ASSERT_EQ(h, plain.h) << "n = " << n;
+        ASSERT_EQ(run.copy(tx->yfirst), y);
         ASSERT_EQ(tx->tlast, plain.t_end);
         ASSERT_EQ(run.copy(tx->y6), plain.end);
         for (std::size_t j = 0; j < 8; ++j) ASSERT_EQ(run.copy(tx->k + j * n), plain.F[j]);
@@ -129,10 +131,11 @@ void compare_steps(Kernel kernel, double AbsTol) {
 }
 
 TEST(Textbook, StepsAreTheSameWithEveryInstructionSet) {
-    const Kernel baseline = trajex::run_for_baseline<trajex::RepeatAttempts<trajex::Pair>,
-                                                     std::size_t, Trajex*, double, double*, Flow>;
+    const Kernel baseline =
+        trajex::run_for_baseline<trajex::RepeatAttempts<trajex::Pair>, std::size_t, Trajex*,
+                                 const double*, double, double, Flow>;
     const Kernel avx2 = trajex::run_for_avx2<trajex::RepeatAttempts<trajex::Longest>, std::size_t,
-                                             Trajex*, double, double*, Flow>;
+                                             Trajex*, const double*, double, double, Flow>;
     for (order = 1; order <= 21; ++order) {
         for (const double AbsTol : {0.0, 1e-9}) {
             compare_steps(baseline, AbsTol);

@@ -58,6 +58,11 @@ void expect_sensitivities(unsigned flags, jac_t paramjac, double RelTol) {
             EXPECT_DOUBLE_EQ(last[2 + i * columns + k], Phi[i][k]);
         }
     }
+    // With other parameters there is no such step.
+    tx->cp[0] = tx->cp[0] == 0;
+    tx->TX->TerminateOnFatalError = 0;
+    EXPECT_EQ(TXVarInterpolate(tx.get(), t, y, Phi), 0);
+    EXPECT_EQ(tx->TX->ErrorCode, 12);
 }
 
 TEST(ExtendedSystem, CarriesTheActiveParametersInOrder) {

@@ -84,7 +84,7 @@ TEST(VarOpen, RefusesBadArguments) {
         EXPECT_EQ(tx->ErrorCode, code);
         EXPECT_EQ(tx->TX == nullptr, code != 26);
         EXPECT_DOUBLE_EQ(tx->JacPert, 1e-3);
-        EXPECT_EQ(tx->nparam, code == 26 ? 4 : 0);
+        EXPECT_EQ(tx->nparam, code == 26 ? 3 : 0);  // those before the null address
         if (order == 2) expect_reopens(tx.get());
     };
     for (const double eps : {0.0, -1e-6, not_a_number}) {
@@ -99,27 +99,30 @@ TEST(VarOpen, RefusesBadArguments) {
 }
 
 // A failed allocation is recorded (code 15, or 3), or, where it is reported on the new sub-record,
-// which terminates, ends the process; either way with nothing left behind.
+// which terminates, ends the process; either way with nothing left behind. The parameters of the
+// opening before it stay registered.
 TEST(VarOpenDeathTest, ReportsEveryFailedAllocation) {
-    constexpr int recorded = 17, succeeded = 18;
+    constexpr int recorded = 17, succeeded = 18, wrong = 19;
     bool opened = false;
     int recordings = 0;
     for (int nth = 1; !opened; ++nth) {
         ASSERT_LT(nth, 100);
         const auto attempt = [nth] {
             OpenHandle tx = open_recording(oscillator, 2);
+            TXVarOpenTrajex(tx.get(), no_jacobian, 1, &no_parameter_jacobian, &c);
             int result = 0;
             bool failed = false;
             {
                 const FailingAllocation failing(nth);
-                result = TXVarOpenTrajex(tx.get(), no_jacobian, 1, &no_parameter_jacobian, &a);
+                result = TXVarOpenTrajex(tx.get(), no_jacobian, 2, &no_parameter_jacobian, &a, &b);
                 failed = failing.failed();
             }
-            if (!failed) std::exit(result == 1 ? succeeded : 1);
+            if (!failed) std::exit(result == 1 ? succeeded : wrong);
             const bool told = result == 0 && (tx->ErrorCode == 15 || tx->ErrorCode == 3);
+            EXPECT_TRUE(tx->nparam == 1 && tx->c[0] == &c && tx->cp[0] == 0);
             expect_reopens(tx.get());
             tx.reset();
-            std::exit(told && !testing::Test::HasFailure() ? recorded : 1);
+            std::exit(told && !testing::Test::HasFailure() ? recorded : wrong);
         };
         const auto as_expected = [&](int status) {
             opened = testing::ExitedWithCode(succeeded)(status);
