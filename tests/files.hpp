@@ -1,9 +1,12 @@
-// Files for tests: a name of its own for each, removed at the end of the scope.
+// Files for tests: a name of its own for each, removed at the end of the scope, or none at all.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -29,6 +32,29 @@ class TemporaryFile {
 
   private:
     std::string name_;
+};
+
+/// A stream into memory.
+class TextStream {
+  public:
+    TextStream() : stream_(open_memstream(&text_, &length_)) {}
+    ~TextStream() {
+        std::fclose(stream_);
+        std::free(text_);
+    }
+    TextStream(const TextStream&) = delete;
+    TextStream& operator=(const TextStream&) = delete;
+
+    operator FILE*() const { return stream_; }
+    std::string text() const {
+        std::fflush(stream_);
+        return {text_, length_};
+    }
+
+  private:
+    char* text_ = nullptr;
+    std::size_t length_ = 0;
+    FILE* stream_;
 };
 
 /// A name that no file can be created under.

@@ -3,11 +3,14 @@
 #pragma once
 
 #include <cmath>
+#include <limits>
 #include <numbers>
 
 namespace testing_support {
 
 inline constexpr double pi = std::numbers::pi;
+inline constexpr double infinity = std::numeric_limits<double>::infinity();
+inline constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
 
 /// y' = c y: y = y0 e^(c t), dy/dc = t y.
 struct Growth {
@@ -48,6 +51,14 @@ struct Oscillator {
         J[0][0] = J[1][1] = 0;
         J[0][1] = 1;
         J[1][0] = -1;
+    }
+};
+
+struct CountedOscillator {
+    static inline int evaluations = 0;
+    static void flow(double t, double* y, double* f) {
+        ++evaluations;
+        Oscillator::flow(t, y, f);
     }
 };
 
@@ -171,20 +182,17 @@ struct Roessler {
     }
 };
 
-/// Two forced oscillators. The time of the first is rescaled, so that its period is 2 pi whatever
-/// the frequency of the forcing is.
+/// x'' + damping x' + stiffness x + x^3 = force cos omega t. The time is rescaled, so that the
+/// period is 2 pi whatever omega is.
 struct Duffing {
+    static inline double damping = 0.2;
+    static inline double stiffness = 1;
+    static inline double force = 0.5;
     static inline double omega = 0.9;
-    static inline double gamma = 0.2;
-    /// x'' + 0.2 x' + x + x^3 = 0.5 cos omega t.
-    static void resonance(double t, double* y, double* f) {
+    static void flow(double t, double* y, double* f) {
         f[0] = y[1] / omega;
-        f[1] = (0.5 * std::cos(t) - 0.2 * y[1] - y[0] - y[0] * y[0] * y[0]) / omega;
-    }
-    /// x'' + 0.3 x' - x + x^3 = gamma cos 1.2 t.
-    static void two_wells(double t, double* y, double* f) {
-        f[0] = y[1];
-        f[1] = gamma * std::cos(1.2 * t) - 0.3 * y[1] + y[0] - y[0] * y[0] * y[0];
+        f[1] =
+            (force * std::cos(t) - damping * y[1] - stiffness * y[0] - y[0] * y[0] * y[0]) / omega;
     }
 };
 
@@ -199,6 +207,22 @@ struct Langford {
         f[0] = growth * y[0] - c * y[1];
         f[1] = growth * y[1] + c * y[0];
         f[2] = lambda * y[2] - (y[0] * y[0] + y[1] * y[1] + y[2] * y[2]);
+    }
+};
+
+/// A flow that fails when its calls are used up: it throws, or is no number.
+struct Failing {
+    struct Thrown {};
+    static constexpr long never = std::numeric_limits<long>::max();
+    static inline long calls_left = never;
+    static inline bool throws = true;
+
+    template <void (*Flow)(double, double*, double*)>
+    static void flow(double t, double* y, double* f) {
+        Flow(t, y, f);
+        if (--calls_left >= 0) return;
+        if (throws) throw Thrown();
+        f[0] = not_a_number;
     }
 };
 

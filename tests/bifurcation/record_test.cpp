@@ -1,82 +1,240 @@
-// The bifurcation record and the catalogue.
-#include "bifurcation/record.hpp"
-
+// The bifurcation record, the stability criteria over its eigenvalues, and its reports.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <type_traits>
+#include <vector>
 
-#include "allocation.hpp"
+#include "bifurcation/criteria.hpp"
+#include "bifurcation/record.hpp"
+#include "continuation/recorder.hpp"
 #include "handles.hpp"
 #include "systems.hpp"
 #include "tx.h"
 
 namespace {
 
-using testing_support::FailingAllocation;
-using testing_support::open_recording;
-using testing_support::open_variational;
-using testing_support::OpenHandle;
-using testing_support::Uncoupled;
+using namespace testing_support;
 
 TEST(Record, IsOneBlockInTheStatedOrder) {
-    for (const int m : {0, 2}) {
-        const OpenHandle tx = m == 0 ? open_variational(Uncoupled::flow, 2, nullptr, nullptr, 1e-6)
-                                     : open_variational(Uncoupled::flow, 2, nullptr, nullptr, 1e-6,
-                                                        &Uncoupled::a, &Uncoupled::b);
-        TrajexBif* bif = TXCreateBif(tx.get());
-        ASSERT_NE(bif, nullptr);
-        EXPECT_EQ(tx->txb, nullptr);  // the caller's, until it is stored there
-        EXPECT_EQ(bif->tx, tx.get());
-        EXPECT_EQ(bif->order, 2);
-        EXPECT_EQ(bif->t, 0);
-        EXPECT_EQ(bif->T, 0);
-        EXPECT_EQ(bif->biftype + bif->cindi[0] + bif->steps, 0);
-        const int rows = 2 + m + 1;
-        EXPECT_EQ(bif->Phi[0], bif->y + 2);
-        for (int i = 1; i < rows; ++i) EXPECT_EQ(bif->Phi[i], bif->Phi[i - 1] + rows);
-        EXPECT_EQ(bif->c, bif->Phi[rows - 1] + rows);
-        const double* next = bif->c + m;
-        for (const double* vector : {bif->er, bif->ei, bif->trans, bif->tang, bif->intang, bif->top,
-                                     bif->bot, bif->left, bif->right}) {
-            EXPECT_EQ(vector, next);
-            next += 2;
-        }
-        std::fill_n(bif->y, rows * rows + 10 * 2 + m, 1.0);  // all of it is there
-
-        // Destroying the handle's own record leaves none behind that closing would destroy again.
-        tx->txb = bif;
-        EXPECT_EQ(TXDestroyBif(tx.get(), bif), 1);
-        EXPECT_EQ(tx->txb, nullptr);
-        EXPECT_EQ(TXDestroyBif(tx.get(), nullptr), 0);
-        EXPECT_EQ(tx->ErrorCode, 0);
+    const auto tx = open_variational(Uncoupled::flow, 2, nullptr, nullptr, 1e-6, &Uncoupled::a);
+    TrajexBif* bif = tx->txb = TXCreateBif(tx.get());
+    ASSERT_NE(bif, nullptr);
+    EXPECT_EQ(bif->order, 2);
+    const int rows = 2 + 1 + 1;
+    EXPECT_EQ(bif->Phi[0], bif->y + 2);
+    for (int i = 1; i < rows; ++i) EXPECT_EQ(bif->Phi[i], bif->Phi[i - 1] + rows);
+    EXPECT_EQ(bif->c, bif->Phi[rows - 1] + rows);
+    const double* next = bif->c + 1;
+    for (const double* vector : {bif->er, bif->ei, bif->trans, bif->tang, bif->intang, bif->top,
+                                 bif->bot, bif->left, bif->right}) {
+        EXPECT_EQ(vector, next);
+        next += 2;
     }
-}
-
-TEST(Record, ReportsEveryFailedAllocation) {
-    const OpenHandle tx = open_recording(Uncoupled::flow, 2);
-    int refusals = 0;
-    for (;; ++refusals) {
-        const FailingAllocation failing(refusals + 1);
-        tx->txb = TXCreateBif(tx.get());
-        if (tx->txb != nullptr) break;
-        ASSERT_TRUE(failing.failed());
-        EXPECT_EQ(tx->ErrorCode, 3);
-    }
-    EXPECT_EQ(refusals, 3);
+    std::fill_n(bif->y, rows * rows + 10 * 2 + 1, 1.0);  // all of it is there
+    EXPECT_EQ(TXDestroyBif(tx.get(), bif), 1);
+    EXPECT_EQ(tx->txb, nullptr);  // closing would destroy it again
+    EXPECT_EQ(TXDestroyBif(tx.get(), nullptr), 0);
 }
 
 TEST(Record, TypesHaveTheirNamesAndIcons) {
     const char* const names[] = {"NOT DETERMINED",  "TORUS",     "TRANSCRITICAL", "SADDLE-NODE",
                                  "PERIOD DOUBLING", "PITCHFORK", "HOPF"};
-    const char* const left[] = {"?", "-oO-", "-/-", "(", "-(-", "-(-"};
-    const char* const right[] = {"?", "-Oo-", "-\\-", ")", "-)-", "-)-"};
-    for (int type = 0; type < 7; ++type) EXPECT_STREQ(TrajexBifName[type], names[type]);
-    for (int type = 0; type < 6; ++type) {
+    const char* const left[] = {"?", "-oO-", "-/-", "(", "-(-", "-(-", nullptr};
+    const char* const right[] = {"?", "-Oo-", "-\\-", ")", "-)-", "-)-", nullptr};
+    for (int type = 0; type < 7; ++type) {
+        EXPECT_STREQ(TrajexBifName[type], names[type]);
         EXPECT_STREQ(TrajexBifIconLeft[type], left[type]);
         EXPECT_STREQ(TrajexBifIconRight[type], right[type]);
     }
-    EXPECT_EQ(TrajexBifIconLeft[6], nullptr);
-    EXPECT_EQ(TrajexBifIconRight[6], nullptr);
+}
+
+// The criteria, on spectra chosen for their ties and their ends.
+using Values = std::vector<double>;
+
+/// What a criterion of a handle with these eigenvalues gives, and the places it names.
+struct Outcome {
+    double value;
+    int first = 9, second = 9;
+    bool operator==(const Outcome&) const = default;
+};
+Outcome of(auto criterion, const Values& er, Values ei = {}, auto... mode) {
+    ei.resize(er.size());
+    const auto tx = open_recording(Oscillator::flow, static_cast<int>(er.size()));
+    tx->txb = TXCreateBif(tx.get());
+    std::copy(er.begin(), er.end(), tx->txb->er);
+    std::copy(ei.begin(), ei.end(), tx->txb->ei);
+    Outcome outcome{};
+    if constexpr (std::is_invocable_v<decltype(criterion), Trajex*, int*, int*>) {
+        outcome.value = criterion(tx.get(), &outcome.first, &outcome.second);
+    } else {
+        outcome.value = criterion(tx.get(), &outcome.first, mode...);
+    }
+    return outcome;
+}
+
+TEST(Criteria, NameTheCriticalEigenvalue) {
+    EXPECT_EQ(of(CRIT, {0.5, -0.6, 1}, {0, 0.8, 0}, 1), (Outcome{1, 1}));
+    EXPECT_EQ(of(CRIT, {0.75, -1.25, 1}, {}, 1), (Outcome{0.75, 0}));  // the first of equal ones
+    EXPECT_EQ(of(CRIT, {0.5, 0.2, NAN, 0.9}, {}, 0), (Outcome{0.9, 3}));
+    for (const int left_out : {0, 1}) {  // at least one is looked at
+        EXPECT_EQ(of(CRIT, {3}, {4}, left_out), (Outcome{5, 0}));
+    }
+    EXPECT_EQ(of(EQUICRIT, {-3, 0.5, -0.2}), (Outcome{-0.2, 2}));
+    EXPECT_EQ(of(EQUICRIT, {0.5, -0.5, -1}), (Outcome{0.5, 0}));
+    // Of two: the greater real part first, then the greater imaginary part.
+    EXPECT_EQ(of(CRIT2, {-1, 0.3, 1}), (Outcome{0, 2, 0}));
+    EXPECT_EQ(of(CRIT2, {0.5, 0.5}, {-0.1, 0.1}), (Outcome{std::sqrt(0.26), 1, 0}));
+    EXPECT_EQ(of(CRIT2, {0.25, 1, 0.25}), (Outcome{0.75, 1, 0}));
+    EXPECT_EQ(of(EQUICRIT2, {-3, 0.5, -0.2}), (Outcome{-0.2, 2, 0}));
+    EXPECT_EQ(of(EQUICRIT2, {-0.2, -0.2, 1}, {-0.5, 0.5, 0}), (Outcome{-0.2, 1, 0}));
+    EXPECT_EQ(of(EQUICRIT2, {2, 1}), (Outcome{2, 0, 1}));
+    EXPECT_EQ(of(CRIT2, {0.5}), (Outcome{INFINITY, 0, 0}));
+}
+
+TEST(Criteria, PutTheTrivialMultiplierLast) {
+    Values er{0.5, 1, 0.2, 1}, ei{0.1, 0.01, 0.2, -0.01};
+    SORTEIG(er.data(), ei.data(), 4);
+    EXPECT_EQ(er, (Values{0.5, 1, 0.2, 1}));
+    EXPECT_EQ(ei, (Values{0.1, -0.01, 0.2, 0.01}));
+    const Values re{0.6, 0.5, -0.5}, im{0.8, 0, 0.5};  // the first is on the circle
+    EXPECT_EQ(trajex::stable_multipliers(re.data(), im.data(), 3), 2);
+    EXPECT_EQ(trajex::stable_eigenvalues(Values{-1, 0, 2, NAN, -1e-300}.data(), 5), 2);
+}
+
+TEST(Criteria, MatricesAreShownInBraces) {
+    double rows[2][2] = {{1, -0.25}, {1.0 / 3, 1e20}};
+    double* m[] = {rows[0], rows[1]};
+    testing::internal::CaptureStdout();
+    SHOWMAT(2, 2, m);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "\n"
+              "{{               1,          -0.25},\n"
+              " {    0.3333333333,          1e+20}}\n"
+              "\n");
+}
+
+/// A handle whose record describes a point with numbers of all sizes and signs.
+class Reports : public testing::Test {
+  protected:
+    void describe(int n, int m, trajex::PathKind kind) {
+        tx_ = open_variational(Oscillator::flow, n, nullptr, nullptr, 1e-6, &own_[0], &own_[1]);
+        tx_->nparam = m;
+        bif_ = tx_->txb = TXCreateBif(tx_.get());
+        bif_->cindi[0] = kind;
+        bif_->steps = 1234;
+        bif_->T = 2 * pi;
+        const double c[] = {0.5, -1234.5678}, y[] = {-2, 1.0 / 3};
+        const double vectors[] = {
+            0.25, -1.5, 0.5, 0, 0.6, -0.8, 1,    1e-5, 0,        // n = 1: er to right
+            0,    1,    0,   2, 3,   -2.5, 1e10, -1.5, -1e-10};  // n = 2: er to intang, to right
+        std::copy_n(c, m, bif_->c);
+        std::copy_n(y, n, bif_->y);
+        std::copy_n(vectors, 9 * n, bif_->er);
+        bif_->cleft = 0.4;
+        bif_->cright = 0.6;
+        bif_->ctop = 0.45;
+        bif_->cbot = 0.55;
+    }
+    std::string text(void (*report)(Trajex*, FILE*)) const {
+        const TextStream stream;
+        report(tx_.get(), stream);
+        return stream.text();
+    }
+    std::string box(int type, const char* title, int direction) {
+        bif_->biftype = type;
+        std::strcpy(bif_->btype, title);
+        bif_->indir = direction;
+        return text(TXStateBifOutput);
+    }
+
+    double own_[2] = {0.75, 1e-9};  // not the values in the record
+    OpenHandle tx_;
+    TrajexBif* bif_ = nullptr;
+};
+
+TEST_F(Reports, OfAPoint) {
+    describe(1, 2, trajex::orbit_path);
+    EXPECT_EQ(text(TXStateOutput),
+              "   Step: 1234     T=6.2831853    \n"
+              "   Parameters     State           Eigenvalue             Modulus\n"
+              "    0.5           -2               0.250000-i1.500000    1.52069     \n"
+              "   -1234.5678     \n"
+              "--------------------------------------------------------------------\n");
+}
+
+TEST_F(Reports, HaveThePeriodAndTheRuleOfTheirPath) {
+    describe(2, 2, trajex::no_path);
+    bif_->cindi[1] = 1;
+    const std::string one = "-1234.5678 -2 0.3333333333 \n";
+    const std::string two = "-1234.5678 0.5 -2 0.3333333333 \n";
+    const std::string paths[] = {one, one, two, one, two};
+    for (int kind = trajex::no_path; kind <= trajex::equilibrium_curve; ++kind) {
+        bif_->cindi[0] = kind;
+        const std::string point = text(TXStateOutput);
+        const std::string rule = kind == 0 ? "" : std::string(68, " -=.:"[kind]) + "\n";
+        EXPECT_TRUE(point.ends_with("1.5         \n" + rule)) << point;
+        EXPECT_EQ(point.find("T=") != std::string::npos, kind <= trajex::orbit_curve);
+        EXPECT_EQ(box(0, "", 0).find("T=") != std::string::npos, kind <= trajex::orbit_curve);
+        EXPECT_EQ(text(TXPathOutput), paths[kind]);
+    }
+}
+
+constexpr char frame[] = "+-------------------------------------------------------------------+\n";
+
+TEST_F(Reports, OfAPitchforkOfAnOrbit) {
+    describe(2, 1, trajex::orbit_curve);
+    const auto upper_part = [](const std::string& title) {
+        return std::string("\n") + frame + "|                        " + title + "|\n" +
+               "|                                                                   |\n"
+               "|                            T=6.28319                              |\n"
+               "|                                                                   |\n"
+               "| Parameters     State           Eigenvalue            Modulus      |\n"
+               "|  0.75          -2               0.250000+i0.500000   0.559017     |\n"
+               "|                 0.333333       -1.500000-i0.000000   1.5          |\n"
+               "|                                                                   |\n";
+    };
+    EXPECT_EQ(box(trajex::not_determined, "", 0),
+              upper_part("Bifurcation                                ") + frame);
+    EXPECT_EQ(box(trajex::pitchfork, " -(- 1->2", 1),
+              upper_part("PITCHFORK -(- 1->2                         ") +
+                  "|                Transversal    Tangent                             |\n"
+                  "|                 0.6            1                                  |\n"
+                  "|                -0.8            1e-05                              |\n"
+                  "|                                                                   |\n"
+                  "|      Left           Right          Top *          Bottom          |\n"
+                  "|       0.4            0.6            0.45           0.55           |\n"
+                  "|      ............   ............   ............   ............    |\n"
+                  "|      -2.5           -1.5            1              2              |\n"
+                  "|       1e+10         -1e-10          0              3              |\n" +
+                  frame);
+    EXPECT_NE(box(trajex::pitchfork, "", 2).find("Top            Bottom * "), std::string::npos);
+    EXPECT_NE(box(trajex::pitchfork, "", 3).find("Left *         Right  "), std::string::npos);
+}
+
+TEST_F(Reports, OfASaddleNodeHaveNoTangent) {
+    describe(1, 2, trajex::equilibrium_path);
+    EXPECT_EQ(box(trajex::saddle_node, " ) or ( ", 4),
+              std::string("\n") + frame +
+                  "|                        SADDLE-NODE ) or (                         |\n"
+                  "|                                                                   |\n"
+                  "|                                                                   |\n"
+                  "| Parameters     State           Eigenvalue            Modulus      |\n"
+                  "|  0.75          -2               0.250000-i1.500000   1.52069      |\n"
+                  "|  1e-09                                                            |\n"
+                  "|                                                                   |\n"
+                  "|                Transversal    Tangent                             |\n"
+                  "|                 0.5                                               |\n"
+                  "|                                                                   |\n"
+                  "|      Left           Right *        Top            Bottom          |\n"
+                  "|       0.4            0.6            0.45           0.55           |\n"
+                  "|      ............   ............   ............   ............    |\n"
+                  "|       1e-05          0             -0.8            1              |\n" +
+                  frame);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// What a continuation run writes, for tests: its text, and its points as the record holds them when
-// they are reported.
+// Continuation runs and what they report, for tests: their text, and their points as the record
+// holds them when they are reported.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -7,28 +7,29 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
+#include "files.hpp"
+#include "handles.hpp"
+#include "systems.hpp"
 #include "tx.h"
 
 namespace testing_support {
 
 struct Point {
     int steps = 0;
+    std::string type;  // of a bifurcation, as its box has it
+    int indir = 0;
     double T = 0;
-    std::vector<double> c;  // in the order of the handle's list
-    std::vector<double> y;
-    std::vector<double> er;
-    std::vector<double> ei;
+    std::vector<double> c, y, er, ei;  // the parameters in the order of the handle's list
 
     static Point of(const Trajex& tx) {
         const TrajexBif& bif = *tx.txb;
-        const auto copy = [](const double* first, int n) {
-            return std::vector<double>(first, first + n);
-        };
+        const auto copy = [](const double* first, int n) { return std::vector(first, first + n); };
         return {bif.steps,
+                bif.biftype == 0 ? "" : std::string(TrajexBifName[bif.biftype]) + bif.btype,
+                bif.indir,
                 bif.T,
                 copy(bif.c, tx.nparam),
                 copy(bif.y, tx.order),
@@ -37,54 +38,74 @@ struct Point {
     }
     bool operator==(const Point&) const = default;
 };
-
-/// A user output that appends the point to the vector it is given in place of a stream.
 using Points = std::vector<Point>;
-inline void record_point(Trajex* tx, FILE* points) {
-    reinterpret_cast<Points*>(points)->push_back(Point::of(*tx));
-}
-inline FILE* as_stream(Points& points) {
-    return reinterpret_cast<FILE*>(&points);
-}
 
-/// A stream into memory.
-class TextStream {
-  public:
-    TextStream() : stream_(open_memstream(&text_, &length_)) {}
-    ~TextStream() {
-        std::fclose(stream_);
-        std::free(text_);
+/// Runs with a state stream and a user output. The latter takes the points in place of a stream.
+struct Recording {
+    Points points;
+    std::string text;
+    double t = 0, T = 0, dc = 0;
+
+    int equilibria(const auto& tx, double* y, double& c, double step, int nrbif = 0) {
+        return follow(TXEquiCont, *tx, y, &c, &(dc = step), nrbif);
     }
-    TextStream(const TextStream&) = delete;
-    TextStream& operator=(const TextStream&) = delete;
+    int cycles(const auto& tx, double* y, int turns, double& c, double step, int nrbif = 0) {
+        return follow(TXAutoCont, *tx, t, y, turns, &T, &c, &(dc = step), nrbif);
+    }
+    int forced(const auto& tx, double* y, double period, double& c, double step, int nrbif = 0) {
+        return follow(TXNonAutoCont, *tx, t, y, period, &c, &(dc = step), nrbif);
+    }
+    int curve(auto kind, const auto& tx, double& c1, double& c2, double step) {
+        return follow(kind, *tx, &c1, &c2, &(dc = step));
+    }
 
-    operator FILE*() const { return stream_; }
-    std::string text() const {
-        std::fflush(stream_);
-        return {text_, length_};
+    /// The bifurcations found on a branch: they have the step number of the point before.
+    Points located() const {
+        Points found;
+        for (std::size_t i = 1; i < points.size(); ++i) {
+            if (points[i].steps == points[i - 1].steps) found.push_back(points[i]);
+        }
+        return found;
+    }
+
+    /// As the text reports them.
+    std::vector<double> step_sizes() const {
+        std::vector<double> sizes;
+        for (std::size_t at = 0; (at = text.find("size: ", at)) != std::string::npos; ++at) {
+            sizes.push_back(std::stod(text.substr(at + 6)));
+        }
+        return sizes;
+    }
+
+    static void record(Trajex* tx, FILE* points) {
+        reinterpret_cast<Points*>(points)->push_back(Point::of(*tx));
     }
 
   private:
-    char* text_ = nullptr;
-    std::size_t length_ = 0;
-    FILE* stream_;
+    int follow(auto operation, Trajex& tx, auto... arguments) {
+        points.clear();
+        const TextStream state;
+        const int result = operation(&tx, arguments..., 1 | 4, static_cast<FILE*>(state), record,
+                                     reinterpret_cast<FILE*>(&points));
+        text = state.text();
+        return result;
+    }
 };
 
-/// The step sizes that a state stream reports, in order.
-inline std::vector<double> reported_step_sizes(const std::string& text) {
-    static constexpr char label[] = "Stepsize: ";
-    std::vector<double> sizes;
-    for (std::size_t at = text.find(label); at != std::string::npos; at = text.find(label, at)) {
-        at += sizeof label - 1;
-        sizes.push_back(std::strtod(text.c_str() + at, nullptr));
-    }
-    return sizes;
+/// A handle for runs, at settings that suit bifurcations.
+template <class... Parameter>
+OpenHandle open_study(void (*fcn)(double, double*, double*), int order, Parameter&... parameters) {
+    OpenHandle tx = open_variational(fcn, order, nullptr, nullptr, 1e-9, &parameters...);
+    tx->LambdaNewtRelTol = 1e-6;
+    TXSetCut(tx.get(), second_component, 1e-9);
+    return tx;
 }
 
 /// Gives the handle a record at the state with the parameters' present values.
-inline void start_at(Trajex& tx, const std::vector<double>& y, double T = 0) {
+inline void start_at(Trajex& tx, const std::vector<double>& y, double T = 0, int biftype = 0) {
     tx.txb = TXCreateBif(&tx);
     tx.txb->T = T;
+    tx.txb->biftype = biftype;
     std::copy(y.begin(), y.end(), tx.txb->y);
     for (int q = 0; q < tx.nparam; ++q) tx.txb->c[q] = *tx.c[q];
     for (int i = 0; i < tx.order; ++i) tx.txb->er[i] = tx.txb->ei[i] = 0;

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <limits>
 
 #include "allocation.hpp"
 #include "handles.hpp"
@@ -16,7 +15,6 @@ using namespace testing_support;
 using testing::ExitedWithCode;
 
 constexpr auto growth = Growth::flow;
-constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
 
 TEST(Opening, SetsTheDocumentedDefaults) {
     for (const double RelTol : {1e-6, 0.0}) {

@@ -4,21 +4,18 @@
 #include <cmath>
 #include <cstddef>
 #include <filesystem>
-#include <limits>
 #include <numbers>
 #include <stdexcept>
 
 #include "files.hpp"
 #include "handles.hpp"
+#include "systems.hpp"
 #include "tx.h"
 
 namespace {
 
 using std::numbers::ln2;
 using namespace testing_support;
-
-constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
 
 int evaluations;
 int throw_at;      // evaluation that throws; 0 for none

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <limits>
 
 #include "handles.hpp"
 #include "systems.hpp"
@@ -17,9 +16,6 @@
 namespace {
 
 using namespace testing_support;
-
-constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
 
 /// Largest errors of one step of size h: of the solution, of its estimate, of the dense output.
 std::array<double, 3> step_errors(double h) {

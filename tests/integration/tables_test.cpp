@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdio>
 #include <filesystem>
-#include <limits>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -20,9 +19,6 @@
 namespace {
 
 using namespace testing_support;
-
-constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
 
 int evaluations;
 int throw_at;  // evaluation that throws; 0 for none

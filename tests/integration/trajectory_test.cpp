@@ -1,12 +1,15 @@
-// Whole trajectories against a plain statement of the method, and the times that are refused.
+// Whole trajectories, and the step as compiled for each instruction set, against a plain statement
+// of the method; the times that are refused.
 #include "integration/trajectory.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
+#include <cstddef>
 
+#include "core/simd.hpp"
 #include "handles.hpp"
+#include "integration/stepper.hpp"
 #include "integration/textbook.hpp"
 #include "systems.hpp"
 #include "tx.h"
@@ -16,21 +19,18 @@ namespace {
 using namespace testing_support;
 using textbook::Vector;
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
-
-/// A driven ring of n units: every component feels its neighbour and the time.
-template <int n>
-void driven_ring(double t, double* y, double* f) {
-    for (int i = 0; i < n; ++i) {
-        f[i] = std::sin(3 * y[(i + 1) % n]) - 0.3 * y[i] + std::cos(t + i);
+/// A driven ring of `order` units: every component feels its neighbour and the time.
+thread_local int order = 0;
+void ring(double t, double* y, double* f) {
+    for (int i = 0; i < order; ++i) {
+        f[i] = std::sin(3 * y[(i + 1) % order]) - 0.3 * y[i] + std::cos(t + i);
     }
 }
-
-struct Ring {
-    int n;
-    textbook::RightHandSide f;
-};
+/// The same with a first unit that rests at zero: its error has no tolerance either.
+void partly_resting_ring(double t, double* y, double* f) {
+    ring(t, y, f);
+    f[0] = -y[0];
+}
 
 /// The library and the textbook side by side, from a step size that is far too large.
 struct SideBySide {
@@ -39,11 +39,11 @@ struct SideBySide {
     Vector y;
     double t = 0;
 
-    SideBySide(const Ring& ring, double tolerance)
-        : tx(open_recording(ring.f, ring.n, tolerance, 2)),
-          plain{ring.f, static_cast<std::size_t>(ring.n), tolerance, tolerance / 10, 2} {
-        TXSetAbsTol(tx.get(), tolerance / 10);
-        for (int i = 0; i < ring.n; ++i) y.push_back(1 + 0.1 * i);
+    SideBySide(textbook::RightHandSide f, double RelTol, double AbsTol)
+        : tx(open_recording(f, order, RelTol, 2)),
+          plain{f, static_cast<std::size_t>(order), RelTol, AbsTol, 2} {
+        TXSetAbsTol(tx.get(), AbsTol);
+        for (int i = 0; i < order; ++i) y.push_back(1 + 0.1 * i);
     }
     Vector copy(const double* vector) const { return {vector, vector + y.size()}; }
     bool same_step() const {
@@ -56,14 +56,11 @@ struct SideBySide {
 /// Runs the comparison for the orders that the library treats differently, and three tolerances.
 template <class Comparison>
 void compare(Comparison&& comparison) {
-    for (const Ring& ring :
-         {Ring{1, driven_ring<1>}, Ring{2, driven_ring<2>}, Ring{3, driven_ring<3>},
-          Ring{4, driven_ring<4>}, Ring{5, driven_ring<5>}, Ring{8, driven_ring<8>},
-          Ring{10, driven_ring<10>}, Ring{11, driven_ring<11>}, Ring{50, driven_ring<50>},
-          Ring{200, driven_ring<200>}}) {
+    for (const int n : {1, 2, 3, 4, 5, 8, 10, 11, 50, 200}) {
         for (const double tolerance : {1e-3, 1e-6, 1e-10}) {
-            SCOPED_TRACE(testing::Message() << "order " << ring.n << ", tolerance " << tolerance);
-            comparison(SideBySide(ring, tolerance));
+            SCOPED_TRACE(testing::Message() << "order " << n << ", tolerance " << tolerance);
+            order = n;
+            comparison(SideBySide(ring, tolerance, tolerance / 10));
         }
     }
 }
@@ -108,11 +105,43 @@ TEST(Textbook, IntegrationsAreTheSameToTheLastBit) {
     });
 }
 
-thread_local int evaluations = 0;
+using Flow = const trajex::StateFlow*;
+using Kernel = trajex::Outcome (*)(std::size_t n, Trajex* rec, const double* start, double t,
+                                   double h, Flow flow);
 
-void counted_oscillator(double t, double* y, double* f) {
-    ++evaluations;
-    Oscillator::flow(t, y, f);
+/// Five steps of the kernel, each with all that it leaves behind, compared bit by bit.
+void compare_steps(Kernel kernel, double AbsTol) {
+    SideBySide run(partly_resting_ring, 1e-7, AbsTol);
+    auto& [tx, plain, y, t] = run;
+    y[0] = 0;
+    const std::size_t n = y.size();
+    const trajex::StateFlow flow{*tx, nullptr};
+    double h = tx->h;
+    for (int step = 0; step < 5; ++step, y = plain.end, t = plain.t_end) {
+        plain.step(t, y);
+        const trajex::Outcome taken = kernel(n, tx.get(), y.data(), t, h, &flow);
+        h = taken.next_h;
+        ASSERT_TRUE(taken.accepted);
+        ASSERT_EQ(h, plain.h) << "n = " << n;
+        ASSERT_EQ(run.copy(tx->yfirst), y);
+        ASSERT_EQ(tx->tlast, plain.t_end);
+        ASSERT_EQ(run.copy(tx->y6), plain.end);
+        for (std::size_t j = 0; j < 8; ++j) ASSERT_EQ(run.copy(tx->k + j * n), plain.F[j]);
+    }
+}
+
+TEST(Textbook, StepsAreTheSameWithEveryInstructionSet) {
+    const Kernel baseline =
+        trajex::run_for_baseline<trajex::RepeatAttempts<trajex::Pair>, std::size_t, Trajex*,
+                                 const double*, double, double, Flow>;
+    const Kernel avx2 = trajex::run_for_avx2<trajex::RepeatAttempts<trajex::Longest>, std::size_t,
+                                             Trajex*, const double*, double, double, Flow>;
+    for (order = 1; order <= 21; ++order) {
+        for (const double AbsTol : {0.0, 1e-9}) {
+            compare_steps(baseline, AbsTol);
+            if (trajex::has_avx2()) compare_steps(avx2, AbsTol);
+        }
+    }
 }
 
 // Only times ahead are reached; where a fixed step ends, without an interpolation.
@@ -125,13 +154,13 @@ TEST(Integrate, EvaluatesNothingInVain) {
                        {3, 4, 0, 4 * 8}};
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.t << " to " << c.t1);
-        const OpenHandle tx = open_recording(counted_oscillator, 2, 0, 0.25);
+        const OpenHandle tx = open_recording(CountedOscillator::flow, 2, 0, 0.25);
         double y[] = {1, 2};
         double t = c.t;
-        evaluations = 0;
+        CountedOscillator::evaluations = 0;
         EXPECT_EQ(TXIntegrate(tx.get(), &t, c.t1, y), c.code == 0);
         EXPECT_EQ(tx->ErrorCode, c.code);
-        EXPECT_EQ(evaluations, c.evaluations);
+        EXPECT_EQ(CountedOscillator::evaluations, c.evaluations);
         EXPECT_EQ(tx->StepTaken, c.evaluations > 0);
         EXPECT_EQ(y[0], c.evaluations > 0 ? tx->ylast[0] : 1);
         EXPECT_TRUE(t == (c.code == 0 ? c.t1 : c.t) || std::isnan(c.t));

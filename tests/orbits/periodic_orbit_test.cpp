@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 
 #include "core/guards.hpp"
 #include "handles.hpp"
@@ -14,9 +13,6 @@ namespace {
 
 using namespace testing_support;
 using trajex::Temporarily;
-
-constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
 
 /// A search in the plane, and what it is to find.
 struct Search {

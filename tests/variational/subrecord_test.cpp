@@ -17,7 +17,6 @@ namespace {
 using namespace testing_support;
 
 constexpr auto oscillator = Oscillator::flow;
-constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
 constexpr jac_t numerical = nullptr;
 constexpr double* missing = nullptr;
 

@@ -1,0 +1,476 @@
+// Branches of equilibria and of periodic orbits: exact ones, the bifurcations of well-known systems
+// on them, what a run writes, and how it ends.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bifurcation/record.hpp"
+#include "continuation/recorder.hpp"
+#include "core/guards.hpp"
+#include "handles.hpp"
+#include "systems.hpp"
+#include "tx.h"
+
+namespace {
+
+using namespace testing_support;
+using trajex::Temporarily;
+
+double c = 0;
+double other = 3;
+
+void line(double, double* y, double* f) {
+    f[0] = c - y[0];
+}
+void fold(double, double* y, double* f) {
+    f[0] = c - y[0] * y[0];
+}
+void pitchfork(double, double* y, double* f) {
+    f[0] = c * y[0] - y[0] * y[0] * y[0];
+}
+void ends_at_half(double, double* y, double* f) {
+    f[0] = c > 0.5 ? std::nan("") : c - y[0];
+}
+void turns_unstable_in_a_jump(double, double* y, double* f) {
+    f[0] = c < 0.45 ? c - y[0] : y[0] - c;
+}
+
+// ---- Equilibria ---------------------------------------------------------------------------------
+
+TEST(EquilibriumBranch, RunsBackBeyondAFold) {
+    const OpenHandle tx = open_study(fold, 1, other, c);
+    tx->NewtAbsTol = 1e-14;  // the location takes its root
+    tx->MaxContSteps = 60;
+    c = 1.21;
+    double y = 1;
+    Recording run;
+    ASSERT_EQ(run.equilibria(tx, &y, c, -0.1), 1);
+    EXPECT_GT(run.dc, 0) << "the parameter did not turn round";
+    ASSERT_EQ(run.located().size(), 1u);
+    EXPECT_NEAR(run.located()[0].c[1], 0, 1e-6);
+    double previous = 1.2;
+    for (const Point& point : run.points) {
+        EXPECT_NEAR(point.c[1], point.y[0] * point.y[0], 2e-7);
+        EXPECT_LT(point.y[0], previous);
+        EXPECT_LE(previous - point.y[0], 0.15);
+        EXPECT_NEAR(point.er[0], -2 * point.y[0], 1e-5);
+        previous = point.y[0];
+    }
+    EXPECT_LT(y, -1);
+    EXPECT_EQ(tx->txb->steps, 59);
+    expect_stopped_at(*tx, run.points.back());
+    const std::vector<double> sizes = run.step_sizes();
+    for (std::size_t i = 1; i < sizes.size(); ++i) {
+        const double growth = std::fabs(sizes[i] / sizes[i - 1]);
+        EXPECT_TRUE(std::fabs(growth - 0.5) < 1e-5 || (growth > 0.70709 && growth < 1.41422));
+    }
+}
+
+TEST(EquilibriumBranch, EndsAtItsLimits) {
+    const OpenHandle tx = open_study(line, 1, c);
+    Recording run;
+    const auto points_of = [&](int steps, int nrbif) {
+        tx->MaxContSteps = steps;
+        double y = c = 0;
+        EXPECT_EQ(run.equilibria(tx, &y, c, -0.25, nrbif), 1);
+        return run.points.size();
+    };
+    EXPECT_EQ(points_of(1, 0), 1u);
+    EXPECT_EQ(points_of(5, -1), 1u);
+    EXPECT_EQ(points_of(5, 0), 5u);
+    EXPECT_NEAR(c, -1, 1e-6);
+    EXPECT_EQ(run.dc, -0.25);  // the length on entry is the largest, whatever its sign
+}
+
+constexpr char linear_text[] =
+    "   Step: 0      \n"
+    "   Parameters     State           Eigenvalue             Modulus\n"
+    "    0              0              -1.000000-i0.000000    1           \n"
+    "....................................................................\n"
+    "   Stepsize: 0.5 .\n"
+    "   Step: 1      \n"
+    "   Parameters     State           Eigenvalue             Modulus\n"
+    "    0.5            0.5            -1.000000-i0.000000    1           \n"
+    "....................................................................\n";
+
+// Each combination of the bits, with a bit that means nothing. Only the extras whose bits are set
+// are read: those behind them do no harm.
+TEST(EquilibriumBranch, WritesWhatTheModeAsksFor) {
+    const OpenHandle tx = open_study(line, 1, c);
+    tx->jac = [](double, double*, double** J) { J[0][0] = -1; };
+    tx->paramjac = [](double, double*, double** J) { J[0][0] = 1; };
+    tx->MaxContSteps = 2;
+    for (int mode = 0; mode < 16; ++mode) {
+        SCOPED_TRACE(mode);
+        double y = c = 0;
+        double dc = 0.5;
+        const TextStream state, path;
+        FILE *const s = state, *const p = path;
+        Points points;
+        const auto call = [&](auto... files) {
+            return TXEquiCont(tx.get(), &y, &c, &dc, 0, mode, files..., Recording::record,
+                              reinterpret_cast<FILE*>(&points));
+        };
+        const int bits = mode & 3;
+        EXPECT_EQ(bits == 3 ? call(s, p) : bits == 2 ? call(p) : bits == 1 ? call(s) : call(), 1);
+        EXPECT_EQ(state.text(), (mode & 1) != 0 ? linear_text : "");
+        EXPECT_EQ(path.text(), (mode & 2) != 0 ? "0 0 \n0.5 0.5 \n" : "");
+        EXPECT_EQ(points.size(), (mode & 4) != 0 ? 2u : 0u);
+    }
+}
+
+TEST(EquilibriumBranch, EndsWithACode) {
+    Recording run;
+    OpenHandle tx;
+    const auto expect_end = [&](int code, double step, auto flow, auto&... parameters) {
+        tx = open_study(flow, 1, parameters...);
+        double y = c = 0;
+        EXPECT_EQ(run.equilibria(tx, &y, c, step), 0);
+        EXPECT_EQ(tx->ErrorCode, code);
+        EXPECT_EQ(run.points.empty(), code != 29);
+        EXPECT_TRUE(y == 0 || code == 29);
+    };
+    expect_end(26, 0.1, line);
+    expect_end(26, 0.1, line, other);
+    expect_end(26, 0.1, line, c, c);
+    expect_end(
+        30, 0.1, [](double, double* y, double* f) { f[0] = 1 + y[0] * y[0]; }, c);
+    expect_end(29, 0.15, ends_at_half, c);
+    const double smallest = 0.15 * tx->NewtRelTol + tx->NewtAbsTol;
+    EXPECT_TRUE(run.dc < smallest && 2 * run.dc >= smallest);
+    EXPECT_NEAR(tx->txb->y[0], 0.5, 1e-5);  // the record keeps the last accepted point
+    expect_end(29, 0.1, turns_unstable_in_a_jump, c);
+    EXPECT_TRUE(run.located().empty());
+    EXPECT_NEAR(tx->txb->c[0], 0.45, 1e-5);
+
+    // Steps without end or number, and none that ever converges, with no smallest one.
+    for (const double dc : {HUGE_VAL, -HUGE_VAL, std::nan("")}) expect_end(29, dc, line, c);
+    tx->NewtRelTol = tx->NewtAbsTol = 0;
+    tx->jac = [](double, double*, double** J) { J[0][0] = std::nan(""); };
+    double y = c = 0;
+    EXPECT_EQ(run.equilibria(tx, &y, c, 0.1), 0);
+    EXPECT_EQ(tx->ErrorCode, 29);
+}
+
+// A search that fails is the business of the run, also under the policy that ends the process.
+TEST(EquilibriumBranch, SurvivesAFailedSearchUnderEitherPolicy) {
+    const OpenHandle tx = open_study(turns_unstable_in_a_jump, 1, c);
+    Recording run;
+    const auto follow = [&](int steps) {
+        tx->MaxContSteps = steps;
+        double y = c = 0;
+        return run.equilibria(tx, &y, c, 0.1);
+    };
+    for (const int policy : {0, 1}) {
+        tx->TerminateOnFatalError = policy;
+        EXPECT_EQ(follow(9), 1);
+        EXPECT_EQ(tx->TerminateOnFatalError, policy);
+        EXPECT_LT(run.points.size(), 9u) << "nothing was rejected";
+        EXPECT_LT(run.points.back().c[0], 0.45);
+    }
+    EXPECT_EXIT(follow(1000), testing::ExitedWithCode(1), "'TXEquiCont': Minimum stepsize reached");
+}
+
+TEST(EquilibriumBranch, ReplacesARecordWithTooLittleRoom) {
+    const OpenHandle tx = open_study(line, 1, c);
+    tx->MaxContSteps = 3;
+    double y = c = 0;
+    Recording run;
+    ASSERT_EQ(run.equilibria(tx, &y, c, 0.1), 1);
+    TXVarOpenTrajex(tx.get(), nullptr, 1e-7, 3, jac_t{}, 1e-7, &other, &c, &other);
+    ASSERT_EQ(run.equilibria(tx, &y, c, 0.1), 1);
+    EXPECT_EQ(trajex::private_part(*tx->txb).parameters, 3u);
+    expect_stopped_at(*tx, run.points.back());
+}
+
+// The README says how exactly the Hopf point of the Lorenz equations is located under given
+// settings, with analytic Jacobians and with numerical ones. These are its figures.
+TEST(EquilibriumBranch, LocatesAsExactlyAsDocumented) {
+    struct Documented {
+        double RelTol;
+        bool explicit_tolerances;
+        double analytic, numerical;  // error
+    };
+    for (const Documented& row : {Documented{1e-6, false, 7e-2, 7e-2},
+                                  {1e-9, false, 8e-5, 4e-3},
+                                  {1e-12, false, 5e-9, 4e-5},
+                                  {1e-9, true, 2e-11, 3e-7}}) {
+        for (const bool analytic : {true, false}) {
+            const Temporarily start(Lorenz::rho, 2.0);
+            const OpenHandle tx = open_recording(Lorenz::flow, 3, row.RelTol);
+            const double h = row.explicit_tolerances ? 1e-6 : 1000 * row.RelTol;
+            if (row.explicit_tolerances) {
+                tx->NewtAbsTol = 1e-9;
+                tx->LambdaNewtRelTol = 1e-8;
+                tx->LambdaPert = h;
+            }
+            TXVarOpenTrajex(tx.get(), nullptr, h, 1, nullptr, h, &Lorenz::rho);
+            if (analytic) {
+                tx->jac = Lorenz::jacobian;
+                tx->paramjac = [](double, double* y, double** J) {
+                    J[0][0] = J[2][0] = 0;
+                    J[1][0] = y[0];
+                };
+            }
+            double y[] = {1.6, 1.6, 1};
+            Recording run;
+            ASSERT_EQ(run.equilibria(tx, y, Lorenz::rho, 0.5, 1), 1);
+            EXPECT_LE(std::fabs(Lorenz::rho - 470.0 / 19),
+                      1.2 * (analytic ? row.analytic : row.numerical));
+        }
+    }
+}
+
+// ---- Periodic orbits ----------------------------------------------------------------------------
+
+struct ExactBranch {
+    void (*flow)(double, double*, double*);
+    double& c;
+    double from, step, until;
+    double y[2], period;  // of the forcing; 0 for none
+    int steps;
+    void (*expect)(const Point&);  // with the parameter at its point
+};
+
+void expect_circle(const Point& point) {
+    EXPECT_NEAR(std::fabs(point.y[0]), std::sqrt(Cycle::a), 1e-6);
+    EXPECT_LE(std::fabs(point.y[1]), 1e-8);
+    EXPECT_NEAR(point.T, 2 * pi / Cycle::w, 1e-6);
+    EXPECT_NEAR(point.er[1], 1, 1e-5);  // the trivial multiplier comes last
+    EXPECT_NEAR(point.er[0] / std::exp(-2 * Cycle::a * point.T), 1, 1e-3);
+}
+/// The published period at the start, and the series of the angular velocity for small mu.
+void expect_van_der_pol(const Point& point) {
+    const double m = VanDerPol::mu * VanDerPol::mu;
+    const double velocity = 1 - m / 16 + 17 * m * m / 3072 + 35 * m * m * m / 884736;
+    if (m < 0.09) {
+        EXPECT_NEAR(point.T, 2 * pi / velocity, 1e-6);
+    } else if (point.steps == 0) {
+        EXPECT_NEAR(point.T, m > 1 ? 7.62987447967 : 6.66328685932, 1e-7);
+    }
+}
+void expect_response(const Point& point) {
+    EXPECT_EQ(point.T, 2 * pi);
+    EXPECT_NEAR(point.y[0], ForcedOscillator::in_phase(), 1e-6);
+    EXPECT_NEAR(point.y[1], ForcedOscillator::out_of_phase(), 1e-6);
+    EXPECT_NEAR(std::hypot(point.er[1], point.ei[1]), std::exp(-pi * ForcedOscillator::damping),
+                1e-6);
+}
+
+// A circle that grows, and one that turns faster: there the period alone moves.
+TEST(OrbitBranch, IsExact) {
+    double &a = Cycle::a, &w = Cycle::w, &mu = VanDerPol::mu, &k = ForcedOscillator::stiffness;
+    const ExactBranch cases[] = {
+        {Cycle::flow, a, 1, 0.1, 1.2, {1.1, 0.1}, 0, 25, expect_circle},
+        {Cycle::flow, w, 1, 0.1, 1.2, {1.1, 0.1}, 0, 25, expect_circle},
+        {VanDerPol::flow, mu, 2, -0.05, 1.9, {2, 0.1}, 0, 25, expect_van_der_pol},
+        {VanDerPol::flow, mu, 1, -0.05, 0.28, {2, 0.1}, 0, 90, expect_van_der_pol},
+        {ForcedOscillator::flow, k, 2, -0.1, 0.7, {0, 0}, 2 * pi, 90, expect_response}};
+    for (const ExactBranch& exact : cases) {
+        const Temporarily start(exact.c, exact.from);
+        const OpenHandle tx = open_study(exact.flow, 2, exact.c);
+        tx->MaxContSteps = exact.steps;
+        double y[2] = {exact.y[0], exact.y[1]};
+        Recording run;
+        ASSERT_EQ(exact.period > 0 ? run.forced(tx, y, exact.period, exact.c, exact.step)
+                                   : run.cycles(tx, y, 1, exact.c, exact.step),
+                  1);
+        expect_stopped_at(*tx, run.points.back());
+        EXPECT_GT((exact.c - exact.until) * exact.step, 0);
+        if (exact.period == 0) {  // steps are measured in state and parameter
+            const Point &first = run.points[0], &next = run.points[1];
+            const double length = std::hypot(next.c[0] - first.c[0], next.y[0] - first.y[0]);
+            EXPECT_NEAR(length, std::fabs(exact.step), 0.01 * std::fabs(exact.step));
+        }
+        for (const Point& point : run.points) {
+            SCOPED_TRACE(exact.c = point.c[0]);
+            exact.expect(point);
+        }
+    }
+}
+
+struct System {
+    void (*flow)(double, double*, double*);
+    double& c;
+    std::vector<double> y;                             // where a transient starts, at time 0
+    double transient = 0;                              // and ends
+    double damping = 0.2, stiffness = 1, omega = 0.9;  // of Duffing's oscillator
+    double (*cut)(double, double*) = first_component;
+};
+const System roessler{Roessler::flow, Roessler::c, {1, 1, 1}, 502};
+const System resonance{Duffing::flow, Duffing::omega, {0, 0}, 200 * pi};
+const System two_wells{Duffing::flow, Duffing::force, {1, 0}, 200 * pi + 1, 0.3, -1, 1.2};
+const System langford{Langford::flow,  Langford::lambda, {0.85, 0, 1.17}, 400, 0, 0, 0,
+                      second_component};
+
+struct Known {
+    const char* title;
+    double at, accuracy, T;
+    const System& system;
+    double from, step;
+    int turns, nth;  // no turns: forced
+
+    friend void PrintTo(const Known& known, std::ostream* out) { *out << known.title; }
+};
+
+class KnownBifurcation : public testing::TestWithParam<Known> {};
+
+TEST_P(KnownBifurcation, IsFound) {
+    const Known& known = GetParam();
+    const System& system = known.system;
+    const Temporarily damping(Duffing::damping, system.damping),
+        omega(Duffing::omega, system.omega);
+    const Temporarily stiffness(Duffing::stiffness, system.stiffness), start(system.c, known.from);
+    std::vector<double> y = system.y;
+    const OpenHandle tx = open_study(system.flow, static_cast<int>(y.size()), system.c);
+    tx->JacPert = tx->ParamJacPert = 1e-7;  // Duffing's doubling moves by as much
+    tx->NewtRelTol = 1e-5;
+    TXSetCut(tx.get(), system.cut, 1e-9);
+    Recording run;
+    TXIntegrate(tx.get(), &run.t, system.transient, y.data());
+    ASSERT_EQ(known.turns == 0
+                  ? run.forced(tx, y.data(), known.T, system.c, known.step, known.nth)
+                  : run.cycles(tx, y.data(), known.turns, system.c, known.step, known.nth),
+              1);
+    const Point& found = run.points.back();
+    EXPECT_EQ(run.located().size(), static_cast<std::size_t>(known.nth));
+    EXPECT_EQ(found.type.substr(0, std::strlen(known.title)), known.title);
+    EXPECT_NEAR(found.c[0], known.at, known.accuracy);
+    EXPECT_NEAR(found.T, known.T, known.turns == 0 ? 0 : 2e-5);
+    EXPECT_EQ(found.c[0], system.c);  // where it was located, the parameter stays
+    EXPECT_NE(tx->txb->intang[1], 0);
+    if (found.type[0] == 'T') {
+        const double angle = std::sqrt(1.2) * found.T;
+        EXPECT_NEAR(found.er[0], std::cos(angle), 1e-4);
+        EXPECT_NEAR(std::fabs(found.ei[0]), std::fabs(std::sin(angle)), 1e-4);
+    }
+    EXPECT_EQ(run.text.find('%') != std::string::npos, known.step == -0.1);
+}
+
+// Downward, Roessler's doubled orbit comes to its end at the doubling of the other one.
+constexpr const char* doubling = "PERIOD DOUBLING 2 -(- 1";
+constexpr double turn = 2 * pi;
+INSTANTIATE_TEST_SUITE_P(
+    Of, KnownBifurcation,
+    testing::Values(Known{doubling, 2.832445, 2e-6, 5.76982, roessler, 2.5, 0.1, 1, 1},
+                    Known{doubling, 2.832445, 2e-6, 5.76982, roessler, 3.2, -0.1, 2, 1},
+                    Known{doubling, 3.83736, 1e-5, 11.57269, roessler, 3.2, 0.1, 2, 1},
+                    Known{doubling, 4.124215, 1e-5, 23.20261, roessler, 4, 0.05, 4, 1},
+                    Known{doubling, 0.2655818, 1e-6, turn, two_wells, 0.2, 0.01, 0, 1},
+                    Known{"SADDLE-NODE 2 ) 1", 1.65767, 1e-5, turn, resonance, 0.9, 0.05, 0, 1},
+                    Known{"SADDLE-NODE 2 ( 1", 1.42306, 1e-5, turn, resonance, 0.9, 0.05, 0, 2},
+                    Known{"TORUS 2", 2, 1e-6, 4 * turn, langford, 1.9, 0.05, 1, 1}));
+
+// Where the solution does not move with the parameter there is no tangent to follow: steps in the
+// parameter alone, past a bifurcation that is located, and classified where that was asked for.
+TEST(TrivialBranch, GoesOnInEitherDirection) {
+    struct {
+        bool forced;
+        int check;
+        double direction;
+        const char* type;
+    } const cases[] = {{false, 1, 1, ""},  // those of equilibria are left to the caller
+                       {false, 1, -1, ""},
+                       {true, 1, 1, "PITCHFORK 1 -(- 0"},
+                       {true, 0, -1, ""}};
+    for (const auto& [forced, check, direction, type] : cases) {
+        c = -0.5 * direction;
+        const OpenHandle tx = open_study(pitchfork, 1, c);
+        tx->MaxContSteps = 20;
+        tx->CheckBifs = check;
+        double y = 0;
+        Recording run;
+        const double step = 0.1 * direction;
+        ASSERT_EQ(forced ? run.forced(tx, &y, 1, c, step) : run.equilibria(tx, &y, c, step), 1);
+        EXPECT_GT(c * direction, 0.5);
+        EXPECT_EQ(run.points.back().y[0], 0);
+        ASSERT_EQ(run.located().size(), 1u);
+        EXPECT_NEAR(run.located()[0].c[0], 0, 1e-6);
+        EXPECT_EQ(run.located()[0].type, type);
+        const std::size_t search = run.text.find(".\nSearching for bifurcation .");
+        const std::size_t box = run.text.find("\n+--", search);
+        EXPECT_LT(box, run.text.find("--+\n   Step: ", search));
+        EXPECT_EQ(run.text.find(" Checking bifurcation ", search) < box, forced && check == 1);
+    }
+}
+
+// Nearer and nearer to a bifurcation that cannot be located, but never past it.
+TEST(OrbitBranch, HalvesTheStepWhereASearchIsRejected) {
+    const Temporarily start(Roessler::c, 2.7);
+    const OpenHandle tx = open_study(Roessler::flow, 3, Roessler::c);
+    TXSetCut(tx.get(), first_component, 1e-9);
+    tx->LambdaNewtRelTol = 1e-30;
+    double y[3] = {0, 3.3, 1.8};
+    Recording run;
+    EXPECT_EQ(run.cycles(tx, y, 1, Roessler::c, 0.1), 0);
+    EXPECT_EQ(tx->ErrorCode, 29);
+    EXPECT_TRUE(run.located().empty());
+    for (const Point& point : run.points) EXPECT_LT(point.c[0], 2.832446);
+    EXPECT_GT(run.points.back().c[0], 2.8324);
+    EXPECT_EQ(Point::of(*tx), run.points.back());
+    EXPECT_EQ(tx->nparam + tx->TerminateOnFatalError, 1);
+}
+
+TEST(OrbitBranch, ReportsWhyItDidNotStart) {
+    const OpenHandle tx = open_study(Cycle::flow, 2, Cycle::a);
+    double y[2] = {1, 0.1};
+    Recording run;
+    EXPECT_EQ(run.cycles(tx, y, 1, c, 0.1) + run.forced(tx, y, 1, c, 0.1), 0);
+    EXPECT_EQ(tx->ErrorCode, 26);
+    TXSetMaxNewtSteps(tx.get(), 0);
+    EXPECT_EQ(run.forced(tx, y, 1, Cycle::a, 0.1), 0);
+    EXPECT_EQ(tx->ErrorCode, 30);
+    EXPECT_EQ(run.forced(tx, y, 0, Cycle::a, 0.1), 0);
+    EXPECT_EQ(tx->ErrorCode, 7);
+    TXSetMaxPeriodSteps(tx.get(), 0);  // the search for the section fails without a code
+    EXPECT_EQ(run.cycles(tx, y, 1, Cycle::a, 0.1), 0);
+    EXPECT_EQ(tx->ErrorCode, 13);
+}
+
+// The failure of an integration is not the end of a run that can take a smaller step: under either
+// policy the run itself ends, where steps have become too small.
+TEST(OrbitBranch, HalvesTheStepWhereTheFlowIsNotDefined) {
+    const OpenHandle tx = open_study(ends_at_half, 1, c);
+    double y = c = 0;
+    Recording run;
+    EXPECT_EQ(run.forced(tx, &y, 1, c, 0.15), 0);
+    EXPECT_EQ(tx->ErrorCode, 29);
+    EXPECT_NEAR(run.points.back().c[0], 0.5, 1e-5);
+    EXPECT_EQ(std::exchange(tx->TerminateOnFatalError, 1), 0);
+    y = c = 0;
+    EXPECT_EXIT(run.forced(tx, &y, 1, c, 0.15), testing::ExitedWithCode(1),
+                "'TXNonAutoCont': Minimum stepsize reached");
+}
+
+// Wherever a right-hand side goes wrong on the way to a bifurcation, in its location or in its
+// classification, the run ends, and another one on the same handle succeeds.
+TEST(OrbitBranch, BreaksOffAndLeavesAUsableHandle) {
+    const OpenHandle tx = open_study(Failing::flow<pitchfork>, 1, c);
+    Recording run;
+    const auto follow = [&](bool throws, long calls) {
+        c = -0.05;
+        double y = 0;
+        const Temporarily how(Failing::throws, throws);
+        const Temporarily limit(Failing::calls_left, calls);
+        return run.forced(tx, &y, 1, c, 0.1, 1) == 1 ? calls - Failing::calls_left : 0;
+    };
+    follow(true, Failing::never);  // adapts the step size of integrations
+    const long needed = follow(true, Failing::never);
+    for (long calls = 10; calls < needed - 100; calls += needed / 40) {
+        tx->TerminateOnFatalError = 1;
+        EXPECT_THROW(follow(true, calls), Failing::Thrown) << calls;
+        EXPECT_EQ(tx->nparam, 1);
+        EXPECT_EQ(std::exchange(tx->TerminateOnFatalError, 0), 1);
+        EXPECT_EQ(follow(false, calls), 0) << calls;
+        EXPECT_NE(tx->ErrorCode, 0);
+        EXPECT_EQ(tx->nparam + tx->txb->biftype, 1);
+    }
+    EXPECT_GT(follow(true, Failing::never), 0);
+}
+
+}  // namespace
