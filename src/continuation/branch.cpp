@@ -36,13 +36,14 @@ struct Analysis {
 /// a bifurcation, which then is what the record holds.
 class [[nodiscard]] RecordedPoint {
   public:
-    /// `storage` holds 3 n doubles for the life of the guard.
-    RecordedPoint(TrajexBif& record, std::size_t n, double* storage)
+    /// `storage` holds 3 n + m doubles for the life of the guard, m being the number of parameters.
+    RecordedPoint(TrajexBif& record, std::size_t n, std::size_t m, double* storage)
         : record_(record),
           fields_(record),
           y_(record.y, n, storage),
           er_(record.er, n, storage + n),
-          ei_(record.ei, n, storage + 2 * n) {}
+          ei_(record.ei, n, storage + 2 * n),
+          c_(record.c, m, storage + 3 * n) {}
     ~RecordedPoint() {
         if (!kept_) record_ = fields_;
     }
@@ -54,6 +55,7 @@ class [[nodiscard]] RecordedPoint {
         y_.keep();
         er_.keep();
         ei_.keep();
+        c_.keep();
     }
 
   private:
@@ -62,6 +64,7 @@ class [[nodiscard]] RecordedPoint {
     RestoreUnlessKept y_;
     RestoreUnlessKept er_;
     RestoreUnlessKept ei_;
+    RestoreUnlessKept c_;
     bool kept_ = false;
 };
 
@@ -81,7 +84,7 @@ class Branch {
                  {&accepted_, size_},
                  {&er_, n_},
                  {&ei_, n_},
-                 {&recorded_, 3 * n_},
+                 {&recorded_, 3 * n_ + parameters_of(tx_)},
                  {&now_.tangent, size_},
                  {&last_.tangent, size_}},
                 {pointer_list(&unknowns_, size_)}) {
@@ -228,7 +231,7 @@ bool Branch::suspects_bifurcation() {
 /// Looks for the bifurcation between the last accepted and the current point. A search that fails
 /// is part of the run, which then takes a smaller step: it must not end the process.
 Search Branch::search() {
-    RecordedPoint recorded(problem_.record(), n_, recorded_);
+    RecordedPoint recorded(problem_.record(), n_, parameters_of(tx_), recorded_);
     run_.out.text("Searching for bifurcation ");
     std::copy_n(problem_.y, n_, problem_.record().y);
     problem_.record_guess();
