@@ -314,8 +314,9 @@ int Branch::report_nested() const {
 /// The handle's bifurcation record, made when there is none or when it has too little room. False:
 /// not enough memory.
 bool ensure_record(Trajex& tx) {
-    if (tx.txb != nullptr && !fits(tx, *tx.txb)) TXDestroyBif(&tx, tx.txb);
-    if (tx.txb == nullptr) tx.txb = TXCreateBif(&tx);
+    if (usable(tx, tx.txb)) return true;
+    TXDestroyBif(&tx, tx.txb);
+    tx.txb = TXCreateBif(&tx);
     return tx.txb != nullptr;
 }
 
