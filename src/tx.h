@@ -1425,7 +1425,7 @@ TX_API void TXPathOutput(Trajex* tx, FILE* file);
  *
  * On success the parameters are those of the record again.
  *
- * Codes: 3 (work memory), 28 (a record made for fewer parameters).
+ * Codes: 3 (work memory), 28 (no record, or one made for fewer parameters).
  */
 TX_API int TXCheckBif(Trajex* tx, TrajexBif* txb, double* c, double thedc, int mode, FILE* state);
 
@@ -1443,7 +1443,8 @@ TX_API int TXCheckBif(Trajex* tx, TrajexBif* txb, double* c, double thedc, int m
  * @return 1 when classified, with the parameters set to those of the record; 0 without a code
  *         when c is not exactly one registered parameter
  *
- * Codes: 3 (work memory), 28 (a record made for fewer parameters), and what TXEigenVector reports.
+ * Codes: 3 (work memory), 28 (no record, or one made for fewer parameters), and what TXEigenVector
+ * reports.
  */
 TX_API int TXCheckEquiBif(Trajex* tx, TrajexBif* txb, double* c, double thedc, FILE* state);
 
@@ -1470,7 +1471,7 @@ TX_API int TXCheckEquiBif(Trajex* tx, TrajexBif* txb, double* c, double thedc, F
  *
  * nparam is as before on every way out.
  *
- * Codes: 3 (work memory), 28 (a record made for fewer parameters).
+ * Codes: 3 (work memory), 28 (no record, or one made for fewer parameters).
  */
 TX_API int TXLocateBif(Trajex* tx, TrajexBif* txb, double* c, int mode, FILE* state);
 
@@ -1489,8 +1490,9 @@ TX_API int TXLocateBif(Trajex* tx, TrajexBif* txb, double* c, int mode, FILE* st
  * @param state stream for the progress characters ('.' nearer, '!' not), or null
  * @return 1 when located; 0 without a code when c is not exactly one registered parameter
  *
- * Codes: 3 (work memory), 28 (a record made for fewer parameters); 30 (no convergence), with y and
- * `*c` those of the last iterate, and Phi, er and ei possibly those of a perturbed point.
+ * Codes: 3 (work memory), 28 (no record, or one made for fewer parameters); 30 (no convergence),
+ * with y and `*c` those of the last iterate, and Phi, er and ei possibly those of a perturbed
+ * point.
  */
 TX_API int TXLocateEquiBif(Trajex* tx, TrajexBif* txb, double* c, FILE* state);
 

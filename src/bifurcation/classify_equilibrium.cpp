@@ -16,7 +16,7 @@ using namespace trajex;
 int TXCheckEquiBif(Trajex* handle, TrajexBif* txb, double* c, double /*thedc*/, FILE* /*state*/) {
     constexpr const char* where = "TXCheckEquiBif";
     Trajex& tx = enter_variational(handle, where);
-    if (!fits(tx, *txb)) return report(&tx, Error::no_bifurcation_record, where);
+    if (!usable(tx, txb)) return report(&tx, Error::no_bifurcation_record, where);
     int index = 0;
     if (activate_parameter(tx, c, &index) != 1) return 0;
     const std::size_t n = order_of(tx);

@@ -345,8 +345,8 @@ using namespace trajex;
 int TXCheckBif(Trajex* handle, TrajexBif* txb, double* c, double thedc, int mode, FILE* state) {
     constexpr const char* where = "TXCheckBif";
     Trajex& tx = enter_variational(handle, where);
-    txb->biftype = not_determined;
-    if (!fits(tx, *txb)) return report(&tx, Error::no_bifurcation_record, where);
+    if (txb != nullptr) txb->biftype = not_determined;
+    if (!usable(tx, txb)) return report(&tx, Error::no_bifurcation_record, where);
     int index = 0;
     if (activate_parameter(tx, c, &index) != 1) return 0;
     OrbitCheck check(tx, *txb, c, thedc, mode > 0 ? autonomous_orbit : forced_orbit, state);

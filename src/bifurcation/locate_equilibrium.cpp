@@ -118,7 +118,7 @@ using namespace trajex;
 int TXLocateEquiBif(Trajex* handle, TrajexBif* txb, double* c, FILE* state) {
     constexpr const char* where = "TXLocateEquiBif";
     Trajex& tx = enter_variational(handle, where);
-    if (!fits(tx, *txb)) return report(&tx, Error::no_bifurcation_record, where);
+    if (!usable(tx, txb)) return report(&tx, Error::no_bifurcation_record, where);
     int index = 0;
     if (activate_parameter(tx, c, &index) != 1) return 0;
     EquilibriumLocation location(tx, *txb, c, index);

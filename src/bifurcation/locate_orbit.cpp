@@ -212,7 +212,7 @@ using namespace trajex;
 int TXLocateBif(Trajex* handle, TrajexBif* txb, double* c, int mode, FILE* state) {
     constexpr const char* where = "TXLocateBif";
     Trajex& tx = enter_variational(handle, where);
-    if (!fits(tx, *txb)) return report(&tx, Error::no_bifurcation_record, where);
+    if (!usable(tx, txb)) return report(&tx, Error::no_bifurcation_record, where);
     int index = 0;
     if (activate_parameter(tx, c, &index) != 1) return 0;
     OrbitLocation location(tx, *txb, c, mode);

@@ -41,9 +41,9 @@ enum BifType : int {
     hopf = 6
 };
 
-/// Whether the record has room for the parameters that its handle has now.
-inline bool fits(const Trajex& tx, const TrajexBif& bif) {
-    return private_part(bif).parameters >= parameters_of(tx);
+/// Whether there is a record, with room for the parameters that its handle has now.
+inline bool usable(const Trajex& tx, const TrajexBif* bif) {
+    return bif != nullptr && private_part(*bif).parameters >= parameters_of(tx);
 }
 
 /// Takes the application's parameter values into the record, and gives them back.

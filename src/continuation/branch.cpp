@@ -37,13 +37,14 @@ struct Analysis {
 /// a bifurcation, which then is what the record holds.
 class [[nodiscard]] RecordedPoint {
   public:
-    /// `storage` holds 3 n doubles for the life of the guard.
-    RecordedPoint(TrajexBif& record, std::size_t n, double* storage)
+    /// `storage` holds 3 n + m doubles for the life of the guard, m being the number of parameters.
+    RecordedPoint(TrajexBif& record, std::size_t n, std::size_t m, double* storage)
         : record_(record),
           fields_(record),
           y_(record.y, n, storage),
           er_(record.er, n, storage + n),
-          ei_(record.ei, n, storage + 2 * n) {}
+          ei_(record.ei, n, storage + 2 * n),
+          c_(record.c, m, storage + 3 * n) {}
     ~RecordedPoint() {
         if (!kept_) record_ = fields_;
     }
@@ -55,6 +56,7 @@ class [[nodiscard]] RecordedPoint {
         y_.keep();
         er_.keep();
         ei_.keep();
+        c_.keep();
     }
 
   private:
@@ -63,6 +65,7 @@ class [[nodiscard]] RecordedPoint {
     RestoreUnlessKept y_;
     RestoreUnlessKept er_;
     RestoreUnlessKept ei_;
+    RestoreUnlessKept c_;
     bool kept_ = false;
 };
 
@@ -82,7 +85,7 @@ class Branch {
                  {&accepted_, size_},
                  {&er_, n_},
                  {&ei_, n_},
-                 {&recorded_, 3 * n_},
+                 {&recorded_, 3 * n_ + parameters_of(tx_)},
                  {&now_.tangent, size_},
                  {&last_.tangent, size_}},
                 {pointer_list(&unknowns_, size_)}) {
@@ -229,7 +232,7 @@ bool Branch::suspects_bifurcation() {
 /// Looks for the bifurcation between the last accepted and the current point. A search that fails
 /// is part of the run, which then takes a smaller step: it must not end the process.
 Search Branch::search() {
-    RecordedPoint recorded(problem_.record(), n_, recorded_);
+    RecordedPoint recorded(problem_.record(), n_, parameters_of(tx_), recorded_);
     run_.out.text("Searching for bifurcation ");
     std::copy_n(problem_.y, n_, problem_.record().y);
     problem_.record_guess();
@@ -312,8 +315,9 @@ int Branch::report_nested() const {
 /// The handle's bifurcation record, made when there is none or when it has too little room. False:
 /// not enough memory.
 bool ensure_record(Trajex& tx) {
-    if (tx.txb != nullptr && !fits(tx, *tx.txb)) TXDestroyBif(&tx, tx.txb);
-    if (tx.txb == nullptr) tx.txb = TXCreateBif(&tx);
+    if (usable(tx, tx.txb)) return true;
+    TXDestroyBif(&tx, tx.txb);
+    tx.txb = TXCreateBif(&tx);
     return tx.txb != nullptr;
 }
 

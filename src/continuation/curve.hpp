@@ -90,11 +90,6 @@ struct CurveRun {
     Outputs out;
 };
 
-/// Whether the handle has a record to start from, with room for the parameters it has now.
-inline bool has_start(const Trajex& tx) {
-    return tx.txb != nullptr && fits(tx, *tx.txb);
-}
-
 /// Follows the curve until MaxContSteps points are accepted (1) or a failure is recorded (0).
 /// However the run ends, the unknowns and the record are those of the last accepted point.
 int follow_curve(const CurveRun& run, CurveProblem& problem);

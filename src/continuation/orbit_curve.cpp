@@ -91,7 +91,7 @@ int TXAuto2DCont(Trajex* handle, double* c1, double* c2, double* dc, int mode, .
     va_start(extras, mode);
     const CurveRun run{where, dc, Outputs::read(mode, extras)};
     va_end(extras);
-    if (!has_start(tx)) return report(&tx, Error::no_bifurcation_record, where);
+    if (!usable(tx, tx.txb)) return report(&tx, Error::no_bifurcation_record, where);
     if (tx.cut == nullptr && tx.CutSurfaceDefined == 0) {
         return report(&tx, Error::no_section, where);
     }
