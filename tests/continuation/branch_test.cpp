@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <numbers>
 #include <ostream>
 #include <string>
 #include <utility>
@@ -32,6 +33,11 @@ void fold(double, double* y, double* f) {
 }
 void pitchfork(double, double* y, double* f) {
     f[0] = c * y[0] - y[0] * y[0] * y[0];
+}
+/// A pitchfork that is located but not classified: the last component of its eigenvector is 0.
+void unclassified(double t, double* y, double* f) {
+    f[0] = c * y[0] - y[0] * y[0] * y[0];
+    f[1] = std::cos(t) - y[1];
 }
 void ends_at_half(double, double* y, double* f) {
     f[0] = c > 0.5 ? std::nan("") : c - y[0];
@@ -414,6 +420,17 @@ TEST(OrbitBranch, HalvesTheStepWhereASearchIsRejected) {
     EXPECT_GT(run.points.back().c[0], 2.8324);
     EXPECT_EQ(Point::of(*tx), run.points.back());
     EXPECT_EQ(tx->nparam + tx->TerminateOnFatalError, 1);
+}
+
+TEST(OrbitBranch, KeepsItsLastPointInTheRecordAfterASearchInVain) {
+    const OpenHandle tx = open_study(unclassified, 2, c);
+    c = -0.2;
+    double y[] = {0, 0.5};
+    Recording run;
+    EXPECT_EQ(run.forced(tx, y, 2 * std::numbers::pi, c, 0.05), 0);
+    EXPECT_EQ(tx->ErrorCode, 29);
+    EXPECT_NE(run.text.find(" Checking bifurcation "), std::string::npos);
+    EXPECT_EQ(Point::of(*tx), run.points.back());
 }
 
 TEST(OrbitBranch, ReportsWhyItDidNotStart) {
