@@ -1423,7 +1423,8 @@ TX_API void TXPathOutput(Trajex* tx, FILE* file);
  *         when a test orbit is not found in MaxNewtSteps + 1 attempts or loses the section:
  *         biftype is then 0, T as before, and the parameters are those of the last trial.
  *
- * On success the parameters are those of the record again.
+ * On success the parameters are those of the record again. What fails on the way to a test orbit is
+ * recorded even under the policy to terminate, and its code may be left in ErrorCode.
  *
  * Codes: 3 (work memory), 28 (no record, or one made for fewer parameters).
  */
@@ -1469,7 +1470,8 @@ TX_API int TXCheckEquiBif(Trajex* tx, TrajexBif* txb, double* c, double thedc, F
  *         the iteration does not converge, or when the section is lost: y, Phi, er and ei of the
  *         record are then intermediate values, and `*c` is that of the last iterate.
  *
- * nparam is as before on every way out.
+ * nparam is as before on every way out. What fails on the way, such as an integration, is recorded
+ * even under the policy to terminate, and its code may be left in ErrorCode.
  *
  * Codes: 3 (work memory), 28 (no record, or one made for fewer parameters).
  */

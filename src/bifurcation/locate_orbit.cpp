@@ -20,6 +20,7 @@
 #include "bifurcation/multipliers.hpp"
 #include "bifurcation/record.hpp"
 #include "core/errors.hpp"
+#include "core/guards.hpp"
 #include "core/newton.hpp"
 #include "core/workspace.hpp"
 #include "integration/section.hpp"
@@ -62,8 +63,10 @@ class OrbitLocation {
 
     bool has_memory() const { return static_cast<bool>(work_); }
 
-    /// Whether the iteration converged; the record then holds the located orbit.
+    /// Whether the iteration converged; the record then holds the located orbit. Not to find one is
+    /// an answer, whatever failed on the way: it must not end the process.
     bool run(FILE* state) {
+        const Temporarily recording(tx_.TerminateOnFatalError, 0);
         double previous = 0;
         for (int its = 0;; ++its) {
             if (!evaluate()) return false;
