@@ -1,16 +1,15 @@
 // Location of a bifurcation of a periodic orbit: Newton's method on
 //
-//     phi_T(y; c) = y,    g(y, c) = 1,      g = modulus of the multiplier nearest to the unit
-//     circle,
+//     phi_T(y; c) = y,    g(y, c) = 1,
 //
 //     [ M - I   de/dc   f ] [ dy ]   [ y - e ]
 //     [ dg/dy   dg/dc   0 ] [ dc ] = [ 1 - g ]
 //     [  f*       0     0 ] [ dT ]   [   0   ],
 //
-// e = phi_T(y), with the row of g by forward differences over further periods; the last row and
-// column are there for autonomous systems only. A period is integrated in two halves: an orbit
-// whose half is an orbit already, on its way to a period doubling, is recognised by them and
-// halved.
+// e = phi_T(y) and g the modulus of the multiplier nearest to the unit circle, with the row of g by
+// forward differences over further periods; the last row and column are there for autonomous
+// systems only. A period is integrated in two halves: an orbit whose half is an orbit already, on
+// its way to a period doubling, is recognised by them and halved.
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
