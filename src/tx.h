@@ -414,7 +414,7 @@ struct TrajexBif_t {
     /**
      * cindi[0], the kind of path: 0 none, 1 orbit in one parameter, 2 orbit in two, 3 equilibrium
      * in one, 4 equilibrium in two; initially 0. cindi[1] and cindi[2] are the indices of the
-     * continued parameters in `tx->c`. Runs write them; reports and TXLocateEquiBif read them.
+     * continued parameters in `tx->c`. Runs write them, reports read them.
      */
     int cindi[3];
     /** Number of the step, printed by the reports; initially 0. Runs. */
@@ -446,7 +446,7 @@ struct TrajexBif_t {
  * |  5 | Tolerance not positive | TXOpenTrajex, TXSetRelTol, TXSetAbsTol |
  * |  6 | Timestep guess not positive | reserved |
  * |  7 | Negative time step attempted | TXOpenTrajex, integrations, TXNonAutoOrbit, TXLyapCalc |
- * |  8 | No Poincare-section defined | TXAutoCut, TXCutSurface |
+ * |  8 | No Poincare-section defined | TXAutoCut, TXCutSurface, TXAuto2DCont |
  * |  9 | Attempt to interpolate outside interval | reserved |
  * | 10 | Fatal error equilibrium state | TXSetAutoCut |
  * | 11 | Max time step not positive | TXSetMaxStep |
@@ -1423,7 +1423,8 @@ TX_API void TXPathOutput(Trajex* tx, FILE* file);
  *         when a test orbit is not found in MaxNewtSteps + 1 attempts or loses the section:
  *         biftype is then 0, T as before, and the parameters are those of the last trial.
  *
- * On success the parameters are those of the record again.
+ * On success the parameters are those of the record again. What fails on the way to a test orbit is
+ * recorded even under the policy to terminate, and its code may be left in ErrorCode.
  *
  * Codes: 3 (work memory), 28 (no record, or one made for fewer parameters).
  */
@@ -1469,7 +1470,8 @@ TX_API int TXCheckEquiBif(Trajex* tx, TrajexBif* txb, double* c, double thedc, F
  *         the iteration does not converge, or when the section is lost: y, Phi, er and ei of the
  *         record are then intermediate values, and `*c` is that of the last iterate.
  *
- * nparam is as before on every way out.
+ * nparam is as before on every way out. What fails on the way, such as an integration, is recorded
+ * even under the policy to terminate, and its code may be left in ErrorCode.
  *
  * Codes: 3 (work memory), 28 (no record, or one made for fewer parameters).
  */
@@ -1482,11 +1484,11 @@ TX_API int TXLocateBif(Trajex* tx, TrajexBif* txb, double* c, int mode, FILE* st
  * iteration. Convergence is judged as by TXLocateBif, with the real part in place of the modulus
  * minus 1.
  *
- * @param txb   the record: y is the start, t the time of all evaluations, cindi[1] the index of the
- *              continued parameter. On success it holds the located point with parameters,
- *              eigenvalues and Jacobian, and biftype and indir are 0.
- * @param c     address of that parameter, exactly one of the registered ones; the variable is the
- *              start and receives the result
+ * @param txb   the record: y is the start, t the time of all evaluations. On success it holds the
+ *              located point with parameters, eigenvalues and Jacobian, and biftype and indir are
+ *              0.
+ * @param c     address of the continued parameter, exactly one of the registered ones; the variable
+ *              is the start and receives the result
  * @param state stream for the progress characters ('.' nearer, '!' not), or null
  * @return 1 when located; 0 without a code when c is not exactly one registered parameter
  *
@@ -1681,6 +1683,8 @@ TX_API int TXEqui2DCont(Trajex* tx, double* c1, double* c2, double* dc, int mode
  *
  * With biftype 1 (TORUS) in the record the criterion is the modulus minus 1; otherwise that is
  * multiplied by 1 + |imaginary part|, which disfavours complex multipliers. Kind of path: 2.
+ *
+ * Codes: those of every run, and 8 without a section.
  */
 TX_API int TXAuto2DCont(Trajex* tx, double* c1, double* c2, double* dc, int mode, ...);
 

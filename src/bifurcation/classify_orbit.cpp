@@ -19,6 +19,7 @@
 #include "bifurcation/multipliers.hpp"
 #include "bifurcation/record.hpp"
 #include "core/errors.hpp"
+#include "core/guards.hpp"
 #include "core/newton.hpp"
 #include "core/workspace.hpp"
 #include "integration/section.hpp"
@@ -201,8 +202,10 @@ bool OrbitCheck::search(Parameter parameter, Start&& start, TestOrbit& orbit) {
     return false;
 }
 
-/// Newton's method from the start point in u_.
+/// Newton's method from the start point in u_. Whatever fails on the way fails the attempt, after
+/// which there may be another: it must not end the process.
 Attempt OrbitCheck::attempt(Parameter parameter) {
+    const Temporarily recording(tx_.TerminateOnFatalError, 0);
     double previous = 0;
     for (int its = 0;; ++its) {
         double t = bif_.t;

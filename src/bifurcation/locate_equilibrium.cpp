@@ -1,12 +1,12 @@
 // Location of a bifurcation of an equilibrium: Newton's method on
 //
-//     f(y, c) = 0,    g(y, c) = 0,      g = real part of the eigenvalue nearest to the imaginary
-//     axis,
+//     f(y, c) = 0,    g(y, c) = 0,
 //
 //     [   J    df/dc ] [ dy ]     [ f ]
 //     [ dg/dy  dg/dc ] [ dc ] = - [ g ],
 //
-// with the last row by forward differences of g. The iterate is the record's state together with
+// g being the real part of the eigenvalue nearest to the imaginary axis, and the last row formed by
+// forward differences of it. The iterate is the record's state together with
 // the application's own parameter.
 #include <algorithm>
 #include <cmath>

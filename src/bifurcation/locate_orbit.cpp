@@ -1,16 +1,15 @@
 // Location of a bifurcation of a periodic orbit: Newton's method on
 //
-//     phi_T(y; c) = y,    g(y, c) = 1,      g = modulus of the multiplier nearest to the unit
-//     circle,
+//     phi_T(y; c) = y,    g(y, c) = 1,
 //
 //     [ M - I   de/dc   f ] [ dy ]   [ y - e ]
 //     [ dg/dy   dg/dc   0 ] [ dc ] = [ 1 - g ]
 //     [  f*       0     0 ] [ dT ]   [   0   ],
 //
-// e = phi_T(y), with the row of g by forward differences over further periods; the last row and
-// column are there for autonomous systems only. A period is integrated in two halves: an orbit
-// whose half is an orbit already, on its way to a period doubling, is recognised by them and
-// halved.
+// e = phi_T(y) and g the modulus of the multiplier nearest to the unit circle, with the row of g by
+// forward differences over further periods; the last row and column are there for autonomous
+// systems only. A period is integrated in two halves: an orbit whose half is an orbit already, on
+// its way to a period doubling, is recognised by them and halved.
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
@@ -20,6 +19,7 @@
 #include "bifurcation/multipliers.hpp"
 #include "bifurcation/record.hpp"
 #include "core/errors.hpp"
+#include "core/guards.hpp"
 #include "core/newton.hpp"
 #include "core/workspace.hpp"
 #include "integration/section.hpp"
@@ -64,8 +64,10 @@ class OrbitLocation {
 
     bool has_memory() const { return static_cast<bool>(work_); }
 
-    /// Whether the iteration converged; the record then holds the located orbit.
+    /// Whether the iteration converged; the record then holds the located orbit. Not to find one is
+    /// an answer, whatever failed on the way: it must not end the process.
     bool run(FILE* state) {
+        const Temporarily recording(tx_.TerminateOnFatalError, 0);
         double previous = 0;
         for (int its = 0;; ++its) {
             if (!evaluate()) return false;

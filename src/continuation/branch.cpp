@@ -169,7 +169,7 @@ bool Branch::advance() {
         const Correction correction = correct();
         if (correction == Correction::lost) return report_nested() == 1;
         run_.out.text("\n");
-        if (correction == Correction::converged) return !step_.too_small();
+        if (correction == Correction::converged) return step_.check();
         if (!step_.halve()) return false;
     }
 }

@@ -32,16 +32,14 @@ class StepLength {
     /// where no smallest step is set, and one that is no finite number never gets better.
     bool halve() {
         dc_ *= 0.5;
-        if (dc_ != 0 && std::isfinite(dc_)) return !too_small();
-        return report(&tx_, Error::minimum_step, where_) == 1;
+        return dc_ != 0 && std::isfinite(dc_) ? check() : refuse();
     }
-    bool too_small() {
-        if (std::fabs(dc_) >= smallest_) return false;
-        report(&tx_, Error::minimum_step, where_);
-        return true;
-    }
+    /// False, and reported, when the step is below the smallest one.
+    bool check() { return std::fabs(dc_) >= smallest_ || refuse(); }
 
   private:
+    bool refuse() { return report(&tx_, Error::minimum_step, where_) == 1; }
+
     Trajex& tx_;
     double& dc_;
     const char* where_;

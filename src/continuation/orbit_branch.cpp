@@ -1,6 +1,6 @@
-// Continuation of periodic orbits phi_T(y; c) = y in one parameter. The linearisation is [M |
-// de/dc], e the image of y after one period: the monodromy matrix, whose eigenvalues are the
-// Floquet multipliers, and the derivative with respect to the parameter. A point is stable where
+// Continuation of periodic orbits phi_T(y; c) = y in one parameter. With e the image of y after one
+// period, the linearisation is the monodromy matrix M, whose eigenvalues are the Floquet
+// multipliers, beside the derivative de/dc with respect to the parameter. A point is stable where
 // all multipliers that are not trivial lie inside the unit circle. The period of an autonomous
 // system is one of the unknowns,
 //

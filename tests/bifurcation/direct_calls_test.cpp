@@ -40,3 +40,23 @@ TEST(DirectCalls, NeedARecord) {
     EXPECT_EQ(code(TXLocateBif(tx.get(), tx->txb, &c, 0, nullptr)), 28);
     EXPECT_EQ(code(TXCheckBif(tx.get(), tx->txb, &c, 0.1, 0, nullptr)), 28);
 }
+
+// Orbits that fail on the way are part of the search, also under the policy to end the process.
+TEST(DirectCalls, AnswerUnderThePolicyToTerminate) {
+    const Temporarily start(c, -0.2);
+    const OpenHandle tx = open_pitchfork();
+    tx->CheckBifs = 0;
+    double y[] = {0.5, 0};
+    double dc = 0.05;
+    ASSERT_EQ(TXNonAutoCont(tx.get(), 0, y, period, &c, &dc, 1, 0), 1);
+    TrajexBif& located = *tx->txb;
+    const Temporarily terminating(tx->TerminateOnFatalError, 1);
+
+    constexpr double too_far = 10;
+    EXPECT_EQ(TXCheckBif(tx.get(), &located, &c, too_far, 0, nullptr), 1);
+    EXPECT_STREQ(TrajexBifName[located.biftype], "PITCHFORK");
+
+    located.y[1] = too_far;
+    EXPECT_EQ(TXLocateBif(tx.get(), &located, &c, 0, nullptr), 0);
+    EXPECT_NE(tx->TerminateOnFatalError, 0);
+}
