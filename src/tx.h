@@ -942,8 +942,8 @@ TX_API void GSR(double* v, double* norm, int n, double* x, int nn);
  * TXVarOpenTrajex(tx, jac, 0);
  * @endcode
  *
- * Difference quotients cost n + 1 evaluations of f where a Jacobian costs one call, and limit the
- * accuracy of multipliers and bifurcations; give Jacobians if you can.
+ * Difference quotients cost n evaluations of f (nparam for the parameters) where a Jacobian costs
+ * one call, and limit the accuracy of multipliers and bifurcations; give Jacobians if you can.
  *
  * The sub-record copies RelTol, AbsTol and h of the handle; its other settings are the defaults,
  * and the setters do not reach it (assign `tx->TX->hmax` and so on). In particular its policy is

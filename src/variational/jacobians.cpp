@@ -14,19 +14,30 @@ namespace trajex {
 namespace {
 
 /// Column `column` of the matrix: (f(perturbed) - f) / step.
-void difference_column(Trajex& tx, double t, double* y, double& perturbed, double step,
-                       std::size_t column, double** matrix) {
+void difference_column(Trajex& tx, double t, double* y, const double* f, double& perturbed,
+                       double step, std::size_t column, double** matrix) {
     const std::size_t n = order_of(tx);
-    const double* base = tx.TX->ivector;
     double* shifted = tx.TX->ivector + n;
     {
         const Temporarily raised(perturbed, perturbed + step);
         tx.fcn(t, y, shifted);
     }
-    for (std::size_t k = 0; k < n; ++k) matrix[k][column] = (shifted[k] - base[k]) / step;
+    for (std::size_t k = 0; k < n; ++k) matrix[k][column] = (shifted[k] - f[k]) / step;
 }
 
 }  // namespace
+
+void difference_state(Trajex& tx, double t, double* y, const double* f, double** J) {
+    for (std::size_t i = 0; i < order_of(tx); ++i) {
+        difference_column(tx, t, y, f, y[i], tx.JacPert, i, J);
+    }
+}
+
+void difference_parameters(Trajex& tx, double t, double* y, const double* f, double** P) {
+    for (std::size_t q = 0; q < parameters_of(tx); ++q) {
+        difference_column(tx, t, y, f, *tx.c[q], tx.ParamJacPert, q, P);
+    }
+}
 
 }  // namespace trajex
 
@@ -34,19 +45,17 @@ using namespace trajex;
 
 int TXNumJac(Trajex* handle, double t, double* y, double** j) {
     Trajex& tx = enter_variational(handle, "TXNumJac");
-    tx.fcn(t, y, tx.TX->ivector);
-    for (std::size_t i = 0; i < order_of(tx); ++i) {
-        difference_column(tx, t, y, y[i], tx.JacPert, i, j);
-    }
+    double* const f = tx.TX->ivector;
+    tx.fcn(t, y, f);
+    difference_state(tx, t, y, f, j);
     return 1;
 }
 
 int TXNumParamJac(Trajex* handle, double t, double* y, double** j) {
     Trajex& tx = enter_variational(handle, "TXNumParamJac");
-    tx.fcn(t, y, tx.TX->ivector);
-    for (std::size_t q = 0; q < parameters_of(tx); ++q) {
-        difference_column(tx, t, y, *tx.c[q], tx.ParamJacPert, q, j);
-    }
+    double* const f = tx.TX->ivector;
+    tx.fcn(t, y, f);
+    difference_parameters(tx, t, y, f, j);
     return 1;
 }
 

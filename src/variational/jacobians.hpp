@@ -8,6 +8,10 @@
 
 namespace trajex {
 
+/// Forward differences from f = f(t, y): n evaluations, or one for every parameter of the handle.
+void difference_state(Trajex& tx, double t, double* y, const double* f, double** J);
+void difference_parameters(Trajex& tx, double t, double* y, const double* f, double** P);
+
 /// J[i][k] = df_i/dy_k at (t, y).
 inline void state_jacobian(Trajex& tx, double t, double* y, double** J) {
     if (tx.jac != nullptr) {
@@ -23,6 +27,22 @@ inline void parameter_jacobian(Trajex& tx, double t, double* y, double** P) {
         tx.paramjac(t, y, P);
     } else {
         TXNumParamJac(&tx, t, y, P);
+    }
+}
+
+/// The same two where f = f(t, y) is known already.
+inline void state_jacobian(Trajex& tx, double t, double* y, const double* f, double** J) {
+    if (tx.jac != nullptr) {
+        tx.jac(t, y, J);
+    } else {
+        difference_state(tx, t, y, f, J);
+    }
+}
+inline void parameter_jacobian(Trajex& tx, double t, double* y, const double* f, double** P) {
+    if (tx.paramjac != nullptr) {
+        tx.paramjac(t, y, P);
+    } else {
+        difference_parameters(tx, t, y, f, P);
     }
 }
 

@@ -133,6 +133,25 @@ TEST(VariationalSection, OscillatorCrossesAtOddMultiplesOfHalfPi) {
     }
 }
 
+thread_local long evaluations = 0;
+void counted(double t, double* y, double* f) {
+    ++evaluations;
+    Lorenz::flow(t, y, f);
+}
+
+// Differences start from the value that the stage has computed already.
+TEST(ExtendedSystem, TakesOneEvaluationPerDifference) {
+    const OpenHandle tx = open_variational(counted, 3, nullptr, nullptr, 1e-6, &Lorenz::rho);
+    tx->cp[0] = 1;
+    tx->TX->hmax = 1e-4;  // no attempt is rejected
+    Matrix Phi(3, 4);
+    double t = 0;
+    double y[3] = {1, 1, 1};
+    evaluations = 0;
+    ASSERT_EQ(TXVarStep(tx.get(), &t, y, Phi), 1);
+    EXPECT_EQ(evaluations, 8 * (1 + 3 + 1));
+}
+
 // The two flows are stepped on different records: neither disturbs the other.
 TEST(VariationalRecord, IsIndependentOfTheHandle) {
     const OpenHandle tx = open_variational(Lorenz::flow, 3, nullptr, nullptr, 1e-8);
