@@ -9,8 +9,14 @@
 
 #include "tx.h"
 
+/// What was written may be lost as late as here: the program then says so and fails.
 struct CloseFile {
-    void operator()(FILE* file) const { std::fclose(file); }
+    void operator()(FILE* file) const {
+        const bool incomplete = std::ferror(file) != 0;
+        if (std::fclose(file) == 0 && !incomplete) return;
+        std::perror("Incomplete output");
+        std::exit(1);
+    }
 };
 using File = std::unique_ptr<FILE, CloseFile>;
 
