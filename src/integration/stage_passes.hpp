@@ -4,6 +4,7 @@
 // registers. Each component is summed in the order of the stages, a vector at a time.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <utility>
@@ -81,6 +82,16 @@ struct Copy {
         store(x, to + i);
     }
 };
+
+/// Copies a state: as a block, or the way in which a small one was written a moment ago.
+template <class Vector, class Size>
+[[gnu::always_inline]] inline void copy(Size n, const double* from, double* to) {
+    if (n > largest_unrolled) {
+        std::copy_n(from, n, to);
+    } else {
+        run<Copy, Vector>(n, from, to);
+    }
+}
 
 /// Argument of the first stage: the state itself, which is kept in `first`. Sums that start from
 /// zero never end in a negative zero, whatever the state; ours start with their first term and get

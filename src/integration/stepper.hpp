@@ -86,7 +86,7 @@ struct RepeatAttempts {
                                                     std::make_index_sequence<verner::stages>());
             const double next_h = next_step_size(h, err, rec->hmax);
             if (err <= 1) {
-                passes::run<passes::Copy, Vector>(n, rec->y6, rec->ylast);
+                passes::copy<Vector>(n, rec->y6, rec->ylast);
                 rec->tlast = t + h;
                 return {true, next_h};
             }
