@@ -80,16 +80,12 @@ bool take_matrix_elements(Handle& sub, std::size_t rows) {
 int take_storage(Trajex& tx, int nparam) {
     const std::size_t rows = order_of(tx) + static_cast<std::size_t>(nparam) + 1;
     Handle& sub = private_part(*tx.TX);
-    Trajex* reported_on = nullptr;
-    if (!take_matrix_rows(sub, rows)) {
-        reported_on = &tx;
-    } else if (!take_matrix_elements(sub, rows)) {
-        reported_on = tx.TX;
-    } else if (!take_parameter_table(private_part(tx), nparam)) {
-        reported_on = &tx;
+    if (take_matrix_rows(sub, rows) && take_matrix_elements(sub, rows) &&
+        take_parameter_table(private_part(tx), nparam)) {
+        return 1;
     }
-    if (reported_on == nullptr) return 1;
-    report(reported_on, Error::no_memory, where);
+    const bool lacks_elements = sub.matrix_rows != nullptr && sub.matrix_elements == nullptr;
+    report(lacks_elements ? tx.TX : &tx, Error::no_memory, where);
     delete_record(tx.TX);
     tx.TX = nullptr;
     return 0;
