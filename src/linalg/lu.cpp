@@ -114,7 +114,7 @@ class Panel {
             for (std::size_t p = 0; p < K; ++p) sum -= row[p] * u[p];
             row[K] = sum;
             const double size = lu.scale[i] * std::fabs(sum);
-            const bool better = i == column || size >= largest;  // never what is not a number
+            const bool better = i == column || size >= largest;  // below, never a NaN
             pivot = better ? i : pivot;
             value = better ? sum : value;
             largest = size > largest ? size : largest;
