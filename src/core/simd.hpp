@@ -29,6 +29,9 @@ namespace trajex {
 // and x * v with a number x. Pass references only: how a function receives a vector by value
 // depends on the instruction set.
 
+template <class Vector>
+inline constexpr std::size_t width = sizeof(Vector) / sizeof(double);
+
 #if defined(__GNUC__)
 
 using Four [[gnu::vector_size(32)]] = double;
@@ -82,7 +85,7 @@ template <class Vector>
 
 template <class Vector>
 [[gnu::always_inline]] inline void scatter(const Vector& v, double* const* rows, std::ptrdiff_t j) {
-    for (std::size_t r = 0; r < sizeof(Vector) / sizeof(double); ++r) rows[r][j] = v[r];
+    for (std::size_t r = 0; r < width<Vector>; ++r) rows[r][j] = v[r];
 }
 
 #else
@@ -118,9 +121,6 @@ using Pair = double;
 [[gnu::always_inline]] inline void add_in_order(double& sum, double x) {
     sum += x;
 }
-
-template <class Vector>
-inline constexpr std::size_t width = sizeof(Vector) / sizeof(double);
 
 template <class Vector>
 [[gnu::always_inline]] inline void add_in_order(double& sum, const Vector& v) {

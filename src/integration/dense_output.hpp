@@ -174,8 +174,8 @@ struct CompleteStep {
         const double h = rec.tlast - rec.tfirst;
         const StepRows rows(rec, n);
         using Prediction = passes::Prediction<typename Flow::Sums>;
-        passes::copy<Vector>(n, rec.yfirst, rec.y0);
-        passes::copy<Vector>(n, rec.ylast, rec.y6);
+        passes::copy_state(n, rec.yfirst, rec.y0);
+        passes::copy_state(n, rec.ylast, rec.y6);
         (*flow)(rec.tlast, rec.y6, rec.k + 11 * n);
         passes::run<passes::MiddleState, Vector>(n, h, rec.k, rows.f_end, rec.y0, rec.ynp1d2);
         (*flow)(t + 0.5 * h, rec.ynp1d2, rec.k + 8 * n);

@@ -73,29 +73,21 @@ template <class Pass, class Vector, class... Arguments>
     for (; i < n; ++i) Pass::template at<double>(i, n, arguments...);
 }
 
-struct Copy {
-    template <class Number>
-    [[gnu::always_inline]] static inline void at(std::size_t i, std::size_t, const double* from,
-                                                 double* to) {
-        Number x;
-        load(x, from + i);
-        store(x, to + i);
-    }
-};
-
-/// Copies a state: as a block, or the way in which a small one was written a moment ago.
-template <class Vector, class Size>
-[[gnu::always_inline]] inline void copy(Size n, const double* from, double* to) {
+/// Copies a state. A small one goes number by number, which is all that volatile is for: a block
+/// copy of what was just stored number by number waits until all of it has reached the cache.
+template <class Size>
+[[gnu::always_inline]] inline void copy_state(Size n, const double* from, double* to) {
     if (n > largest_unrolled) {
-        std::copy_n(from, n, to);
-    } else {
-        run<Copy, Vector>(n, from, to);
+        std::copy_n(from, std::size_t{n}, to);
+        return;
     }
+    const volatile double* const source = from;
+    for (std::size_t i = 0; i < n; ++i) to[i] = source[i];
 }
 
-/// Argument of the first stage: the state itself, which is kept in `first`. Sums that start from
-/// zero never end in a negative zero, whatever the state; ours start with their first term and get
-/// there by giving the attempt a state without any.
+/// Argument of the first stage: the state itself, which is kept in `first`. A sum that starts from
+/// zero is never a negative zero. Ours start with their first term; adding zero to the state, which
+/// changes nothing else, frees it of negative zeros and has the same effect.
 struct FirstArgument {
     template <class Number>
     [[gnu::always_inline]] static inline void at(std::size_t i, std::size_t, const double* state,

@@ -63,22 +63,22 @@ template <class Vector, class Size, class Rhs, std::size_t... j>
     return passes::finish_step<Vector>(n, ending, passes::WeightedErrors{rec.AbsTol, rec.RelTol});
 }
 
-struct Outcome {
+struct StepOutcome {
     bool accepted;
     double next_h;  ///< the step to try next
 };
 
 /// The attempt loop, a kernel: attempts from the state `start` at t, the first one with step h.
-/// Afterwards rec->yfirst is that state, at rec->tfirst, and rec->ylast (and y6) the accepted one,
-/// at rec->tlast. No attempt is accepted when the step has become too small to move the time, or
+/// Afterwards rec->yfirst is that state, at rec->tfirst, and rec->y6 the accepted one, at
+/// rec->tlast. No attempt is accepted when the step has become too small to move the time, or
 /// was never a positive number. Until its caller has completed the description of the step, the
 /// record says that no step was taken: a callback may throw, and rows of two steps must not be
 /// mixed.
 template <class Vector>
 struct RepeatAttempts {
     template <class Size, class Rhs>
-    [[gnu::always_inline]] static inline Outcome run(Size n, Trajex* rec, const double* start,
-                                                     double t, double h, const Rhs* rhs) {
+    [[gnu::always_inline]] static inline StepOutcome run(Size n, Trajex* rec, const double* start,
+                                                         double t, double h, const Rhs* rhs) {
         rec->StepTaken = 0;
         rec->tfirst = t;
         while (advances(t, h)) {
@@ -86,7 +86,6 @@ struct RepeatAttempts {
                                                     std::make_index_sequence<verner::stages>());
             const double next_h = next_step_size(h, err, rec->hmax);
             if (err <= 1) {
-                passes::copy<Vector>(n, rec->y6, rec->ylast);
                 rec->tlast = t + h;
                 return {true, next_h};
             }

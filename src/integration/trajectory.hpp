@@ -24,17 +24,6 @@
 
 namespace trajex {
 
-/// Copies a state. A small one goes number by number (which is all that volatile is for): a block
-/// copy of what was just stored number by number waits until all of it has reached the cache.
-inline void copy_state(const double* from, std::size_t n, double* to) {
-    if (n > largest_unrolled) {
-        std::copy_n(from, n, to);
-        return;
-    }
-    const volatile double* const source = from;
-    for (std::size_t i = 0; i < n; ++i) to[i] = source[i];
-}
-
 /// The system itself: the record that is stepped is the handle.
 struct StateFlow {
     using Sums = StateSums;
@@ -46,7 +35,7 @@ struct StateFlow {
     std::size_t size() const { return order_of(tx); }
     void operator()(double t, double* state, double* f) const { tx.fcn(t, state, f); }
     const double* state(double*) const { return y; }
-    void store(const double* state) const { copy_state(state, size(), y); }
+    void store(const double* state) const { passes::copy_state(size(), state, y); }
     int step(double* t) const { return TXStep(&tx, t, y); }
     int interpolate(double t) const { return TXInterpolate(&tx, t, y); }
     int section_step(double* t) const { return TXPoincareStep(&tx, t, y); }
@@ -54,14 +43,15 @@ struct StateFlow {
 
 /// One accepted step from the state `start` at t; the first attempt is of size h.
 template <class Flow>
-Outcome accepted_step(const Flow& flow, const double* start, double t, double h) {
+StepOutcome accepted_step(const Flow& flow, const double* start, double t, double h) {
     return dispatch_sized<RepeatAttempts>(flow.size(), &flow.record(), start, t, h, &flow);
 }
 
-/// The record describes a step of the flow from now on, for dense output.
+/// Completes the description of the step that was accepted: dense output may use it from now on.
 template <class Flow>
-void step_taken(const Flow& flow) {
+void describe_step(const Flow& flow) {
     Trajex& rec = flow.record();
+    passes::copy_state(flow.size(), rec.y6, rec.ylast);
     private_part(rec).step_components = flow.size();
     rec.StepTaken = 1;
 }
@@ -71,12 +61,12 @@ void step_taken(const Flow& flow) {
 template <class Flow>
 int take_step(Flow& flow, double* t0, const char* where) {
     Trajex& rec = flow.record();
-    const Outcome step = accepted_step(flow, flow.state(rec.yfirst), *t0, first_step_size(rec));
+    const StepOutcome step = accepted_step(flow, flow.state(rec.yfirst), *t0, first_step_size(rec));
     if (!step.accepted) return report(&flow.tx, Error::minimum_step, where);
     flow.store(rec.y6);
     rec.h = step.next_h;
     *t0 = rec.tlast;
-    step_taken(flow);
+    describe_step(flow);
     return 1;
 }
 
@@ -91,13 +81,13 @@ int integrate_to(Flow& flow, double* t0, double t1, const char* where) {
     const double* start = flow.state(rec.y6);
     double h = first_step_size(rec);
     while (t < t1) {
-        const Outcome step = accepted_step(flow, start, t, h);
+        const StepOutcome step = accepted_step(flow, start, t, h);
         if (!step.accepted) return report(&flow.tx, Error::minimum_step, where);
         t = rec.tlast;
         h = step.next_h;
         start = rec.y6;
     }
-    step_taken(flow);
+    describe_step(flow);
     rec.h = h;
     if (t > t1) {
         if (flow.interpolate(t1) != 1) return 0;

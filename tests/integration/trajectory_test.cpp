@@ -106,8 +106,8 @@ TEST(Textbook, IntegrationsAreTheSameToTheLastBit) {
 }
 
 using Flow = const trajex::StateFlow*;
-using Kernel = trajex::Outcome (*)(std::size_t n, Trajex* rec, const double* start, double t,
-                                   double h, Flow flow);
+using Kernel = trajex::StepOutcome (*)(std::size_t n, Trajex* rec, const double* start, double t,
+                                       double h, Flow flow);
 
 /// Five steps of the kernel, each with all that it leaves behind, compared bit by bit.
 void compare_steps(Kernel kernel, double AbsTol) {
@@ -119,7 +119,7 @@ void compare_steps(Kernel kernel, double AbsTol) {
     double h = tx->h;
     for (int step = 0; step < 5; ++step, y = plain.end, t = plain.t_end) {
         plain.step(t, y);
-        const trajex::Outcome taken = kernel(n, tx.get(), y.data(), t, h, &flow);
+        const trajex::StepOutcome taken = kernel(n, tx.get(), y.data(), t, h, &flow);
         h = taken.next_h;
         ASSERT_TRUE(taken.accepted);
         ASSERT_EQ(h, plain.h) << "n = " << n;
