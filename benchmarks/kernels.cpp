@@ -14,22 +14,23 @@ namespace {
 
 using namespace benchmarks;
 
-void step(benchmark::State& state) {
+template <class Advance>
+void steps(benchmark::State& state, Advance advance) {
     components = static_cast<std::size_t>(state.range(0));
     const Handle tx = open_handle(rotation, components, 1e-6);
     TXSetMaxStep(tx.get(), 1e-3);
     std::vector<double> y(components, 1.0);
     double t = 0;
-    for ([[maybe_unused]] auto _ : state) TXStep(tx.get(), &t, y.data());
+    for ([[maybe_unused]] auto _ : state) advance(tx.get(), &t, y.data());
+}
+
+void step(benchmark::State& state) {
+    steps(state, TXStep);
 }
 
 void plain_step(benchmark::State& state) {
-    components = static_cast<std::size_t>(state.range(0));
-    const Handle tx = open_handle(rotation, components, 1e-6);
-    TXSetMaxStep(tx.get(), 1e-3);
-    std::vector<double> y(components, 1.0);
-    double t = 0;
-    for ([[maybe_unused]] auto _ : state) plain::step(tx.get(), tx->order, &t, y.data(), rotation);
+    steps(state,
+          [](Trajex* tx, double* t, double* y) { plain::step(tx, tx->order, t, y, rotation); });
 }
 
 void dense_output(benchmark::State& state) {

@@ -248,36 +248,45 @@ struct SizeTarget {
     double ratio;
 };
 
+/// What tx is compared with, where it was found, and the largest ratio aimed at.
+struct Peer {
+    const char* name;
+    std::optional<double> target;
+    Work work;
+};
+
+void compare(const std::string& what, const Work& own, const std::vector<Peer>& peers) {
+    std::vector<Work> contestants{own};
+    for (const Peer& peer : peers) contestants.push_back(peer.work);
+    const Rounds rounds(contestants, 0.002, 31);
+    for (std::size_t p = 0; p < peers.size(); ++p) {
+        report(what, peers[p].name, peers[p].target, rounds.ratio(0, p + 1));
+    }
+}
+
 void compare_linear_systems() {
     for (const SizeTarget& at : {SizeTarget{4, 0.6}, SizeTarget{10, 0.75}, SizeTarget{50, 0.8},
                                  SizeTarget{200, 1}, SizeTarget{500, 1.2}}) {
         const std::vector<double> A = random_matrix(at.n);
         OwnMatrix own(A, at.n);
         std::vector<double> b(at.n);
-        std::vector<Work> contestants{[&] {
-            b.assign(at.n, 1);
-            own.solve(b);
-        }};
-        std::vector<std::pair<const char*, std::optional<double>>> peers;
+        const auto solving = [&](auto solve) {
+            return [&b, solve] {
+                b.assign(b.size(), 1);
+                solve(b);
+            };
+        };
+        std::vector<Peer> peers;
 #ifdef TX_WITH_EIGEN
-        contestants.emplace_back([&] {
-            b.assign(at.n, 1);
-            eigen_solve(A, b);
-        });
-        peers.emplace_back("Eigen, PartialPivLU", at.ratio);
+        peers.push_back({"Eigen, PartialPivLU", at.ratio,
+                         solving([&](std::vector<double>& x) { eigen_solve(A, x); })});
 #endif
 #ifdef TX_WITH_LAPACK
-        contestants.emplace_back([&] {
-            b.assign(at.n, 1);
-            lapack_solve(A, b);
-        });
-        peers.emplace_back("OpenBLAS, dgesv", std::nullopt);
+        peers.push_back({"OpenBLAS, dgesv", std::nullopt,
+                         solving([&](std::vector<double>& x) { lapack_solve(A, x); })});
 #endif
-        const Rounds rounds(contestants, 0.002, 31);
-        for (std::size_t p = 0; p < peers.size(); ++p) {
-            report(with_order("linear system", at.n), peers[p].first, peers[p].second,
-                   rounds.ratio(0, p + 1));
-        }
+        compare(with_order("linear system", at.n),
+                solving([&](std::vector<double>& x) { own.solve(x); }), peers);
     }
 }
 
@@ -286,21 +295,15 @@ void compare_eigenvalues() {
                                  SizeTarget{100, 0.6}, SizeTarget{200, 0.6}}) {
         const std::vector<double> A = random_matrix(at.n);
         OwnMatrix own(A, at.n);
-        std::vector<Work> contestants{[&] { own.values(); }};
-        std::vector<std::pair<const char*, std::optional<double>>> peers;
+        std::vector<Peer> peers;
 #ifdef TX_WITH_EIGEN
-        contestants.emplace_back([&] { eigen_values(A, at.n); });
-        peers.emplace_back("Eigen, EigenSolver", at.ratio);
+        peers.push_back({"Eigen, EigenSolver", at.ratio, [&] { eigen_values(A, at.n); }});
 #endif
 #ifdef TX_WITH_LAPACK
-        contestants.emplace_back([&] { lapack_values(A, at.n); });
-        peers.emplace_back("OpenBLAS, dgeev", std::nullopt);
+        peers.push_back({"OpenBLAS, dgeev", std::nullopt, [&] { lapack_values(A, at.n); }});
 #endif
-        const Rounds rounds(contestants, 0.002, 31);
-        for (std::size_t p = 0; p < peers.size(); ++p) {
-            report(with_order("eigenvalues", at.n), peers[p].first, peers[p].second,
-                   rounds.ratio(0, p + 1));
-        }
+        compare(
+            with_order("eigenvalues", at.n), [&] { own.values(); }, peers);
     }
 }
 
