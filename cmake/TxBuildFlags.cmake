@@ -10,6 +10,9 @@ if(TX_DEVELOPER)
     target_compile_options(tx_build_flags INTERFACE
         -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
         $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion>)
+    # GCC 12 takes the assignment of a literal to a string for a copy that may overlap.
+    set(tx_gcc_12 $<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>)
+    target_compile_options(tx_build_flags INTERFACE $<$<AND:${tx_gcc_12}>:-Wno-restrict>)
 endif()
 if(NOT TX_AVX2)
     target_compile_definitions(tx_build_flags INTERFACE TX_NO_AVX2)

@@ -1,4 +1,4 @@
-# Installs the libraries, the header, the CMake package and the pkg-config file. Everything finds
+# Installs the libraries, the headers, the CMake package and the pkg-config file. Everything finds
 # its place relative to itself, so that an installed tree can be moved.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -10,7 +10,10 @@ install(TARGETS ${tx_variants}
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES ${PROJECT_SOURCE_DIR}/src/tx.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES ${PROJECT_SOURCE_DIR}/src/tx.h ${PROJECT_SOURCE_DIR}/src/tx.hpp
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/src/tx DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+    FILES_MATCHING PATTERN "*.hpp")
 install(EXPORT tx-targets NAMESPACE tx:: DESTINATION ${tx_package_dir})
 
 # A C program that links the static library needs the C++ runtime by name.

@@ -55,5 +55,38 @@ compiler_launcher() {
     if command -v ccache >/dev/null; then say -DCMAKE_CXX_COMPILER_LAUNCHER=ccache; fi
 }
 
+
+# fuzz SECONDS: builds and runs the fuzzer. Leaves the number of its runs in fuzz_runs.
+fuzz() {
+    # shellcheck disable=SC2046  # no option or one
+    logged fuzz-configure cmake --preset fuzz $(compiler_launcher)
+    logged fuzz-build cmake --build --preset fuzz --parallel "$(jobs_at_once)"
+    mkdir -p build/fuzz/corpus
+    logged fuzz build/fuzz/tests/fuzz_calls -max_total_time="$1" -timeout=25 -max_len=256 -len_control=0 \
+        -artifact_prefix=build/fuzz/ build/fuzz/corpus
+    # shellcheck disable=SC2034  # for the caller
+    fuzz_runs=$(sed -nE 's/^Done ([0-9]+) runs.*/\1/p' "$log_dir/fuzz.log")
+}
+
+# code_lines DIRECTORY...: lines of the sources there that are neither blank nor comment.
+code_lines() {
+    # shellcheck disable=SC2016  # the program is one of awk
+    find "$@" -type f \( -name '*.c' -o -name '*.h' -o -name '*.cpp' -o -name '*.hpp' \
+        -o -name '*.def' -o -name '*.py' -o -name '*.f90' \) -print0 2>/dev/null |
+        xargs -0 -r awk '
+            FNR == 1 { inside = 0; script = FILENAME ~ /\.py$/; fortran = FILENAME ~ /\.f90$/ }
+            inside { if (!sub(/^.*\*\//, "")) next; inside = 0 }
+            script { sub(/^[ \t]*#.*/, "") }
+            fortran { sub(/^[ \t]*!.*/, "") }
+            !script && !fortran {
+                sub(/^[ \t]*\/\/.*/, "")
+                while (match($0, /^[ \t]*\/\*/)) {
+                    if (!sub(/^[ \t]*\/\*([^*]|\*+[^*\/])*\*+\//, "")) { inside = 1; $0 = "" }
+                }
+            }
+            NF { ++lines }
+            END { print lines + 0 }'
+}
+
 log_dir=build/logs
 mkdir -p "$log_dir"

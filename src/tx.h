@@ -80,7 +80,7 @@
  * to 0: dense output then refuses until another step has succeeded.
  *
  * A right-hand side that yields NaN or infinity makes the step smaller until code 29 ends it; in
- * a Newton search a residual that is not a number counts as a failed iteration.
+ * a Newton search a residual that is not finite counts as a failed iteration.
  *
  * @section tx_threads Threads
  *
@@ -446,7 +446,7 @@ struct TrajexBif_t {
  * |  5 | Tolerance not positive | TXOpenTrajex, TXSetRelTol, TXSetAbsTol |
  * |  6 | Timestep guess not positive | reserved |
  * |  7 | Negative time step attempted | TXOpenTrajex, integrations, TXNonAutoOrbit, TXLyapCalc |
- * |  8 | No Poincare-section defined | TXAutoCut, TXCutSurface, TXAuto2DCont |
+ * |  8 | No Poincare-section defined | TXAutoCut, TXCutSurface, TXAuto2DCont, TXLocateBif, checks |
  * |  9 | Attempt to interpolate outside interval | reserved |
  * | 10 | Fatal error equilibrium state | TXSetAutoCut |
  * | 11 | Max time step not positive | TXSetMaxStep |
@@ -458,7 +458,7 @@ struct TrajexBif_t {
  * | 17 | Newton tolerance not positive | TXSetNewtTol |
  * | 18 | Poincare plane not reached within MaxPeriodSteps | reserved |
  * | 19 | Maximum number of Newton iterations exceeded | reserved |
- * | 20 | Equilibrium find while searching for periodic solution | reserved |
+ * | 20 | Equilibrium find while searching for periodic solution | TXAutoOrbit |
  * | 21 | Too many iterations in Housholder QR decomposition | Hqr |
  * | 22 | Singular matrix in LU decompostition | LUdcmp |
  * | 23 | Pertubation for Jacobian calculation not positive | TXVarOpenTrajex, TXLyapCalc |
@@ -662,10 +662,13 @@ TX_API int matherr(struct exception* x);
  *
  *     err = sqrt( sum_i ( e_i / (AbsTol + |y_i| RelTol) )^2 ) <= 1,
  *
- * and accepted or not, the next size is h (0.625 / err^(1/4) + 0.2), at most hmax, or h again
- * when err is 0. The sum is not divided by n. A component without any error counts 0 even if its
- * weight is 0; an error over a zero weight, and one that is not finite, reject the attempt with
- * the factor 0.2. An attempt costs eight evaluations of f.
+ * and accepted or not, the next size is h (0.625 / err^(1/4) + 0.2), at most hmax. When err is 0,
+ * it is h again for the first 100 steps in a row, and then 2 h, at most hmax; with RelTol and
+ * AbsTol at 0 it is always h again. An attempt ends at the rounded t + h, and its h is the distance
+ * to there, which matters where t is so large that the two differ. The sum is not divided by n. A
+ * component without any error counts 0 even if its weight is 0; an error over a zero weight, and
+ * one that is not finite, reject the attempt with the factor 0.2. An attempt costs eight
+ * evaluations of f.
  *
  * @param t0 time; advanced to the end of the step
  * @param y  state, n; advanced with it
@@ -688,7 +691,7 @@ TX_API int TXStep(Trajex* tx, double* t0, double* y);
  * @param y  state, n; on success that at t1
  *
  * Codes: 7 when t1 lies before `*t0`, is infinite or NaN, with nothing changed; 29 as for TXStep,
- * also with `*t0`, y and h of entry.
+ * and as for TXInterpolate, under that name, also with `*t0`, y and h of entry.
  */
 TX_API int TXIntegrate(Trajex* tx, double* t0, double t1, double* y);
 
@@ -702,8 +705,8 @@ TX_API int TXIntegrate(Trajex* tx, double* t0, double t1, double* y);
  *
  * The step remains described, so it can be asked again.
  *
- * Codes: 12 when there is no step to interpolate (none yet, or the last one failed); y is not
- * written.
+ * Codes: 12 when there is no step to interpolate (none yet, or the last one failed); 29 when the
+ * state is not finite, because f is not at one of the four evaluations. y is then not written.
  */
 TX_API int TXInterpolate(Trajex* tx, double t, double* y);
 
@@ -736,7 +739,7 @@ TX_API int TXSetCut(Trajex* tx, double (*cutfcn)(double t, double* y), double ep
  * @param t time at which f is evaluated
  * @param y a point of the hyperplane, n
  *
- * Codes: 10 when f vanishes at y, or when the sum of its squares is not a positive, finite number.
+ * Codes: 10 when f vanishes at y or is not finite; its size does not matter.
  * CutSurfaceDefined is as before, but point and normal are already overwritten: define the plane
  * again before using it.
  */
@@ -773,19 +776,21 @@ TX_API int TXCutSurface(Trajex* tx, double* state, double* normal);
  *
  * Codes: 13 when MaxPoincareSteps bisections, or the resolution of t, do not suffice (t and y are
  * those of the last one; CutEps is then too small for the scale of the cut value); 29 from the
- * step; 8 when there is neither a cut function nor a hyperplane: the cut value then counts as 0.
+ * step, or when dense output is not finite (t and y are then the last that were); 8 when there is
+ * neither a cut function nor a hyperplane: the cut value then counts as 0.
  */
 TX_API int TXPoincareStep(Trajex* tx, double* t, double* y);
 
 /**
  * Moves a point on or near the section to the point just beyond it, between 0 and CutEps in the
  * direction of motion: one TXStep, then secant iterations on its dense output, which may
- * extrapolate, at most MaxNewtSteps + 1 of them.
+ * extrapolate, at most MaxNewtSteps + 1 of which are tested.
  *
  * @param t time; receives that of the point
  * @param y state, n; receives the point
  * @return 1, or 0 without convergence, also where the cut value is constant or not a number; t and
- *         y are then those of the last iterate
+ *         y are then those of the last iterate, which follows the last one tested, or of the last
+ *         one whose state is finite
  *
  * A service of the orbit operations, without an entry step: it reports nothing of its own, but
  * its step may (code 29).
@@ -826,8 +831,9 @@ TX_API int CLOSESTCUT(Trajex* tx, double* t, double* y);
  * @param y        start state, of `order` components; on return that of the last sample
  *
  * Codes: 3 (work memory); 25 when the file cannot be opened, before anything is integrated, or
- * when, at the end, it turns out not to have been written in full; 29 from a step that failed.
- * The table then ends there, and t and y are those of the last sample written.
+ * when, at the end, it turns out not to have been written in full; 29 from a step that failed
+ * (under the name "TXStep"), or when dense output is not finite. The table then ends there, and t
+ * and y are those of the last sample written.
  */
 TX_API int TXftablef(Trajex* tx, const char* filename, const char* format, double* t, double t1,
                      long n, double* y);
@@ -895,7 +901,7 @@ TX_API int TXLyapCalcFile(Trajex* tx, const char* filename, double* t, double* y
  * those before it has the length 0, by which it is divided.
  * @param v    nn vectors of length n one after the other, replaced
  * @param norm receives their lengths after orthogonalisation and before normalisation; nn
- * @param n    length of a vector
+ * @param n    length of a vector; nothing is touched when it is less than 1
  * @param x    work, n
  * @param nn   number of vectors
  */
@@ -955,11 +961,12 @@ TX_API void GSR(double* v, double* norm, int n, double* x, int nn);
  * @param ... see above
  *
  * Codes: 23 for a perturbation that is not positive; 24 for a negative nparam; 15 when the
- * sub-record cannot be opened, its order n (n + nparam + 1) + 1 exceeding int (n of about 46000)
- * included; 3 (memory; reported on the sub-record for the rows of its matrix); 26 for a null
- * address among the parameters. Whatever the failure, the handle can be closed or the opening
- * repeated. After 26 the sub-record is there with the parameters before the null address; after 3
- * the parameters are those of the opening before.
+ * sub-record cannot be opened: for lack of memory, for an order n (n + nparam + 1) + 1 exceeding
+ * int (n of about 46000), or when the handle's RelTol is negative or its h not positive; 3 (memory
+ * of the parameter list or the row pointers); 26 for a null address among the parameters. All are
+ * reported on the handle. Whatever the failure, the handle can be closed or the opening repeated.
+ * After 26 the sub-record is there with the parameters before the null address; after 3 the
+ * parameters are those of the opening before.
  */
 TX_API int TXVarOpenTrajex(Trajex* tx, jac_t jac, ...);
 
@@ -1042,7 +1049,7 @@ TX_API int TXVarIntegrate(Trajex* tx, double* t0, double t1, double* y, double**
  *
  * Codes: 12 when there is no variational step to interpolate, or one with another number of active
  * parameters, reported on the sub-record TX under the name "TXInterpolate": it ends the process
- * unless `tx->TX->TerminateOnFatalError` is 0.
+ * unless `tx->TX->TerminateOnFatalError` is 0; 29 as for TXInterpolate, under that name.
  */
 TX_API int TXVarInterpolate(Trajex* tx, double t, double* y, double** Phi);
 
@@ -1088,7 +1095,8 @@ TX_API int TXVarPoincareStep(Trajex* tx, double* t, double* y, double** Phi);
  *
  * Codes: 22 for a row of zeros; the matrix is unchanged. Other singular matrices pass: a pivot
  * that is exactly 0 becomes 1e-20, and solutions become huge. A NaN in the matrix makes factors
- * NaN and is not reported.
+ * NaN and is not reported. A matrix whose largest element lies outside 1e-100 to 1e100 is
+ * decomposed at another scale, by a power of 2, and the factors are those of the matrix given.
  */
 TX_API int LUdcmp(Trajex* tx, int n, double** a, int* indx, double* d, double* work);
 
@@ -1114,7 +1122,8 @@ TX_API int TXLinZero(Trajex* tx, int n, double** A, double* b, double* work);
 
 /**
  * Balances a matrix: a diagonal similarity transformation by powers of 2 makes the norms of rows
- * and columns comparable, without rounding errors. It ends on non-finite entries. (B. N. Parlett
+ * and columns comparable, without rounding errors: a scaling that would leave the range of
+ * exponents is left out. It ends on non-finite entries. (B. N. Parlett
  * and C. Reinsch, Numer. Math. 13 (1969) 293-304.)
  * @param a n x n
  * @param n its order
@@ -1144,12 +1153,13 @@ TX_API void Elmhes(double** a, int n);
  * complex pair the one with the positive imaginary part has the higher index.
  *
  * Codes: 21 when an eigenvalue takes more than 30 iterations; those with higher indices are set.
- * A matrix with NaN ends in code 21 or in NaN eigenvalues.
+ * A matrix with NaN ends in code 21 or in NaN eigenvalues. One whose elements lie outside 1e-100 to
+ * 1e100 is multiplied by a power of 2 before, and its eigenvalues are divided by it.
  */
 TX_API int Hqr(Trajex* tx, double** a, int n, double* wr, double* wi);
 
 /**
- * Eigenvalues of a real matrix: Balanc, Elmhes, Hqr.
+ * Eigenvalues of a real matrix: Balanc, Elmhes, Hqr, at the scale that Hqr works at.
  * @param n  order of the matrix
  * @param A  matrix, destroyed
  * @param er receives the real parts; n, ordered as by Hqr
@@ -1187,10 +1197,13 @@ TX_API int TXEigenVector(Trajex* tx, int n, double** A, double r, double* ev, do
  *     dist = sqrt( sum_i ( r_i / (|x_i| NewtRelTol + NewtAbsTol) )^2 ),
  *
  * without division by n; components with an empty weight are left out, and dist <= 1 is
- * convergence. A search gives up when dist more than doubles from one iteration to the next, when
- * it is NaN, and at the limit MaxNewtSteps. These functions need the sub-record
- * (TXVarOpenTrajex). A singular matrix is code 22 from TXLinZero, and if that is recorded the
- * search goes on with what it has.
+ * convergence. A residual that is not finite makes dist NaN, whatever its weight. A search gives up
+ * when dist more than doubles from one iteration to the next, when it is NaN, and at the limit
+ * MaxNewtSteps. A search for an orbit, its bifurcations included, also gives up at an iterate
+ * with a component or a parameter beyond 10000 (1 + |its value at first|), and when one period
+ * takes more than 10^6 steps and more than 1000 times as many as the first one did. These functions
+ * need the sub-record (TXVarOpenTrajex). A singular matrix is code 22 from TXLinZero, and if that
+ * is recorded the search goes on with what it has.
  * @{
  */
 
@@ -1220,9 +1233,9 @@ TX_API int TXEquiPoint(Trajex* tx, double* y);
  *
  * nparam is 0 while it works, and as before afterwards.
  *
- * Codes: 7 for a period that is not positive, not finite or too short to move t; 30 without
- * convergence after at most MaxNewtSteps integrations, y and Phi being those of the last. An
- * integration that fails ends the search with its own code.
+ * Codes: 3 (work memory); 7 for a period that is not positive, not finite or too short to move t;
+ * 30 without convergence after at most MaxNewtSteps integrations, y and Phi being those of the
+ * last. An integration that fails ends the search with its own code.
  */
 TX_API int TXNonAutoOrbit(Trajex* tx, double t, double* y, double** Phi, double T);
 
@@ -1243,11 +1256,14 @@ TX_API int TXNonAutoOrbit(Trajex* tx, double t, double* y, double** Phi, double 
  * nparam is 0 while it works, and as before afterwards. With NewtAbsTol = 0 it cannot converge on
  * a section through the zero of a coordinate; see NewtAbsTol.
  *
- * Codes: 30 without convergence, y, Phi and `*T` being those of the last integration; also when a
- * correction makes the period not positive, or too short to move t, `*T` being that period. When
- * the section is not reached, or not regained, within MaxPeriodSteps steps, or a point on it not
- * met within MaxPoincareSteps bisections or the resolution of t, the result is 0 and ErrorCode is
- * what the last step left there, as a rule 0. A step that fails ends the search with its own code.
+ * Codes: 3 (work memory); 20 when what was found is an equilibrium, which closes over any period:
+ * no point of the period, or the flow at its start times the period, differs from the start by more
+ * than the tolerance (y is then the equilibrium); 30 without convergence, y, Phi and `*T` being
+ * those of the last integration; also when a correction makes the period not positive, or too short
+ * to move t, `*T` being that period. When the section is not reached, or not regained, within
+ * MaxPeriodSteps steps, or a point on it not met within MaxPoincareSteps bisections or the
+ * resolution of t, the result is 0 and ErrorCode is what the last step left there, as a rule 0. A
+ * step that fails ends the search with its own code.
  */
 TX_API int TXAutoOrbit(Trajex* tx, double t, double* y, double** Phi, int p, double* T);
 
@@ -1287,7 +1303,7 @@ TX_API int TXDestroyBif(Trajex* tx, TrajexBif* txb);
  * this puts its trivial multiplier last, where CRIT can leave it out.
  * @param er real parts, n
  * @param ei imaginary parts, n
- * @param n  number of eigenvalues
+ * @param n  number of eigenvalues; nothing is touched when it is less than 1
  */
 TX_API void SORTEIG(double* er, double* ei, int n);
 
@@ -1426,7 +1442,8 @@ TX_API void TXPathOutput(Trajex* tx, FILE* file);
  * On success the parameters are those of the record again. What fails on the way to a test orbit is
  * recorded even under the policy to terminate, and its code may be left in ErrorCode.
  *
- * Codes: 3 (work memory), 28 (no record, or one made for fewer parameters).
+ * Codes: 3 (work memory), 8 (mode 1, and no section is defined), 28 (no record, or one made for
+ * fewer parameters).
  */
 TX_API int TXCheckBif(Trajex* tx, TrajexBif* txb, double* c, double thedc, int mode, FILE* state);
 
@@ -1473,7 +1490,8 @@ TX_API int TXCheckEquiBif(Trajex* tx, TrajexBif* txb, double* c, double thedc, F
  * nparam is as before on every way out. What fails on the way, such as an integration, is recorded
  * even under the policy to terminate, and its code may be left in ErrorCode.
  *
- * Codes: 3 (work memory), 28 (no record, or one made for fewer parameters).
+ * Codes: 3 (work memory), 8 (an autonomous system without a section, where the search needs one),
+ * 28 (no record, or one made for fewer parameters).
  */
 TX_API int TXLocateBif(Trajex* tx, TrajexBif* txb, double* c, int mode, FILE* state);
 
@@ -1515,8 +1533,9 @@ TX_API int TXLocateEquiBif(Trajex* tx, TrajexBif* txb, double* c, FILE* state);
  * Parameters are named by the addresses of the application's variables, as they were registered;
  * the run moves the variables. `*dc` is the step length. Its magnitude on entry is the largest
  * step of the run and its sign the direction, in one parameter towards larger or smaller values;
- * the run adapts it and leaves the last one. The smallest step is |*dc| NewtRelTol + NewtAbsTol,
- * formed at the start; a |*dc| below that is code 29 at the first step.
+ * the run adapts it and leaves the last one. A `*dc` that is NaN or infinite is code 29 before
+ * anything changes. The smallest step is |*dc| NewtRelTol + NewtAbsTol, formed at the start; in one
+ * parameter a |*dc| below that is code 29 at the first step, in two the first time it is halved.
  *
  * @par Outputs
  * `mode` is a sum of bits that select the outputs. Each brings further arguments, passed in this
@@ -1546,11 +1565,14 @@ TX_API int TXLocateEquiBif(Trajex* tx, TrajexBif* txb, double* c, FILE* state);
  * The start is converged first, and is step 0. A step predicts along the tangent and corrects,
  * with `*dc` halved until the corrector converges. Then, if the number of stable eigenvalues has
  * changed since the last accepted point, or the tangent has turned round, the bifurcation between
- * them is searched for. When it is located, the path goes on from the point beyond it, at a turning
- * point with the sign of `*dc` reversed; otherwise the point is rejected and `*dc` halved. Without
- * a search, `*dc` is multiplied by a factor from 0.7071 to 1.4142, the smaller the more the tangent
- * turns and the critical eigenvalue moves. Where the solution does not depend on the parameter, the
- * step is taken in the parameter alone.
+ * them is searched for. When it is located within a step length of both points, the path goes on
+ * from the point beyond it, at a turning point with the sign of `*dc` reversed; otherwise, and
+ * where what was located is another bifurcation farther away, the point is rejected and `*dc`
+ * halved. A search in vain leaves the record as it was. Without a search, `*dc` is multiplied by a
+ * factor from 0.7071 to 1.4142, the smaller the more the tangent turns and the critical eigenvalue
+ * moves. Where the solution does not depend on the parameter, or so little that the change is below
+ * the Newton tolerance of the state while a step measured in the state would take the parameter
+ * more than 10 (1 + |*c|) away, the step is taken in the parameter alone.
  *
  * @par
  * The run ends with 1 after MaxContSteps steps, rejected points included, or at bifurcation number
@@ -1558,6 +1580,11 @@ TX_API int TXLocateEquiBif(Trajex* tx, TrajexBif* txb, double* c, FILE* state);
  * keeps the located value and `tx->txb` holds the located point, while y (and `*T`) belong to the
  * point beyond. A bifurcation record is created if there is none, or in place of one that was made
  * for fewer parameters.
+ *
+ * @par
+ * y and T may lie in the record, as `tx->txb->y` does, or `tx->txb->top` with `&tx->txb->Ttop`: the
+ * run then works on copies, which it writes back at its end unless the record was replaced. Only
+ * the record's own y and T hold in the end what the record holds.
  *
  * @par Two parameters
  * The run starts from state, time, period and type in the bifurcation record, as a rule those of a
@@ -1574,18 +1601,21 @@ TX_API int TXLocateEquiBif(Trajex* tx, TrajexBif* txb, double* c, FILE* state);
  * failures itself, such as a location that does not converge: these are recorded even under the
  * policy to terminate, and their code may be left in ErrorCode although the result is 1. Failures
  * of the eigenvalue computations and linear solves of one-parameter runs are not handled: if the
- * policy is to record, the run goes on with what it has.
+ * policy is to record, the run goes on with what it has. A search for a bifurcation that has no
+ * memory ends the run.
  *
  *     3     work memory or record not available
- *     26    a parameter is not registered exactly once, or c1 and c2 are the same
+ *     26    a parameter is not registered exactly once, or c1 and c2 are the same; the flags of
+ *           two-parameter runs are as before
  *     28    two parameters: no record, or one made for fewer parameters
- *     29    the step would have to be smaller than the smallest one
+ *     29    the step would have to be smaller than the smallest one, or is no finite number
  *     ...   one parameter: the code of a start that does not converge, reported once more
  *
- * After code 29 a one-parameter run leaves the last iterate in its arguments and the last accepted
- * point in the record; a two-parameter run, which also ends so at a point where its system is
- * singular, leaves the last accepted point in both. When a callback throws, arguments and record
- * are those in use at that moment, without perturbations.
+ * A start that is not converged leaves y (and `*T`) as the search for it does, and the record as it
+ * was but for biftype and cindi. A run that fails later leaves the last accepted point in its
+ * arguments and in the record; code 29 ends two-parameter runs also where their system is
+ * singular. When a callback throws, arguments and record of a one-parameter run are those in use at
+ * that moment, without perturbations, and those of a two-parameter run the last accepted point.
  *
  * @{
  */
@@ -1629,7 +1659,8 @@ TX_API int TXEquiCont(Trajex* tx, double* y, double* c, double* dc, int nrbif, i
  * tangent may keep its sign where it turns round. The upper limit of the step factor is 1.41.
  * Kind of path: 1.
  *
- * Codes: those of every run, and 13 when the section is lost without another code.
+ * Codes: those of every run, and 13 when the section is lost without another code. (Where not even
+ * a step to it can be made, the correction has failed, and the step is halved.)
  */
 TX_API int TXAutoCont(Trajex* tx, double t, double* y, int p, double* T, double* c, double* dc,
                       int nrbif, int mode, ...);
@@ -1684,7 +1715,7 @@ TX_API int TXEqui2DCont(Trajex* tx, double* c1, double* c2, double* dc, int mode
  * With biftype 1 (TORUS) in the record the criterion is the modulus minus 1; otherwise that is
  * multiplied by 1 + |imaginary part|, which disfavours complex multipliers. Kind of path: 2.
  *
- * Codes: those of every run, and 8 without a section.
+ * Codes: those of every run, and 8 without a section, which is tested after the parameters.
  */
 TX_API int TXAuto2DCont(Trajex* tx, double* c1, double* c2, double* dc, int mode, ...);
 

@@ -12,6 +12,8 @@ std::atomic<int> granted{-1};
 
 std::atomic<bool> refused{false};
 
+std::atomic<long> made{0};
+
 bool refuse() {
     if (granted.load() < 0) return false;
     if (granted.load() == 0) {
@@ -26,6 +28,7 @@ bool refuse() {
 
 // Both forms of each: under a sanitizer the array form is not made of the other one.
 void* operator new(std::size_t size) {
+    ++made;
     void* memory = refuse() ? nullptr : std::malloc(size != 0 ? size : 1);
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
@@ -33,6 +36,15 @@ void* operator new(std::size_t size) {
 
 void* operator new[](std::size_t size) {
     return operator new(size);
+}
+
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    ++made;
+    return refuse() ? nullptr : std::malloc(size != 0 ? size : 1);
+}
+
+void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
+    return operator new(size, tag);
 }
 
 void operator delete(void* memory) noexcept {
@@ -64,6 +76,10 @@ FailingAllocation::~FailingAllocation() {
 
 bool FailingAllocation::failed() const {
     return refused.load();
+}
+
+long allocations() {
+    return made.load();
 }
 
 }  // namespace testing_support

@@ -1,5 +1,5 @@
-// Makes a chosen allocation of the library fail. The program's operator new is replaced by one that
-// counts; link allocation.cpp.
+// Makes a chosen allocation of the library fail, and counts them. The program's operator new is
+// replaced by one that counts; link allocation.cpp.
 #pragma once
 
 namespace testing_support {
@@ -15,5 +15,8 @@ class FailingAllocation {
     /// Whether the program came as far as the failure.
     bool failed() const;
 };
+
+/// How many allocations the program has made.
+long allocations();
 
 }  // namespace testing_support

@@ -29,7 +29,7 @@ do for [format in "svg png"] {
     set label "one equilibrium" at -0.35, 0.15 center
     set label "cusp" at 0.02, -0.07
     plot folds using 1:2 with linespoints pt 7 ps 0.4 lw 2 lc rgb "#1f4e9c" title "folds, continued", \
-         "+" using (2 * ($1 + 0.5)**1.5 / sqrt(27)):($1 + 0.5) with lines lw 1 lc rgb "#888888" title "27 c_1^2 = 4 c_2^3", \
+         "+" using (2 * ($1 + 0.5)**1.5 / sqrt(27)):($1 + 0.5) with lines lw 1 lc rgb "#888888" title "27 c_1² = 4 c_2³", \
          "+" using (-2 * ($1 + 0.5)**1.5 / sqrt(27)):($1 + 0.5) with lines lw 1 lc rgb "#888888" notitle
     unset multiplot
 }

@@ -22,7 +22,8 @@ do for [format in "svg png"] {
     set ylabel "y where x = 0"
     set xrange [2.5:4.4]
     set yrange [2.6:5.8]
-    plot directory . "/attractor.dat" using (uncovered($1)):2 with points pt 7 ps 0.2 lc rgb "#aaaaaa" title "attractor", \
+    plot directory . "/attractor.dat" using (uncovered($1)):2 with points pt 7 ps 0.2 lc rgb "#aaaaaa" notitle, \
+         NaN with points pt 7 ps 1 lc rgb "#aaaaaa" title "attractor", \
          for [k = 0:2] for [turn = 1:2 ** k] data index k using 1:(stable(column(turn + 2), $2)) \
              with lines lw 3 lc rgb "#1f4e9c" title (k + turn == 1 ? "stable cycles" : ""), \
          for [k = 0:2] for [turn = 1:2 ** k] data index k using 1:(unstable(column(turn + 2), $2)) \

@@ -11,6 +11,34 @@
 #include "linalg/linear_system.hpp"
 #include "linalg/matrix.hpp"
 
+namespace trajex {
+
+namespace {
+
+int classify(Trajex& tx, TrajexBif& bif) {
+    const std::size_t n = order_of(tx);
+    double *eigenvector, *solver;
+    double** matrix;
+    const Workspace work({{&eigenvector, n}, {&solver, solver_work(n)}}, {{&matrix, n, n}});
+    const std::size_t critical = critical_eigenvalue(bif.er, n).index;
+    copy_block(bif.Phi, n, n, matrix);
+    TXEigenVector(&tx, tx.order, matrix, bif.er[critical], eigenvector, solver);
+    restore_parameters(tx, bif);
+    if (bif.ei[critical] == 0) {
+        bif.biftype = saddle_node;
+        std::snprintf(bif.btype, sizeof bif.btype, " ) or ( ");
+    } else {
+        bif.biftype = hopf;
+        std::copy_n(eigenvector, n, bif.trans);
+        std::snprintf(bif.btype, sizeof bif.btype, " -Oo- or -oO- ");
+    }
+    return 1;
+}
+
+}  // namespace
+
+}  // namespace trajex
+
 using namespace trajex;
 
 int TXCheckEquiBif(Trajex* handle, TrajexBif* txb, double* c, double /*thedc*/, FILE* /*state*/) {
@@ -19,23 +47,5 @@ int TXCheckEquiBif(Trajex* handle, TrajexBif* txb, double* c, double /*thedc*/, 
     if (!usable(tx, txb)) return report(&tx, Error::no_bifurcation_record, where);
     int index = 0;
     if (activate_parameter(tx, c, &index) != 1) return 0;
-    const std::size_t n = order_of(tx);
-    double *eigenvector, *solver;
-    double** matrix;
-    const Workspace work({{&eigenvector, n}, {&solver, solver_work(n)}}, {{&matrix, n, n}});
-    if (!work) return report(&tx, Error::no_memory, where);
-
-    const std::size_t critical = critical_eigenvalue(txb->er, n).index;
-    copy_block(txb->Phi, n, n, matrix);
-    TXEigenVector(&tx, tx.order, matrix, txb->er[critical], eigenvector, solver);
-    restore_parameters(tx, *txb);
-    if (txb->ei[critical] == 0) {
-        txb->biftype = saddle_node;
-        std::snprintf(txb->btype, sizeof txb->btype, " ) or ( ");
-    } else {
-        txb->biftype = hopf;
-        std::copy_n(eigenvector, n, txb->trans);
-        std::snprintf(txb->btype, sizeof txb->btype, " -Oo- or -oO- ");
-    }
-    return 1;
+    return with_work_memory(tx, where, [&] { return classify(tx, *txb); });
 }

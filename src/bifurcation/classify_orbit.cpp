@@ -25,8 +25,8 @@
 #include "integration/section.hpp"
 #include "linalg/linear_system.hpp"
 #include "linalg/matrix.hpp"
+#include "orbits/period_border.hpp"
 #include "orbits/period_map.hpp"
-#include "orbits/shooting.hpp"
 
 namespace trajex {
 
@@ -67,8 +67,6 @@ class OrbitCheck {
                  {&solver_, solver_work(n_ + 2)}},
                 {{&matrix_, n_ + 2, n_ + 2}}) {}
 
-    bool has_memory() const { return static_cast<bool>(work_); }
-
     /// Whether the test orbits were found; the record is then complete.
     bool run() {
         if (!possible_period(bif_.t, bif_.T)) return false;
@@ -99,6 +97,7 @@ class OrbitCheck {
     Attempt attempt(Parameter parameter);
     bool correct(Parameter parameter, double t);
     Attempt judge(Parameter parameter);
+    double distance_after_period(double* t);
     double residual_norm();
     void mark(char progress) const {
         if (state_ != nullptr) std::fputc(progress, state_);
@@ -137,6 +136,7 @@ class OrbitCheck {
     double* ei_ = nullptr;
     double* solver_ = nullptr;
     double** matrix_ = nullptr;
+    PeriodSteps steps_;
     Workspace work_;
 };
 
@@ -206,17 +206,27 @@ bool OrbitCheck::search(Parameter parameter, Start&& start, TestOrbit& orbit) {
 /// which there may be another: it must not end the process.
 Attempt OrbitCheck::attempt(Parameter parameter) {
     const Temporarily recording(tx_.TerminateOnFatalError, 0);
-    double previous = 0;
-    for (int its = 0;; ++its) {
-        double t = bif_.t;
-        if (integrate_period(tx_, &t, T_, u_, d_, matrix_) != 1) return Attempt::failed;
-        const double dist = residual_norm();
-        if (its > tx_.MaxNewtSteps || diverging(dist, previous)) return Attempt::failed;
-        if (dist <= 1) return judge(parameter);
-        previous = dist;
-        if (!correct(parameter, t)) return Attempt::failed;
-        if (trivial_ > 0 && !move_to_section(tx_, &t, u_)) return Attempt::lost_section;
-    }
+    double t = bif_.t;
+    bool lost = false;
+    const NewtonEnd end = newton(
+        {tx_.MaxNewtSteps + 2LL},
+        [&](double) {
+            t = bif_.t;
+            return distance_after_period(&t);
+        },
+        [&](double, double) {
+            if (!correct(parameter, t)) return false;
+            lost = trivial_ > 0 && !move_to_section(tx_, &t, u_);
+            return !lost;
+        });
+    if (lost) return Attempt::lost_section;
+    return end == NewtonEnd::converged ? judge(parameter) : Attempt::failed;
+}
+
+double OrbitCheck::distance_after_period(double* t) {
+    steps_.begin();
+    const int ended = integrate_period(tx_, t, T_, u_, d_, matrix_, steps_);
+    return ended == 1 ? residual_norm() : std::numeric_limits<double>::quiet_NaN();
 }
 
 /// d becomes start minus end.
@@ -249,7 +259,7 @@ bool OrbitCheck::correct(Parameter parameter, double t) {
     for (std::size_t i = 0; i < n_; ++i) u_[i] += d_[i];
     if (free) c_ += d_[n_];
     if (trivial_ > 0) T_ += d_[size - 1];
-    return possible_period(bif_.t, T_);
+    return possible_period(bif_.t, T_) && !ran_away(u_, bif_.y, n_) && !ran_away(c_, c0_);
 }
 
 /// A closed orbit, with M in the matrix.
@@ -352,7 +362,8 @@ int TXCheckBif(Trajex* handle, TrajexBif* txb, double* c, double thedc, int mode
     if (!usable(tx, txb)) return report(&tx, Error::no_bifurcation_record, where);
     int index = 0;
     if (activate_parameter(tx, c, &index) != 1) return 0;
-    OrbitCheck check(tx, *txb, c, thedc, mode > 0 ? autonomous_orbit : forced_orbit, state);
-    if (!check.has_memory()) return report(&tx, Error::no_memory, where);
-    return check.run() ? 1 : 0;
+    return with_work_memory(tx, where, [&] {
+        OrbitCheck check(tx, *txb, c, thedc, mode > 0 ? autonomous_orbit : forced_orbit, state);
+        return check.run() ? 1 : report_missing_section(tx, where);
+    });
 }

@@ -24,7 +24,7 @@ double give(const CriticalPair& pair, int* first, int* second) {
 }  // namespace
 
 void SORTEIG(double* er, double* ei, int n) {
-    move_trivial_last(er, ei, static_cast<std::size_t>(n));
+    if (n > 0) move_trivial_last(er, ei, static_cast<std::size_t>(n));
 }
 
 double CRIT(Trajex* tx, int* crit1, int mode) {

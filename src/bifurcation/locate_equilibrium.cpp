@@ -38,37 +38,39 @@ class EquilibriumLocation {
                 {{&linear_, n_, n_ + 1},
                  {&parameter_columns_, n_, parameters_of(tx)},
                  pointer_list(&unknowns_, n_ + 1)}) {
-        if (!work_) return;
         for (std::size_t i = 0; i < n_; ++i) unknowns_[i] = &bif.y[i];
         unknowns_[n_] = c;
     }
 
-    bool has_memory() const { return static_cast<bool>(work_); }
-
     /// Whether the iteration converged; the record then holds the located point.
     bool run(FILE* state) {
-        double previous = 0;
-        for (int its = 0;; ++its) {
-            evaluate();
-            const double dist = distance();
-            if (its > tx_.MaxNewtSteps || diverging(dist, previous)) return false;
-            if (state != nullptr) std::fputc(progress_mark(dist, previous), state);
-            if (dist <= 1) break;
-            previous = dist;
-            correct();
-        }
+        NewtonLimit limit{tx_.MaxNewtSteps + 2LL};
+        const NewtonEnd end = newton(
+            limit, [this](double) { return distance_from_bifurcation(); },
+            [this](double, double) {
+                correct();
+                return true;
+            },
+            [state](double dist, double previous) {
+                if (state != nullptr) std::fputc(progress_mark(dist, previous), state);
+            });
+        if (end != NewtonEnd::converged) return false;
         copy_block(linear_, n_, n_ + 1, bif_.Phi);
         return true;
     }
 
   private:
+    double distance_from_bifurcation() {
+        evaluate();
+        return distance();
+    }
+
     /// f, [J | df/dc], the eigenvalues and g at the iterate.
     void evaluate() {
         tx_.fcn(bif_.t, bif_.y, right_);
         linearise_flow(tx_, bif_.t, bif_.y, &index_, 1, parameter_columns_, linear_);
         copy_block(linear_, n_, n_, bif_.Phi);
-        TXEigen(&tx_, tx_.order, bif_.Phi, bif_.er, bif_.ei);
-        critical_ = critical_eigenvalue(bif_.er, n_).value;
+        critical_ = critical_real_part_of(tx_, bif_.Phi, bif_.er, bif_.ei);
         for (std::size_t i = 0; i < n_; ++i) right_[i] = -right_[i];
         right_[n_] = -critical_;
     }
@@ -91,7 +93,7 @@ class EquilibriumLocation {
             samples_);
         copy_block(linear_, n_, n_ + 1, matrix);
         difference_row(samples_, n_ + 1, critical_, h, matrix[n_]);
-        TXLinZero(&tx_, tx_.order + 1, matrix, right_, solver_);
+        TXLinZero(&tx_, tx_.order + 1, matrix, right_, solver_);  // see the next residual
         for (std::size_t j = 0; j <= n_; ++j) *unknowns_[j] += right_[j];
     }
 
@@ -121,11 +123,10 @@ int TXLocateEquiBif(Trajex* handle, TrajexBif* txb, double* c, FILE* state) {
     if (!usable(tx, txb)) return report(&tx, Error::no_bifurcation_record, where);
     int index = 0;
     if (activate_parameter(tx, c, &index) != 1) return 0;
-    EquilibriumLocation location(tx, *txb, c, index);
-    if (!location.has_memory()) return report(&tx, Error::no_memory, where);
-    if (!location.run(state)) return report(&tx, Error::newton_not_converged, where);
-    record_parameters(tx, *txb);
-    txb->indir = 0;
-    txb->biftype = not_determined;
-    return 1;
+    return with_work_memory(tx, where, [&] {
+        EquilibriumLocation location(tx, *txb, c, index);
+        if (!location.run(state)) return report(&tx, Error::newton_not_converged, where);
+        record_location(tx, *txb);
+        return 1;
+    });
 }

@@ -25,9 +25,9 @@
 #include "integration/section.hpp"
 #include "linalg/linear_system.hpp"
 #include "linalg/matrix.hpp"
+#include "orbits/period_border.hpp"
 #include "orbits/period_map.hpp"
 #include "orbits/section_walk.hpp"
-#include "orbits/shooting.hpp"
 #include "variational/extended.hpp"
 
 namespace trajex {
@@ -53,34 +53,24 @@ class OrbitLocation {
           size_(n_ + 1 + trivial_),
           t_(bif.t),
           T_(bif.T),
-          work_({{&u_, n_}, {&right_, size_}, {&samples_, n_ + 1}, {&solver_, solver_work(size_)}},
+          work_({{&u_, n_},
+                 {&entry_, n_ + 1},
+                 {&right_, size_},
+                 {&samples_, n_ + 1},
+                 {&solver_, solver_work(size_)}},
                 {{&M_, n_, n_ + 1}, pointer_list(&unknowns_, n_ + 2)}) {
-        if (!work_) return;
         std::copy_n(bif.y, n_, u_);
         for (std::size_t i = 0; i < n_; ++i) unknowns_[i] = &u_[i];
         unknowns_[n_] = c;
         unknowns_[n_ + 1] = &T_;
+        for (std::size_t j = 0; j <= n_; ++j) entry_[j] = *unknowns_[j];
     }
-
-    bool has_memory() const { return static_cast<bool>(work_); }
 
     /// Whether the iteration converged; the record then holds the located orbit. Not to find one is
     /// an answer, whatever failed on the way: it must not end the process.
     bool run(FILE* state) {
         const Temporarily recording(tx_.TerminateOnFatalError, 0);
-        double previous = 0;
-        for (int its = 0;; ++its) {
-            if (!evaluate()) return false;
-            const double dist = distance();
-            const bool doubled = is_doubled_copy();
-            if (doubled && state != nullptr) std::fputc('%', state);
-            if (its > tx_.MaxNewtSteps || diverging(dist, previous)) return false;
-            if (state != nullptr) std::fputc(progress_mark(dist, previous), state);
-            if (dist <= 1 && !doubled) break;
-            if (!correct()) return false;
-            if (doubled) halve_period();
-            previous = doubled ? 0 : dist;
-        }
+        if (!converge(state)) return false;
         std::copy_n(u_, n_, bif_.y);
         copy_block(M_, n_, n_ + 1, bif_.Phi);
         bif_.T = T_;
@@ -88,9 +78,33 @@ class OrbitLocation {
     }
 
   private:
+    /// Newton's method, which begins anew with the half of an orbit that was a doubled copy.
+    bool converge(FILE* state) {
+        const auto print = [state](char progress) {
+            if (state != nullptr) std::fputc(progress, state);
+        };
+        NewtonLimit limit{tx_.MaxNewtSteps + 2LL};
+        for (;;) {
+            bool doubled = false;
+            const auto norm = [&](double) {
+                if (!evaluate()) return std::numeric_limits<double>::quiet_NaN();
+                doubled = is_doubled_copy();
+                if (doubled) print('%');
+                return distance();
+            };
+            const NewtonEnd end = newton(
+                limit, norm, [&](double, double) { return !doubled && correct(); },
+                [&](double dist, double previous) { print(progress_mark(dist, previous)); });
+            if (end == NewtonEnd::failed || !doubled) return end == NewtonEnd::converged;
+            if (!correct()) return false;
+            halve_period();
+        }
+    }
+
     /// The image and the linearisation of the period at the iterate, its multipliers and g.
     bool evaluate() {
         if (!possible_period(t_, T_ / 2)) return false;
+        steps_.begin();
         std::copy_n(u_, n_, bif_.y);
         set_identity(bif_.Phi, n_, n_ + 1);
         if (!integrate_half() || !judge_half() || !integrate_half()) return false;
@@ -109,9 +123,9 @@ class OrbitLocation {
         if (turns_ > 0 && turns_ % 2 == 0) {
             ExtendedFlow flow(tx_, bif_.y, bif_.Phi);
             const long long limit = static_cast<long long>(turns_) * tx_.MaxPeriodSteps + 1;
-            return walk_to_section(flow, &t_, turns_, limit);
+            return walk_to_section(flow, &t_, turns_, limit, steps_);
         }
-        return TXVarIntegrate(&tx_, &t_, t_ + T_ / 2, bif_.y, bif_.Phi) == 1;
+        return integrate_watched(tx_, &t_, t_ + T_ / 2, bif_.y, bif_.Phi, steps_) == 1;
     }
 
     bool judge_half() {
@@ -138,10 +152,15 @@ class OrbitLocation {
 
     /// Near a period doubling, the doubled orbit lies along the eigenvector of the multiplier -1 of
     /// the orbit that it branches from, and its own multiplier is near +1.
+    /// How near to is a matter of experience: the multiplier of the whole period is about the
+    /// square of that of the half, and the direction is exact at the doubling only.
     bool is_doubled_copy() const {
+        constexpr double least_multiplier = 0.9;
+        constexpr double largest_of_half = -0.75;
+        constexpr double least_alignment = 0.95;
         const std::size_t k = critical_.index;
-        return bif_.ei[k] == 0 && bif_.er[k] > 0.9 && half_.critical_im == 0 &&
-               half_.critical_re < -0.75 && half_.alignment > 0.95;
+        return bif_.ei[k] == 0 && bif_.er[k] > least_multiplier && half_.critical_im == 0 &&
+               half_.critical_re < largest_of_half && half_.alignment > least_alignment;
     }
 
     void halve_period() {
@@ -160,7 +179,8 @@ class OrbitLocation {
 
     /// g at the iterate as it stands, perturbed; not a number where it cannot be computed.
     double modulus_after_period() {
-        const bool found = integrate_period(tx_, &t_, T_, u_, bif_.y, bif_.Phi) == 1 &&
+        steps_.begin();
+        const bool found = integrate_period(tx_, &t_, T_, u_, bif_.y, bif_.Phi, steps_) == 1 &&
                            find_multipliers(tx_, bif_.Phi, bif_.er, bif_.ei, trivial_) == 1;
         return found ? critical_multiplier_of(tx_, bif_.er, bif_.ei, trivial_).value
                      : std::numeric_limits<double>::quiet_NaN();
@@ -183,6 +203,9 @@ class OrbitLocation {
         TXLinZero(&tx_, static_cast<int>(size_), A, right_, solver_);
         if (!all_finite(right_, size_)) return false;
         for (std::size_t j = 0; j < size_; ++j) *unknowns_[j] += right_[j];
+        for (std::size_t j = 0; j <= n_; ++j) {
+            if (ran_away(*unknowns_[j], entry_[j])) return false;
+        }
         return trivial_ == 0 || move_to_section(tx_, &t_, u_);
     }
 
@@ -195,6 +218,7 @@ class OrbitLocation {
     double t_;
     double T_;
     double* u_ = nullptr;      // start point; the record's state is where it is integrated
+    double* entry_ = nullptr;  // start point and parameter at first
     double* right_ = nullptr;  // right-hand side; the correction once solved
     double* samples_ = nullptr;
     double* solver_ = nullptr;
@@ -202,6 +226,7 @@ class OrbitLocation {
     double** unknowns_ = nullptr;
     HalfPeriod half_;
     Critical critical_;
+    PeriodSteps steps_;
     Workspace work_;
 };
 
@@ -217,11 +242,10 @@ int TXLocateBif(Trajex* handle, TrajexBif* txb, double* c, int mode, FILE* state
     if (!usable(tx, txb)) return report(&tx, Error::no_bifurcation_record, where);
     int index = 0;
     if (activate_parameter(tx, c, &index) != 1) return 0;
-    OrbitLocation location(tx, *txb, c, mode);
-    if (!location.has_memory()) return report(&tx, Error::no_memory, where);
-    if (!location.run(state)) return 0;
-    record_parameters(tx, *txb);
-    txb->indir = 0;
-    txb->biftype = not_determined;
-    return 1;
+    return with_work_memory(tx, where, [&] {
+        OrbitLocation location(tx, *txb, c, mode);
+        if (!location.run(state)) return report_missing_section(tx, where);
+        record_location(tx, *txb);
+        return 1;
+    });
 }

@@ -1,6 +1,9 @@
 // Making and releasing the bifurcation record, and the catalogue of bifurcation types.
 #include "bifurcation/record.hpp"
 
+#include <algorithm>
+#include <functional>
+
 #include "core/errors.hpp"
 #include "core/workspace.hpp"
 
@@ -14,7 +17,6 @@ namespace trajex {
 
 namespace {
 
-// One block: y, the square matrix, c, then the other vectors of the state's length.
 void carve(BifRecord& bif, std::size_t n, std::size_t m) {
     const std::size_t rows = n + m + 1;
     double* next = bif.block.get();
@@ -62,11 +64,20 @@ int activate_parameter(Trajex& tx, const double* c, int* index) {
     return count;
 }
 
-bool activate_parameters(Trajex& tx, const double* c1, const double* c2, int* index1, int* index2) {
-    const bool found = c1 != c2 && activate_parameter(tx, c2, index2) == 1 &&
-                       activate_parameter(tx, c1, index1) == 1;
-    if (found) tx.cp[*index2] = 1;
-    return found;
+bool find_parameter(const Trajex& tx, const double* c, int* index) {
+    double** const end = tx.c + parameters_of(tx);
+    double** const place = std::find(tx.c, end, c);
+    *index = static_cast<int>(place - tx.c);
+    return place != end && std::find(place + 1, end, c) == end;
+}
+
+bool BifRecord::contains(const double* address) const {
+    const auto between = [address](const void* first, const void* end) {
+        return !std::less<>()(static_cast<const void*>(address), first) &&
+               std::less<>()(static_cast<const void*>(address), end);
+    };
+    const TrajexBif* const fields = this;
+    return between(block.get(), c + values_from_c()) || between(fields, fields + 1);
 }
 
 }  // namespace trajex

@@ -30,46 +30,29 @@ namespace {
 struct Analysis {
     double* tangent = nullptr;  // (dy/dc, 1, d(period)/dc)
     double length = 0;          // of the tangent, as it measures the step
+    bool stands_still = false;  // the solution does not move with the parameter
     Stability stability;
 };
 
-/// The last accepted point, while a search works on the record: put back unless the search located
-/// a bifurcation, which then is what the record holds.
-class [[nodiscard]] RecordedPoint {
+/// The record of the last accepted point while a search works on it: put back unless the search
+/// located a bifurcation, which then is what the record holds.
+class [[nodiscard]] RecordInSearch {
   public:
-    /// `storage` holds 3 n + m doubles for the life of the guard, m being the number of parameters.
-    RecordedPoint(TrajexBif& record, std::size_t n, std::size_t m, double* storage)
-        : record_(record),
-          fields_(record),
-          y_(record.y, n, storage),
-          er_(record.er, n, storage + n),
-          ei_(record.ei, n, storage + 2 * n),
-          c_(record.c, m, storage + 3 * n) {}
-    ~RecordedPoint() {
-        if (!kept_) record_ = fields_;
+    explicit RecordInSearch(const AcceptedPoint& accepted) : accepted_(accepted) {}
+    ~RecordInSearch() {
+        if (!kept_) accepted_.restore_record();
     }
-    RecordedPoint(const RecordedPoint&) = delete;
-    RecordedPoint& operator=(const RecordedPoint&) = delete;
+    RecordInSearch(const RecordInSearch&) = delete;
+    RecordInSearch& operator=(const RecordInSearch&) = delete;
 
-    void replace() {
-        kept_ = true;
-        y_.keep();
-        er_.keep();
-        ei_.keep();
-        c_.keep();
-    }
+    void keep() { kept_ = true; }
 
   private:
-    TrajexBif& record_;
-    TrajexBif fields_;
-    RestoreUnlessKept y_;
-    RestoreUnlessKept er_;
-    RestoreUnlessKept ei_;
-    RestoreUnlessKept c_;
+    const AcceptedPoint& accepted_;
     bool kept_ = false;
 };
 
-enum class Search { located, located_last, rejected };
+enum class Search { located, located_last, rejected, failed };
 
 class Branch {
   public:
@@ -82,27 +65,29 @@ class Branch {
           step_(problem.tx, run.dc, run.where),
           work_({{&r_, size_},
                  {&solver_, solver_work(size_)},
-                 {&accepted_, size_},
                  {&er_, n_},
                  {&ei_, n_},
-                 {&recorded_, 3 * n_ + parameters_of(tx_)},
                  {&now_.tangent, size_},
                  {&last_.tangent, size_}},
-                {pointer_list(&unknowns_, size_)}) {
-        if (work_) problem.list_unknowns(unknowns_);
+                {{&A_, size_, size_}, pointer_list(&unknowns_, size_)}),
+          accepted_(problem.record(), unknowns_, size_) {
+        problem.list_unknowns(unknowns_);
     }
 
-    bool has_memory() const { return static_cast<bool>(work_); }
     int follow();
 
   private:
+    bool go_on();
+
     // One step, in the order in which it happens.
     void predict();
     Correction correct();
     bool advance();
     void analyse();
+    bool stands_still(const double* slope, double length) const;
     bool suspects_bifurcation();
     Search search();
+    bool located_in_step(double current) const;
     void adapt_step();
     void accept();
     bool finished();
@@ -126,22 +111,29 @@ class Branch {
 
     double* r_ = nullptr;
     double* solver_ = nullptr;
-    double* accepted_ = nullptr;  // unknowns of the last accepted point
     double* er_ = nullptr;
     double* ei_ = nullptr;
-    double* recorded_ = nullptr;  // of the record, while a search works there
+    double** A_ = nullptr;  // matrix of each linear system
     double** unknowns_ = nullptr;
     Analysis now_;
     Analysis last_;
     Workspace work_;
+    AcceptedPoint accepted_;
 };
 
+/// A run that fails leaves everything at the last accepted point.
 int Branch::follow() {
     if (!problem_.converge_start()) return report_nested();
     analyse();
     accept();
+    if (go_on()) return 1;
+    accepted_.restore();
+    return 0;
+}
+
+bool Branch::go_on() {
     while (!finished()) {
-        if (!advance()) return 0;
+        if (!advance()) return false;
         analyse();
         if (!suspects_bifurcation()) {
             adapt_step();
@@ -153,12 +145,16 @@ int Branch::follow() {
                 accept();
                 break;
             case Search::located_last:
-                return 1;
+                return true;
             case Search::rejected:
-                if (!step_.halve()) return 0;
+                if (!step_.halve()) return false;
+                break;
+            case Search::failed:
+                report_nested();
+                return false;
         }
     }
-    return 1;
+    return true;
 }
 
 /// Predictions and corrections from the last accepted point, with smaller steps until one
@@ -167,7 +163,10 @@ bool Branch::advance() {
     for (;;) {
         predict();
         const Correction correction = correct();
-        if (correction == Correction::lost) return report_nested() == 1;
+        if (correction == Correction::lost) {
+            report_nested();
+            return false;
+        }
         run_.out.text("\n");
         if (correction == Correction::converged) return step_.check();
         if (!step_.halve()) return false;
@@ -180,7 +179,7 @@ void Branch::predict() {
     const double dc = step_.value();
     prediction_ = now_.length == 0 ? dc : dc / now_.length;
     for (std::size_t j = 0; j < size_; ++j) {
-        *unknowns_[j] = accepted_[j] + prediction_ * now_.tangent[j];
+        *unknowns_[j] = accepted_.values()[j] + prediction_ * now_.tangent[j];
     }
     run_.out.step_size(dc);
 }
@@ -201,27 +200,44 @@ std::optional<double> Branch::residual_norm() {
 
 /// Returns the distance from the last accepted point.
 double Branch::newton_step() {
-    double** const A = problem_.record().Phi;
-    problem_.newton_rows(A);
-    std::fill_n(A[n_], size_, 0.0);
-    for (std::size_t j = 0; j <= n_; ++j) A[n_][j] = prediction_ * now_.tangent[j];
+    problem_.newton_rows(A_);
+    std::fill_n(A_[n_], size_, 0.0);
+    for (std::size_t j = 0; j <= n_; ++j) A_[n_][j] = prediction_ * now_.tangent[j];
     std::fill_n(r_ + n_, size_ - n_, 0.0);
-    TXLinZero(&tx_, static_cast<int>(size_), A, r_, solver_);
+    TXLinZero(&tx_, static_cast<int>(size_), A_, r_, solver_);  // see the next residual
     for (std::size_t j = 0; j < size_; ++j) *unknowns_[j] += r_[j];
-    return distance_from(accepted_, unknowns_, n_, 1);
+    return distance_from(accepted_.values(), unknowns_, n_, 1);
 }
 
 void Branch::analyse() {
-    now_.stability = problem_.stability(er_, ei_);
-    double** const A = problem_.record().Phi;
+    now_.stability = problem_.stability(A_, er_, ei_);
     double* const tangent = now_.tangent;
-    const std::size_t order = problem_.tangent_system(A, tangent);
-    TXLinZero(&tx_, static_cast<int>(order), A, tangent, solver_);
+    const std::size_t order = problem_.tangent_system(A_, tangent);
+    std::copy_n(tangent, n_, r_);
+    // Under the policy to record, a run goes on with what a singular system leaves.
+    TXLinZero(&tx_, static_cast<int>(order), A_, tangent, solver_);
     if (order > n_) tangent[n_ + 1] = tangent[n_];
     tangent[n_] = 1;
     double squares = 0;
     for (std::size_t i = 0; i < n_; ++i) squares += tangent[i] * tangent[i];
     now_.length = problem_.tangent_length(squares);
+    now_.stands_still = problem_.tangent_length(0) == 0 && stands_still(r_, now_.length);
+    if (!now_.stands_still) return;
+    std::fill_n(tangent, n_, 0.0);
+    now_.length = 0;
+}
+
+/// Whether the tangent, of this length in the state, is that of a solution that does not move with
+/// the parameter, but for what the tolerance cannot tell: a step measured in the state would then
+/// take the parameter far away. On such a branch the tangent says nothing where the linearisation
+/// is singular; there `slope`, the derivative of the residual by the parameter, decides.
+bool Branch::stands_still(const double* slope, double length) const {
+    const auto negligible = [&](const double* change) {
+        return within_tolerance(change, problem_.y, n_, tx_.NewtRelTol, tx_.NewtAbsTol);
+    };
+    constexpr double far = 10;
+    const bool leads_far = std::fabs(step_.value()) > far * (1 + std::fabs(*problem_.c)) * length;
+    return (leads_far && negligible(now_.tangent)) || (last_.stands_still && negligible(slope));
 }
 
 bool Branch::suspects_bifurcation() {
@@ -230,9 +246,10 @@ bool Branch::suspects_bifurcation() {
 }
 
 /// Looks for the bifurcation between the last accepted and the current point. A search that fails
-/// is part of the run, which then takes a smaller step: it must not end the process.
+/// is part of the run, which then takes a smaller step: it must not end the process. Only one that
+/// had no memory says nothing about the step.
 Search Branch::search() {
-    RecordedPoint recorded(problem_.record(), n_, parameters_of(tx_), recorded_);
+    RecordInSearch record(accepted_);
     run_.out.text("Searching for bifurcation ");
     std::copy_n(problem_.y, n_, problem_.record().y);
     problem_.record_guess();
@@ -240,17 +257,50 @@ Search Branch::search() {
     bool located = false;
     {
         const Temporarily recording(tx_.TerminateOnFatalError, 0);
-        located = problem_.locate(run_.out.state) == 1 &&
+        located = problem_.locate(run_.out.state) == 1 && located_in_step(current) &&
                   problem_.classify(now_.tangent, step_.value(), run_.out);
     }
     if (located) {
-        recorded.replace();
+        record.keep();
         ++bifurcations_;
         run_.out.bifurcation(tx_);
         if (bifurcations_ == run_.bifurcations) return Search::located_last;
     }
     *problem_.c = current;
-    return located ? Search::located : Search::rejected;
+    if (located) return Search::located;
+    return recorded_error(tx_) == Error::no_memory ? Search::failed : Search::rejected;
+}
+
+/// Whether the located bifurcation lies in the step that was taken to the parameter value
+/// `current`: within one step length of both its ends, in the parameter and in the state each, the
+/// lengths being those of the step as it was predicted, as it came out, and as it would be
+/// predicted now. (Round a fold each end by itself may be nearer to it than the other one.) A state
+/// is located no better than to the root of its tolerance. One that lies elsewhere is another
+/// bifurcation than the one that was passed.
+bool Branch::located_in_step(double current) const {
+    constexpr double margin = 1.05;
+    const double dc = std::fabs(step_.value());
+    const double last = accepted_.values()[n_];
+    const double by_current_tangent = now_.length == 0 ? dc : dc / now_.length;
+    const double parameter_step =
+        std::max({std::fabs(current - last), std::fabs(prediction_), by_current_tangent});
+    const auto in_step = [&](double distance, double step) { return distance <= margin * step; };
+    if (!in_step(std::fabs(*problem_.c - last), parameter_step) ||
+        !in_step(std::fabs(*problem_.c - current), parameter_step)) {
+        return false;
+    }
+    const auto distance = [&](const double* from, const double* to) {
+        double squares = 0;
+        for (std::size_t i = 0; i < n_; ++i) squares += (from[i] - to[i]) * (from[i] - to[i]);
+        return std::sqrt(squares);
+    };
+    const double* const located = problem_.record().y;
+    double squares = 0;
+    for (std::size_t i = 0; i < n_; ++i) squares += located[i] * located[i];
+    const double blur = std::sqrt(tx_.NewtRelTol * squares) + std::sqrt(tx_.NewtAbsTol);
+    const double state_step = std::max(dc, distance(problem_.y, accepted_.values())) + blur;
+    return in_step(distance(located, accepted_.values()), state_step) &&
+           in_step(distance(located, problem_.y), state_step);
 }
 
 /// 0.05 over the tangent of the angle between the last two tangents (dy/dc, 1): the step grows
@@ -283,10 +333,10 @@ void Branch::adapt_step() {
 void Branch::accept() {
     if (reversal_ > 1) step_.set(-step_.value());  // past a turning point the parameter runs back
     for (std::size_t j = 0; j < size_; ++j) {
-        accepted_[j] = *unknowns_[j];
         last_.tangent[j] = now_.tangent[j];
     }
     last_.length = now_.length;
+    last_.stands_still = now_.stands_still;
     last_.stability = now_.stability;
 
     TrajexBif& record = problem_.record();
@@ -296,6 +346,7 @@ void Branch::accept() {
     std::copy_n(ei_, n_, record.ei);
     record.steps = steps_;
     problem_.record_point();
+    accepted_.take();
     run_.out.point(tx_);
 }
 
@@ -323,6 +374,28 @@ bool ensure_record(Trajex& tx) {
 
 }  // namespace
 
+CallerState::CallerState(Trajex& tx, double* y, double* T)
+    : n_(order_of(tx)), y_(y), T_(T), work_({{&y_copy_, n_}}) {
+    if (tx.txb == nullptr) return;
+    const BifRecord& record = private_part(*tx.txb);
+    const bool stays = usable(tx, tx.txb);
+    if (record.contains(y)) {
+        std::copy_n(y, n_, y_copy_);
+        y_ = y_copy_;
+        if (stays && y != record.y) y_home_ = y;
+    }
+    if (T != nullptr && record.contains(T)) {
+        T_copy_ = *T;
+        T_ = &T_copy_;
+        if (stays && T != &record.T) T_home_ = T;
+    }
+}
+
+CallerState::~CallerState() {
+    if (y_home_ != nullptr) std::copy_n(y_, n_, y_home_);
+    if (T_home_ != nullptr) *T_home_ = *T_;
+}
+
 void BranchProblem::list_unknowns(double** list) const {
     for (std::size_t i = 0; i < n; ++i) list[i] = &y[i];
     list[n] = c;
@@ -347,10 +420,9 @@ double BranchProblem::space_length(double tangent_length) const {
 
 int follow_branch(const BranchRun& run, BranchProblem& problem) {
     Trajex& tx = problem.tx;
+    if (!std::isfinite(*run.dc)) return report(&tx, Error::minimum_step, run.where);
+    if (!ensure_record(tx)) return report(&tx, Error::no_memory, run.where);
     Branch branch(run, problem);
-    if (!ensure_record(tx) || !problem.has_memory() || !branch.has_memory()) {
-        return report(&tx, Error::no_memory, run.where);
-    }
     TrajexBif& record = problem.record();
     record.biftype = not_determined;
     record.cindi[0] = problem.kind();

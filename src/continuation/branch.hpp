@@ -6,7 +6,9 @@
 
 #include "bifurcation/record.hpp"
 #include "continuation/outputs.hpp"
+#include "core/errors.hpp"
 #include "core/handle.hpp"
+#include "core/workspace.hpp"
 #include "tx.h"
 
 namespace trajex {
@@ -16,6 +18,30 @@ namespace trajex {
 struct Stability {
     int stable = 0;
     double critical = 0;
+};
+
+/// The caller's state and period, or copies where they lie in the handle's bifurcation record: the
+/// run overwrites that, and replaces it where it has too little room. Copies are written back in
+/// the end, except to the record's own y and T, which hold what the record holds.
+class CallerState {
+  public:
+    CallerState(Trajex& tx, double* y, double* T);
+    ~CallerState();
+    CallerState(const CallerState&) = delete;
+    CallerState& operator=(const CallerState&) = delete;
+
+    double* y() const { return y_; }
+    double& T() const { return *T_; }
+
+  private:
+    std::size_t n_;
+    double* y_;
+    double* T_;
+    double* y_home_ = nullptr;  // where a copy goes in the end
+    double* T_home_ = nullptr;
+    double* y_copy_ = nullptr;
+    double T_copy_ = 0;
+    Workspace work_;
 };
 
 /// One kind of solution. Its unknowns are the state y, the parameter c and, where it is unknown
@@ -35,7 +61,6 @@ class BranchProblem {
 
     TrajexBif& record() const { return *tx.txb; }
 
-    virtual bool has_memory() const = 0;
     virtual PathKind kind() const = 0;
     virtual std::size_t unknowns() const { return n + 1; }
     virtual void list_unknowns(double** list) const;
@@ -47,8 +72,9 @@ class BranchProblem {
     /// The derivatives of the residual there, where `residual` has not formed them already.
     virtual void linearise() {}
 
-    /// Eigenvalues or multipliers at the current point, from the last linearisation.
-    virtual Stability stability(double* er, double* ei) = 0;
+    /// Eigenvalues or multipliers at the current point, from the last linearisation; A is scratch.
+    /// Under the policy to record, a run goes on with those that were found.
+    virtual Stability stability(double** A, double* er, double* ei) = 0;
     /// The linear system for d(y)/dc, and d(period)/dc behind it where that is unknown. Returns its
     /// order.
     virtual std::size_t tangent_system(double** A, double* b) = 0;
@@ -86,5 +112,16 @@ struct BranchRun {
 /// Follows the branch until the step limit or the bifurcation limit is reached (1), or a failure is
 /// recorded (0).
 int follow_branch(const BranchRun& run, BranchProblem& problem);
+
+/// The same for a problem that is to be made of the caller's state and what else it takes.
+template <class Problem, class... Others>
+int follow_branch(const BranchRun& run, Trajex& tx, double* y, double* T, double* c,
+                  Others... others) {
+    return with_work_memory(tx, run.where, [&] {
+        const CallerState state(tx, y, T);
+        Problem problem(tx, state, c, others...);
+        return follow_branch(run, problem);
+    });
+}
 
 }  // namespace trajex

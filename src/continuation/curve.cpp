@@ -30,43 +30,6 @@ double length_of(const double* v, std::size_t size) {
     return std::sqrt(squares);
 }
 
-/// The last accepted point. Trial points overwrite the unknowns and the eigenvalues in the record;
-/// however a run ends, exceptions of callbacks included, they are put back.
-class AcceptedPoint {
-  public:
-    explicit AcceptedPoint(const CurveProblem& problem)
-        : problem_(problem),
-          work_({{&values_, problem.size}, {&er_, problem.n}, {&ei_, problem.n}}) {}
-    ~AcceptedPoint() {
-        if (taken_) restore();
-    }
-    AcceptedPoint(const AcceptedPoint&) = delete;
-    AcceptedPoint& operator=(const AcceptedPoint&) = delete;
-
-    bool has_memory() const { return static_cast<bool>(work_); }
-    const double* values() const { return values_; }
-
-    void take() {
-        for (std::size_t j = 0; j < problem_.size; ++j) values_[j] = *problem_.unknowns()[j];
-        std::copy_n(problem_.record().er, problem_.n, er_);
-        std::copy_n(problem_.record().ei, problem_.n, ei_);
-        taken_ = true;
-    }
-    void restore() const {
-        for (std::size_t j = 0; j < problem_.size; ++j) *problem_.unknowns()[j] = values_[j];
-        std::copy_n(er_, problem_.n, problem_.record().er);
-        std::copy_n(ei_, problem_.n, problem_.record().ei);
-    }
-
-  private:
-    const CurveProblem& problem_;
-    double* values_ = nullptr;
-    double* er_ = nullptr;
-    double* ei_ = nullptr;
-    Workspace work_;
-    bool taken_ = false;
-};
-
 class Curve {
   public:
     Curve(const CurveRun& run, CurveProblem& problem)
@@ -76,10 +39,16 @@ class Curve {
           n_(problem.n),
           size_(problem.size),
           step_(problem.tx, run.dc, run.where),
-          accepted_(problem),
+          accepted_(problem.record(), problem.unknowns(), problem.size),
           work_({{&r_, size_}, {&v_, size_}, {&w_, size_}, {&solver_, solver_work(size_)}}) {}
 
-    bool has_memory() const { return static_cast<bool>(work_) && accepted_.has_memory(); }
+    /// However a run ends, exceptions of callbacks included, it is at the last accepted point then.
+    ~Curve() {
+        if (accepted_.taken()) accepted_.restore();
+    }
+    Curve(const Curve&) = delete;
+    Curve& operator=(const Curve&) = delete;
+
     int follow();
 
   private:
@@ -117,8 +86,8 @@ class Curve {
 
 int Curve::follow() {
     problem_.record().steps = steps_;
-    run_.out.point(tx_);
     accepted_.take();
+    run_.out.point(tx_);
     start();
     do {
         if (!advance()) return 0;
@@ -134,7 +103,7 @@ void Curve::start() {
     const Temporarily recording(tx_.TerminateOnFatalError, 0);
     problem_.starting_rows();
     const std::size_t order = problem_.direction_system(v_);
-    if (TXLinZero(&tx_, static_cast<int>(order), problem_.record().Phi, v_, solver_) != 1) {
+    if (TXLinZero(&tx_, static_cast<int>(order), problem_.matrix(), v_, solver_) != 1) {
         std::fill_n(v_, size_, NAN);
     }
     for (std::size_t j = order; j < size_; ++j) v_[j] = 1;
@@ -188,7 +157,7 @@ double Curve::residual_norm() {
 
 /// Returns the distance from the last accepted point; NaN where the system has no solution.
 double Curve::newton_step() {
-    double** const A = problem_.record().Phi;
+    double** const A = problem_.matrix();
     problem_.newton_rows();
     std::copy_n(v_, size_, A[size_ - 1]);
     std::fill(r_ + n_ + 1, r_ + size_, 0.0);
@@ -211,22 +180,23 @@ void Curve::accept() {
     step_.set(std::min(1.25 * step_.value(), step_.largest()));
 }
 
-/// v becomes the step from the last accepted point to the current one, which takes its place. A
-/// step of no length has no direction: the last one stays.
+/// v becomes the step from the last accepted point to the current one. A step of no length has no
+/// direction: the last one stays.
 void Curve::take_secant() {
     for (std::size_t j = 0; j < size_; ++j) {
         w_[j] = *problem_.unknowns()[j] - accepted_.values()[j];
     }
-    accepted_.take();
     const double length = length_of(w_, size_);
     if (length == 0) return;
     length_ = length;
     std::swap(v_, w_);
 }
 
+/// The current point becomes the accepted one.
 void Curve::report_point() {
     record_parameters(tx_, problem_.record());
     problem_.record().steps = steps_;
+    accepted_.take();
     run_.out.point(tx_);
 }
 
@@ -246,12 +216,11 @@ void Curve::look_for_codimension_two() {
 }
 
 /// At a point of codimension two, d away from the last accepted one: the direction of arrival v is
-/// reflected, 2 d / |d| - v / |v|, and the point takes the place of the accepted one.
+/// reflected, 2 d / |d| - v / |v|.
 void Curve::turn() {
     for (std::size_t j = 0; j < size_; ++j) {
         w_[j] = *problem_.unknowns()[j] - accepted_.values()[j];
     }
-    accepted_.take();
     const double distance = length_of(w_, size_);
     if (distance == 0) return;
     for (std::size_t j = 0; j < size_; ++j) v_[j] = 2 * w_[j] / distance - v_[j] / length_;
@@ -260,29 +229,35 @@ void Curve::turn() {
 
 }  // namespace
 
-bool CurveProblem::activate() {
+bool CurveProblem::find_parameters() {
+    return c1 != c2 && find_parameter(tx, c1, &place1_) && find_parameter(tx, c2, &place2_);
+}
+
+void CurveProblem::activate() {
     TrajexBif& bif = record();
-    if (!activate_parameters(tx, c1, c2, &bif.cindi[1], &bif.cindi[2])) return false;
+    bif.cindi[1] = place1_;
+    bif.cindi[2] = place2_;
+    for (int q = 0; q < tx.nparam; ++q) tx.cp[q] = q == place1_ || q == place2_ ? 1 : 0;
     for (std::size_t i = 0; i < n; ++i) unknowns_[i] = &bif.y[i];
     unknowns_[first_column()] = c1;
     unknowns_[second_column()] = c2;
     for (std::size_t j = n + 2; j < size; ++j) unknowns_[j] = &bif.T;
-    return true;
 }
 
 std::size_t CurveProblem::direction_system(double* v) {
-    for (std::size_t j = 0; j + 1 < size; ++j) v[j] = -record().Phi[j][size - 1];
+    for (std::size_t j = 0; j + 1 < size; ++j) v[j] = -matrix()[j][size - 1];
     return size - 1;
 }
 
 int follow_curve(const CurveRun& run, CurveProblem& problem) {
     Trajex& tx = problem.tx;
+    if (!std::isfinite(*run.dc)) return report(&tx, Error::minimum_step, run.where);
     Curve curve(run, problem);
-    if (!problem.has_memory() || !curve.has_memory()) {
-        return report(&tx, Error::no_memory, run.where);
-    }
+    if (!problem.find_parameters()) return report(&tx, Error::wrong_parameters, run.where);
+    const Error missing = problem.missing();
+    if (missing != Error::none) return report(&tx, missing, run.where);
     problem.record().cindi[0] = problem.kind();
-    if (!problem.activate()) return report(&tx, Error::wrong_parameters, run.where);
+    problem.activate();
     return curve.follow();
 }
 

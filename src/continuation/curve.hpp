@@ -6,8 +6,10 @@
 
 #include "bifurcation/record.hpp"
 #include "continuation/outputs.hpp"
+#include "core/errors.hpp"
 #include "core/handle.hpp"
 #include "core/newton.hpp"
+#include "core/workspace.hpp"
 #include "tx.h"
 
 namespace trajex {
@@ -29,27 +31,31 @@ class CurveProblem {
 
     TrajexBif& record() const { return *tx.txb; }
     double* const* unknowns() const { return unknowns_; }
+    /// The matrix of the Newton system, which problem and driver fill together.
+    double** matrix() const { return A_; }
     std::size_t first_column() const { return n + (first_leads() ? 0 : 1); }
     std::size_t second_column() const { return n + (first_leads() ? 1 : 0); }
 
-    /// Flags the two parameters and lists the unknowns. False: the handle does not know exactly
-    /// these two.
-    bool activate();
+    /// Whether the handle knows the two parameters, each exactly once.
+    bool find_parameters();
+    /// What else is missing for a run.
+    virtual Error missing() const { return Error::none; }
+    /// Flags the two parameters and lists the unknowns.
+    void activate();
 
-    virtual bool has_memory() const = 0;
     virtual PathKind kind() const = 0;
 
     /// -(residual), -(criterion) at the current unknowns: n + 1 entries. Leaves the eigenvalues of
-    /// the point in the record, and the derivatives of the residual in n rows of its matrix.
+    /// the point in the record, and the derivatives of the residual in n rows of the matrix.
     virtual void evaluate(double* r) = 0;
-    /// Completes the matrix of the record with all other rows of the Newton system but the last,
-    /// which the driver fills.
+    /// Completes the matrix with all other rows of the Newton system but the last, which the driver
+    /// fills.
     virtual void newton_rows() = 0;
 
     /// The same rows, formed afresh at the start point.
     virtual void starting_rows() = 0;
-    /// Makes of them a linear system for the direction v of the curve, in the matrix of the record.
-    /// Returns its order: a component beyond it is 1.
+    /// Makes of them a linear system for the direction v of the curve. Returns its order: a
+    /// component beyond it is 1.
     virtual std::size_t direction_system(double* v);
 
     /// Moves a predicted or corrected point back to where points are taken.
@@ -61,7 +67,12 @@ class CurveProblem {
 
   protected:
     CurveProblem(Trajex& handle, double* first, double* second, std::size_t unknowns)
-        : tx(handle), n(order_of(handle)), size(unknowns), c1(first), c2(second) {}
+        : tx(handle),
+          n(order_of(handle)),
+          size(unknowns),
+          c1(first),
+          c2(second),
+          work_({}, {{&A_, unknowns, unknowns}, pointer_list(&unknowns_, unknowns)}) {}
 
     /// Calls visit(column) with each of the unknowns in turn raised by LambdaPert: the state, then
     /// the parameters as the caller named them, then the period.
@@ -77,9 +88,14 @@ class CurveProblem {
         raise_from(n + 2, size - (n + 2));
     }
 
-    double** unknowns_ = nullptr;  // a list in the memory of the derived class
+    double** unknowns_ = nullptr;
 
   private:
+    double** A_ = nullptr;
+    int place1_ = 0;
+    int place2_ = 0;
+    Workspace work_;
+
     bool first_leads() const { return record().cindi[1] < record().cindi[2]; }
 };
 
@@ -93,5 +109,15 @@ struct CurveRun {
 /// Follows the curve until MaxContSteps points are accepted (1) or a failure is recorded (0).
 /// However the run ends, the unknowns and the record are those of the last accepted point.
 int follow_curve(const CurveRun& run, CurveProblem& problem);
+
+/// The same for a problem that is to be made, from what the record of the handle holds.
+template <class Problem>
+int follow_curve(const CurveRun& run, Trajex& tx, double* c1, double* c2) {
+    if (!usable(tx, tx.txb)) return report(&tx, Error::no_bifurcation_record, run.where);
+    return with_work_memory(tx, run.where, [&] {
+        Problem problem(tx, c1, c2);
+        return follow_curve(run, problem);
+    });
+}
 
 }  // namespace trajex

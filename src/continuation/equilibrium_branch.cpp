@@ -16,11 +16,10 @@ namespace {
 
 class EquilibriumBranch final : public BranchProblem {
   public:
-    EquilibriumBranch(Trajex& handle, double* state, double* parameter)
-        : BranchProblem(handle, state, parameter),
+    EquilibriumBranch(Trajex& handle, const CallerState& state, double* parameter)
+        : BranchProblem(handle, state.y(), parameter),
           work_({}, {{&A_, n, n + 1}, {&parameter_columns_, n, parameters_of(handle)}}) {}
 
-    bool has_memory() const override { return static_cast<bool>(work_); }
     PathKind kind() const override { return equilibrium_path; }
 
     bool converge_start() override {
@@ -36,9 +35,9 @@ class EquilibriumBranch final : public BranchProblem {
     void linearise() override {
         linearise_flow(tx, 0, y, &record().cindi[1], 1, parameter_columns_, A_);
     }
-    Stability stability(double* er, double* ei) override {
-        copy_block(A_, n, n, record().Phi);
-        TXEigen(&tx, tx.order, record().Phi, er, ei);
+    Stability stability(double** matrix, double* er, double* ei) override {
+        copy_block(A_, n, n, matrix);
+        TXEigen(&tx, tx.order, matrix, er, ei);
         return {stable_eigenvalues(er, n), critical_eigenvalue(er, n).value};
     }
     std::size_t tangent_system(double** matrix, double* b) override {
@@ -68,6 +67,5 @@ int TXEquiCont(Trajex* handle, double* y, double* c, double* dc, int nrbif, int 
     va_start(extras, mode);
     const BranchRun run{where, dc, nrbif, Outputs::read(mode, extras)};
     va_end(extras);
-    EquilibriumBranch problem(tx, y, c);
-    return follow_branch(run, problem);
+    return follow_branch<EquilibriumBranch>(run, tx, y, nullptr, c);
 }

@@ -21,11 +21,9 @@ class EquilibriumCurve final : public CurveProblem {
   public:
     EquilibriumCurve(Trajex& handle, double* first, double* second)
         : CurveProblem(handle, first, second, order_of(handle) + 2),
-          work_({{&samples_, size}}, {{&J_, n, n},
-                                      {&parameter_columns_, n, parameters_of(handle)},
-                                      pointer_list(&unknowns_, size)}) {}
+          work_({{&samples_, size}},
+                {{&J_, n, n}, {&parameter_columns_, n, parameters_of(handle)}}) {}
 
-    bool has_memory() const override { return static_cast<bool>(work_); }
     PathKind kind() const override { return equilibrium_curve; }
 
     void evaluate(double* r) override {
@@ -36,12 +34,12 @@ class EquilibriumCurve final : public CurveProblem {
     }
     void newton_rows() override {
         sample();
-        difference_row(samples_, size, critical_, tx.LambdaPert, record().Phi[n]);
+        difference_row(samples_, size, critical_, tx.LambdaPert, matrix()[n]);
     }
     void starting_rows() override {
         sample();
         linearise();
-        difference_row(samples_, size, critical_, tx.LambdaPert, record().Phi[n]);
+        difference_row(samples_, size, critical_, tx.LambdaPert, matrix()[n]);
     }
 
   private:
@@ -51,10 +49,9 @@ class EquilibriumCurve final : public CurveProblem {
         int columns[2];
         columns[first_column() - n] = bif.cindi[1];
         columns[second_column() - n] = bif.cindi[2];
-        linearise_flow(tx, bif.t, bif.y, columns, 2, parameter_columns_, bif.Phi);
-        copy_block(bif.Phi, n, n, J_);
-        TXEigen(&tx, tx.order, J_, bif.er, bif.ei);
-        critical_ = critical_eigenvalue(bif.er, n).value;
+        linearise_flow(tx, bif.t, bif.y, columns, 2, parameter_columns_, matrix());
+        copy_block(matrix(), n, n, J_);
+        critical_ = critical_real_part_of(tx, J_, bif.er, bif.ei);
     }
     void sample() {
         TrajexBif& bif = record();
@@ -83,7 +80,5 @@ int TXEqui2DCont(Trajex* handle, double* c1, double* c2, double* dc, int mode, .
     va_start(extras, mode);
     const CurveRun run{where, dc, Outputs::read(mode, extras)};
     va_end(extras);
-    if (!usable(tx, tx.txb)) return report(&tx, Error::no_bifurcation_record, where);
-    EquilibriumCurve problem(tx, c1, c2);
-    return follow_curve(run, problem);
+    return follow_curve<EquilibriumCurve>(run, tx, c1, c2);
 }

@@ -15,8 +15,7 @@ FloquetCurve::FloquetCurve(Trajex& handle, double* first, double* second, std::s
       t_(record().t),
       trivial_(trivial),
       torus_(record().biftype == torus),
-      work_({{&image_, n}, {&samples_, size}},
-            {{&Phi_, n, n + 2}, pointer_list(&unknowns_, size)}) {}
+      work_({{&image_, n}, {&samples_, size}}, {{&Phi_, n, n + 2}}) {}
 
 void FloquetCurve::evaluate(double* r) {
     if (!linearise()) {
@@ -29,13 +28,15 @@ void FloquetCurve::evaluate(double* r) {
 
 bool FloquetCurve::linearise() {
     if (!integrate()) return false;
-    copy_block(Phi_, n, n + 2, record().Phi);
+    copy_block(Phi_, n, n + 2, matrix());
     return find_multipliers();
 }
 
 bool FloquetCurve::integrate() {
     TrajexBif& bif = record();
-    return possible_period(t_, bif.T) && integrate_period(tx, &t_, bif.T, bif.y, image_, Phi_) == 1;
+    steps_.begin();
+    return possible_period(t_, bif.T) &&
+           integrate_period(tx, &t_, bif.T, bif.y, image_, Phi_, steps_) == 1;
 }
 
 bool FloquetCurve::find_multipliers() {

@@ -14,12 +14,12 @@
 #include "continuation/curve.hpp"
 #include "core/guards.hpp"
 #include "core/workspace.hpp"
+#include "orbits/period_map.hpp"
 
 namespace trajex {
 
 class FloquetCurve : public CurveProblem {
   public:
-    bool has_memory() const override { return static_cast<bool>(work_); }
     PathKind kind() const override { return orbit_curve; }
     void evaluate(double* r) override;
 
@@ -29,14 +29,14 @@ class FloquetCurve : public CurveProblem {
                  std::size_t trivial);
 
     /// The image of the current point, and its multipliers, in the record; [M | de/dc] in the
-    /// matrix of the record. False: they cannot be computed.
+    /// matrix. False: they cannot be computed.
     bool linearise();
 
     Critical critical() const;
     double criterion() const;
 
     /// Calls visit(column, found) at each of the points near by, with the multipliers there in the
-    /// record if they were found. The matrix of the record stays as it is.
+    /// record if they were found. The matrix stays as it is.
     template <class Visit>
     void visit_neighbours(Visit&& visit) {
         const Temporarily without_sensitivities(tx.nparam, 0);
@@ -62,6 +62,7 @@ class FloquetCurve : public CurveProblem {
     std::size_t trivial_;
     bool torus_;
     double** Phi_ = nullptr;
+    PeriodSteps steps_;
     Workspace work_;
 };
 

@@ -17,12 +17,18 @@
 #include "core/newton.hpp"
 #include "core/workspace.hpp"
 #include "linalg/linear_system.hpp"
+#include "orbits/period_border.hpp"
 #include "orbits/period_map.hpp"
-#include "orbits/shooting.hpp"
 
 namespace trajex {
 
 namespace {
+
+/// How near to +1 or -1 both critical multipliers must be for a search: Newton's method seldom
+/// comes from farther away. After a point that was found the curve stays that near to it for some
+/// steps, in which it would only be found again.
+constexpr double search_radius = 0.025;
+constexpr int steps_apart = 10;
 
 /// What a pair of critical multipliers must fulfil: `modulus` be 1, `difference` be 0.
 struct Coincidence {
@@ -35,10 +41,6 @@ class ForcedOrbitCurve final : public FloquetCurve {
     ForcedOrbitCurve(Trajex& handle, double* first, double* second)
         : FloquetCurve(handle, first, second, order_of(handle) + 2, forced_orbit),
           work_({{&r_, size}, {&solver_, solver_work(size)}}) {}
-
-    bool has_memory() const override {
-        return FloquetCurve::has_memory() && static_cast<bool>(work_);
-    }
 
     void newton_rows() override {
         const double base = criterion();
@@ -54,7 +56,7 @@ class ForcedOrbitCurve final : public FloquetCurve {
 
     bool find_codimension_two(int step, const Outputs& out) override {
         const double apart = critical_multipliers(record().er, record().ei, n).value;
-        if (!(apart < 0.025 && last_found_ + 10 < step)) return false;
+        if (!(apart < search_radius && last_found_ + steps_apart < step)) return false;
         out.text("Searching for Co-dimension 2\n");
         const bool found = search(out);
         out.text("\n");
@@ -64,7 +66,7 @@ class ForcedOrbitCurve final : public FloquetCurve {
 
   private:
     void finish_rows(double base) {
-        double** const A = record().Phi;
+        double** const A = matrix();
         subtract_identity(A, n);
         difference_row(samples_, size, base, tx.LambdaPert, A[n]);
     }
@@ -75,7 +77,7 @@ class ForcedOrbitCurve final : public FloquetCurve {
     double residual_norm();
     Coincidence coincidence() const;
 
-    int last_found_ = -10;  // step number of the last point of codimension two
+    int last_found_ = -steps_apart;  // step number of the last point of codimension two
     double* r_ = nullptr;
     double* solver_ = nullptr;
     Workspace work_;
@@ -83,16 +85,17 @@ class ForcedOrbitCurve final : public FloquetCurve {
 
 bool ForcedOrbitCurve::search(const Outputs& out) {
     residual_norm();
-    double dist = 0;
-    double previous = 0;
-    for (int its = 1;; ++its) {
+    out.mark(':');
+    const auto norm = [&](double) {
+        const bool formed = improve() && linearise();
+        return formed ? residual_norm() : std::numeric_limits<double>::quiet_NaN();
+    };
+    const auto go_on = [&](double dist, double previous) {
         out.mark(progress_mark(dist, previous, ':'));
-        if (!improve() || !linearise()) return false;
-        previous = dist;
-        dist = residual_norm();
-        if (its >= tx.MaxNewtSteps || dist <= 1 || diverging(dist, previous)) break;
-    }
-    return dist < 1;
+        return true;
+    };
+    return newton({tx.MaxNewtSteps, NewtonLimit::Last::counts}, norm, go_on) ==
+           NewtonEnd::converged;
 }
 
 /// Forms r, and its norm with weights twice as wide as those of the points of the curve, the two
@@ -113,7 +116,7 @@ double ForcedOrbitCurve::residual_norm() {
 
 /// One Newton step. False: it leads nowhere.
 bool ForcedOrbitCurve::improve() {
-    double** const A = record().Phi;
+    double** const A = matrix();
     const double h = tx.LambdaPert;
     const Coincidence base = coincidence();
     visit_neighbours([&](std::size_t column, bool found) {
@@ -150,7 +153,5 @@ int TXNonAuto2DCont(Trajex* handle, double* c1, double* c2, double* dc, int mode
     va_start(extras, mode);
     const CurveRun run{where, dc, Outputs::read(mode, extras)};
     va_end(extras);
-    if (!usable(tx, tx.txb)) return report(&tx, Error::no_bifurcation_record, where);
-    ForcedOrbitCurve problem(tx, c1, c2);
-    return follow_curve(run, problem);
+    return follow_curve<ForcedOrbitCurve>(run, tx, c1, c2);
 }

@@ -22,8 +22,9 @@
 #include "core/workspace.hpp"
 #include "integration/section.hpp"
 #include "linalg/matrix.hpp"
+#include "orbits/period_border.hpp"
 #include "orbits/period_map.hpp"
-#include "orbits/shooting.hpp"
+#include "orbits/section_walk.hpp"
 
 namespace trajex {
 
@@ -31,6 +32,8 @@ namespace {
 
 /// How far the critical multiplier is from the unit circle, as a modulus: the first one is folded
 /// to the outside of the circle and the others to the inside, and the one nearest to it is taken.
+/// The choice of the side is arbitrary, but the step sizes of all runs depend on it: they follow
+/// the change of this number, and would be others if it were folded to one side throughout.
 double folded_modulus(const double* er, const double* ei, std::size_t count) {
     const double first = modulus(er, ei, 0);
     double critical = first < 1 ? 1 / first : first;
@@ -46,12 +49,11 @@ double folded_modulus(const double* er, const double* ei, std::size_t count) {
 /// is read off it.
 class OrbitBranch : public BranchProblem {
   public:
-    bool has_memory() const override { return static_cast<bool>(work_); }
     PathKind kind() const override { return orbit_path; }
 
-    Stability stability(double* er, double* ei) override {
-        copy_block(Phi_, n, n, record().Phi);
-        find_multipliers(tx, record().Phi, er, ei, trivial_);
+    Stability stability(double** A, double* er, double* ei) override {
+        copy_block(Phi_, n, n, A);
+        find_multipliers(tx, A, er, ei, trivial_);
         return {stable_multipliers_of(tx, er, ei, trivial_), folded_modulus(er, ei, n - trivial_)};
     }
     std::size_t tangent_system(double** A, double* b) override {
@@ -76,11 +78,11 @@ class OrbitBranch : public BranchProblem {
 
   protected:
     /// `turns`: half the number of section crossings in a period; 0 for a forced orbit.
-    OrbitBranch(Trajex& handle, double time, double* state, int turns, double& period,
-                double* parameter, std::size_t trivial)
-        : BranchProblem(handle, state, parameter),
+    OrbitBranch(Trajex& handle, const CallerState& state, double* parameter, double time, int turns,
+                std::size_t trivial)
+        : BranchProblem(handle, state.y(), parameter),
           t_(time),
-          T_(period),
+          T_(state.T()),
           turns_(turns),
           trivial_(trivial),
           work_({{&image_, n}, {&end_flow_, n}}, {{&Phi_, n, n + 1}}) {}
@@ -90,14 +92,16 @@ class OrbitBranch : public BranchProblem {
     /// failure must not end the process.
     bool integrate() {
         const Temporarily recording(tx.TerminateOnFatalError, 0);
-        if (possible_period(t_, T_) && integrate_period(tx, &t_, T_, y, image_, Phi_) == 1) {
+        steps_.begin();
+        if (possible_period(t_, T_) &&
+            integrate_period(tx, &t_, T_, y, image_, Phi_, steps_) == 1) {
             return true;
         }
-        std::fill_n(image_, n, std::numeric_limits<double>::quiet_NaN());
+        forget_image();
         return false;
     }
-    void residual_after_period(double* r) {
-        integrate();
+    void forget_image() { std::fill_n(image_, n, std::numeric_limits<double>::quiet_NaN()); }
+    void closing_residual(double* r) const {
         for (std::size_t i = 0; i < n; ++i) r[i] = y[i] - image_[i];
     }
     /// Rows [M - I | de/dc].
@@ -113,28 +117,30 @@ class OrbitBranch : public BranchProblem {
     double* image_ = nullptr;
     double* end_flow_ = nullptr;
     double** Phi_ = nullptr;
+    PeriodSteps steps_;
     Workspace work_;
 };
 
 class ForcedBranch final : public OrbitBranch {
   public:
-    ForcedBranch(Trajex& handle, double time, double* state, double& period, double* parameter)
-        : OrbitBranch(handle, time, state, 0, period, parameter, forced_orbit) {}
+    ForcedBranch(Trajex& handle, const CallerState& state, double* parameter, double time)
+        : OrbitBranch(handle, state, parameter, time, 0, forced_orbit) {}
 
     bool converge_start() override {
         return TXNonAutoOrbit(&tx, t_, y, Phi_, T_) != 0 && integrate();
     }
     bool residual(double* r) override {
-        residual_after_period(r);
+        integrate();
+        closing_residual(r);
         return true;
     }
 };
 
 class AutonomousBranch final : public OrbitBranch {
   public:
-    AutonomousBranch(Trajex& handle, double time, double* state, int turns, double& period,
-                     double* parameter)
-        : OrbitBranch(handle, time, state, turns, period, parameter, autonomous_orbit) {}
+    AutonomousBranch(Trajex& handle, const CallerState& state, double* parameter, double time,
+                     int turns)
+        : OrbitBranch(handle, state, parameter, time, turns, autonomous_orbit) {}
 
     std::size_t unknowns() const override { return n + 2; }
     void list_unknowns(double** list) const override {
@@ -146,9 +152,18 @@ class AutonomousBranch final : public OrbitBranch {
         return TXAutoOrbit(&tx, t_, y, Phi_, turns_, &T_) != 0 && move_to_section(tx, &t_, y) &&
                integrate();
     }
+    /// A section that is not met ends the run; where not even a step to it can be made, there is no
+    /// image either.
     bool residual(double* r) override {
-        if (!move_to_section(tx, &t_, y)) return false;
-        residual_after_period(r);
+        const Temporarily recording(tx.TerminateOnFatalError, 0);
+        if (move_to_section(tx, &t_, y)) {
+            integrate();
+        } else if (section_step_failed(tx)) {
+            forget_image();
+        } else {
+            return false;
+        }
+        closing_residual(r);
         return true;
     }
 
@@ -197,8 +212,7 @@ int TXAutoCont(Trajex* handle, double t, double* y, int p, double* T, double* c,
     va_start(extras, mode);
     const BranchRun run{where, dc, nrbif, Outputs::read(mode, extras)};
     va_end(extras);
-    AutonomousBranch problem(tx, t, y, p, *T, c);
-    return follow_branch(run, problem);
+    return follow_branch<AutonomousBranch>(run, tx, y, T, c, t, p);
 }
 
 int TXNonAutoCont(Trajex* handle, double t, double* y, double T, double* c, double* dc, int nrbif,
@@ -209,6 +223,5 @@ int TXNonAutoCont(Trajex* handle, double t, double* y, double T, double* c, doub
     va_start(extras, mode);
     const BranchRun run{where, dc, nrbif, Outputs::read(mode, extras)};
     va_end(extras);
-    ForcedBranch problem(tx, t, y, T, c);
-    return follow_branch(run, problem);
+    return follow_branch<ForcedBranch>(run, tx, y, &T, c, t);
 }

@@ -26,8 +26,9 @@ class AutonomousOrbitCurve final : public FloquetCurve {
         : FloquetCurve(handle, first, second, order_of(handle) + 3, autonomous_orbit),
           work_({{&scratch_, n + 2}}) {}
 
-    bool has_memory() const override {
-        return FloquetCurve::has_memory() && static_cast<bool>(work_);
+    Error missing() const override {
+        const bool has_section = tx.cut != nullptr || tx.CutSurfaceDefined != 0;
+        return has_section ? Error::none : Error::no_section;
     }
 
     void newton_rows() override {
@@ -38,12 +39,12 @@ class AutonomousOrbitCurve final : public FloquetCurve {
         if (linearise()) {
             complete_rows([this] { return critical().value; });
         } else {
-            std::fill_n(record().Phi[n], size, std::numeric_limits<double>::quiet_NaN());
+            std::fill_n(matrix()[n], size, std::numeric_limits<double>::quiet_NaN());
         }
     }
     /// The component of the direction along the parameter listed first is 1.
     std::size_t direction_system(double* v) override {
-        double* const last_row = record().Phi[size - 1];
+        double* const last_row = matrix()[size - 1];
         std::fill_n(last_row, size, 0.0);
         last_row[n] = 1;
         std::fill_n(v, size, 0.0);
@@ -57,7 +58,7 @@ class AutonomousOrbitCurve final : public FloquetCurve {
     /// All rows but the last, from the linearisation at the current point.
     template <class Measure>
     void complete_rows(Measure&& measure) {
-        double** const A = record().Phi;
+        double** const A = matrix();
         tx.fcn(t_, image_, scratch_);
         for (std::size_t i = 0; i < n; ++i) A[i][n + 2] = scratch_[i];
         subtract_identity(A, n);
@@ -91,10 +92,5 @@ int TXAuto2DCont(Trajex* handle, double* c1, double* c2, double* dc, int mode, .
     va_start(extras, mode);
     const CurveRun run{where, dc, Outputs::read(mode, extras)};
     va_end(extras);
-    if (!usable(tx, tx.txb)) return report(&tx, Error::no_bifurcation_record, where);
-    if (tx.cut == nullptr && tx.CutSurfaceDefined == 0) {
-        return report(&tx, Error::no_section, where);
-    }
-    AutonomousOrbitCurve problem(tx, c1, c2);
-    return follow_curve(run, problem);
+    return follow_curve<AutonomousOrbitCurve>(run, tx, c1, c2);
 }

@@ -8,38 +8,68 @@
 #include <cstdlib>
 #include <cstring>
 
+using trajex::Error;
+
+namespace {
+
+struct CatalogueEntry {
+    Error error;
+    const char* message;
+};
+
+constexpr CatalogueEntry catalogue[trajex::error_count] = {
+    {Error::none, "No error"},
+    {Error::not_opened, "Trajex not opened"},
+    {Error::already_opened, "Trajex already opened"},
+    {Error::no_memory, "Not enough memory"},
+    {Error::order_not_positive, "Order of dynamical system not positive"},
+    {Error::tolerance_not_positive, "Tolerance not positive"},
+    {Error::step_guess_not_positive, "Timestep guess not positive"},
+    {Error::negative_time_step, "Negative time step attempted"},
+    {Error::no_section, "No Poincare-section defined"},
+    {Error::outside_interval, "Attempt to interpolate outside interval"},
+    {Error::equilibrium_state, "Fatal error equilibrium state"},
+    {Error::max_step_not_positive, "Max time step not positive"},
+    {Error::no_step_taken, "No step taken before interpolation"},
+    {Error::section_not_bracketed, "Unable to bracket Poincare section"},
+    {Error::no_variational_equation, "No Variational equation specified"},
+    {Error::no_substructure, "Unable to open Trajex substructure"},
+    {Error::section_tolerance_not_positive, "Poincare tolerance not positive"},
+    {Error::newton_tolerance_not_positive, "Newton tolerance not positive"},
+    {Error::section_not_reached, "Poincare plane not reached within MaxPeriodSteps"},
+    {Error::newton_limit, "Maximum number of Newton iterations exceeded"},
+    {Error::equilibrium_found, "Equilibrium find while searching for periodic solution"},
+    {Error::eigenvalue_limit, "Too many iterations in Housholder QR decomposition"},
+    {Error::singular_matrix, "Singular matrix in LU decompostition"},
+    {Error::perturbation_not_positive, "Pertubation for Jacobian calculation not positive"},
+    {Error::negative_parameter_count, "Negative number of parameter(s)"},
+    {Error::no_output_file, "Unable to open output file"},
+    {Error::wrong_parameters, "Wrong number of parameters"},
+    {Error::bad_mode, "Bad mode specification"},
+    {Error::no_bifurcation_record, "No Trajex Bifurcation structure specified"},
+    {Error::minimum_step, "Minimum stepsize reached"},
+    {Error::newton_not_converged, "No Convergense in Newton iteration"},
+};
+
+constexpr bool catalogue_is_in_order() {
+    for (int code = 0; code < trajex::error_count; ++code) {
+        if (static_cast<int>(catalogue[code].error) != code) return false;
+    }
+    return true;
+}
+static_assert(catalogue_is_in_order(), "codes index the public table of messages");
+
+}  // namespace
+
 const char* const TrajexFatalError[trajex::error_count] = {
-    "No error",
-    "Trajex not opened",
-    "Trajex already opened",
-    "Not enough memory",
-    "Order of dynamical system not positive",
-    "Tolerance not positive",
-    "Timestep guess not positive",
-    "Negative time step attempted",
-    "No Poincare-section defined",
-    "Attempt to interpolate outside interval",
-    "Fatal error equilibrium state",
-    "Max time step not positive",
-    "No step taken before interpolation",
-    "Unable to bracket Poincare section",
-    "No Variational equation specified",
-    "Unable to open Trajex substructure",
-    "Poincare tolerance not positive",
-    "Newton tolerance not positive",
-    "Poincare plane not reached within MaxPeriodSteps",
-    "Maximum number of Newton iterations exceeded",
-    "Equilibrium find while searching for periodic solution",
-    "Too many iterations in Housholder QR decomposition",
-    "Singular matrix in LU decompostition",
-    "Pertubation for Jacobian calculation not positive",
-    "Negative number of parameter(s)",
-    "Unable to open output file",
-    "Wrong number of parameters",
-    "Bad mode specification",
-    "No Trajex Bifurcation structure specified",
-    "Minimum stepsize reached",
-    "No Convergense in Newton iteration",
+    catalogue[0].message,  catalogue[1].message,  catalogue[2].message,  catalogue[3].message,
+    catalogue[4].message,  catalogue[5].message,  catalogue[6].message,  catalogue[7].message,
+    catalogue[8].message,  catalogue[9].message,  catalogue[10].message, catalogue[11].message,
+    catalogue[12].message, catalogue[13].message, catalogue[14].message, catalogue[15].message,
+    catalogue[16].message, catalogue[17].message, catalogue[18].message, catalogue[19].message,
+    catalogue[20].message, catalogue[21].message, catalogue[22].message, catalogue[23].message,
+    catalogue[24].message, catalogue[25].message, catalogue[26].message, catalogue[27].message,
+    catalogue[28].message, catalogue[29].message, catalogue[30].message,
 };
 
 namespace trajex {
@@ -108,6 +138,7 @@ int TXErrorTrajex(Trajex* tx) {
     return tx->ErrorCode;
 }
 
+// It reports under a shorter name than its own, which applications have come to know.
 char* TXStrErrorTrajex(Trajex* tx) {
     if (tx == nullptr) fail_without_handle(Error::not_opened, "TXStrError");
     return const_cast<char*>(message(tx->ErrorCode));  // the table is constant, the signature older

@@ -10,20 +10,20 @@ namespace trajex {
 
 namespace {
 
-constexpr std::size_t line = 8;  // doubles in a cache line
+constexpr std::size_t cache_line = 8;  // doubles in a cache line
 
 // Vectors start on different cache lines relative to a page, so that streams over several of them
 // do not collide in the cache when n is a power of two.
 std::size_t padded(std::size_t n) {
-    return (n + line - 1) / line * line + line;
+    return (n + cache_line - 1) / cache_line * cache_line + cache_line;
 }
 
 // The first whole cache line of a piece of memory that has one to spare.
 double* first_line(double* memory) {
     void* start = memory;
-    std::size_t space = 2 * line * sizeof(double);
+    std::size_t space = 2 * cache_line * sizeof(double);
     return static_cast<double*>(
-        std::align(line * sizeof(double), line * sizeof(double), start, space));
+        std::align(cache_line * sizeof(double), cache_line * sizeof(double), start, space));
 }
 
 void attach_vectors(Handle& handle) {
@@ -32,8 +32,8 @@ void attach_vectors(Handle& handle) {
                                 &handle.ynp1d2,  &handle.yfirst,  &handle.ylast,  &handle.y0,
                                 &handle.yw,      &handle.istate,  &handle.ivector};
     const std::size_t stride = padded(n);
-    handle.state_vectors = std::make_unique<double[]>(std::size(vectors) * stride + line);
-    handle.stages = std::make_unique<double[]>(12 * n + line);
+    handle.state_vectors = std::make_unique<double[]>(std::size(vectors) * stride + cache_line);
+    handle.stages = std::make_unique<double[]>(12 * n + cache_line);
     handle.table_columns = std::make_unique<int[]>(n + 1);
     handle.table_formats = std::make_unique<char[]>(9 * n + 9);
     double* next = first_line(handle.state_vectors.get());
@@ -42,6 +42,15 @@ void attach_vectors(Handle& handle) {
         next += stride;
     }
     handle.k = first_line(handle.stages.get());
+    handle.step_work = {.k = handle.k,
+                        .first = handle.yfirst,
+                        .last = handle.ylast,
+                        .y0 = handle.y0,
+                        .argument = handle.yw,
+                        .lower = handle.y5,
+                        .upper = handle.y6,
+                        .middle = handle.ynp1d2,
+                        .error = handle.abs_err};
     handle.output = handle.table_columns.get();
     handle.form = handle.table_formats.get();
 }
@@ -144,7 +153,8 @@ int TXSetNewtTol(Trajex* handle, double NewtRelTol) {
 
 namespace {
 
-// A negative count is refused quietly: recorded, never printed, never the end of the process.
+// A negative count is refused quietly: recorded, never printed, never the end of the process. The
+// code says something else, but is the one that was published.
 int set_limit(Trajex& tx, int Trajex::*limit, int n) {
     if (n < 0) {
         tx.ErrorCode = static_cast<int>(Error::not_opened);

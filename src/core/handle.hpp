@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "core/step_work.hpp"
 #include "tx.h"
 
 namespace trajex {
@@ -15,6 +16,7 @@ struct Handle : Trajex {
     std::unique_ptr<double[]> stages;
     std::unique_ptr<int[]> table_columns;
     std::unique_ptr<char[]> table_formats;
+    StepWork step_work;  // the vectors of the record, as a step wants them
 
     // Components of the last step taken; those of an extended system vary with its parameters.
     std::size_t step_components = 0;

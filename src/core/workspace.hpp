@@ -7,6 +7,8 @@
 #include <memory>
 #include <new>
 
+#include "core/errors.hpp"
+
 namespace trajex {
 
 /// A value-initialised object, or null when memory is short.
@@ -47,6 +49,10 @@ inline MatrixRequest pointer_list(double*** where, std::size_t length) {
     return {where, length, 0};
 }
 
+/// What a workspace throws when memory is short. No application sees it: each public operation that
+/// takes work memory does so under with_work_memory.
+struct WorkMemoryShort {};
+
 class Workspace {
   public:
     explicit Workspace(std::initializer_list<VectorRequest> vectors,
@@ -60,12 +66,9 @@ class Workspace {
         }
         elements_ = try_make_array<double>(doubles);
         rows_ = try_make_array<double*>(rows);
-        taken_ = elements_ != nullptr && rows_ != nullptr;
-        if (taken_) carve(vectors, matrices);
+        if (elements_ == nullptr || rows_ == nullptr) throw WorkMemoryShort();
+        carve(vectors, matrices);
     }
-
-    /// Whether the memory was there; if not, none of the requested pointers is set.
-    explicit operator bool() const { return taken_; }
 
   private:
     void carve(std::initializer_list<VectorRequest> vectors,
@@ -84,7 +87,17 @@ class Workspace {
 
     std::unique_ptr<double[]> elements_;
     std::unique_ptr<double*[]> rows_;
-    bool taken_ = false;
 };
+
+/// What the operation returns, or the report that it lacks memory. Exceptions of callbacks, also
+/// those for want of memory, pass through.
+template <class Operation>
+int with_work_memory(Trajex& tx, const char* where, Operation&& operation) {
+    try {
+        return operation();
+    } catch (const WorkMemoryShort&) {
+        return report(&tx, Error::no_memory, where);
+    }
+}
 
 }  // namespace trajex

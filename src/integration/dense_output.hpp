@@ -1,224 +1,76 @@
-// Dense output: a polynomial of degree 6 through the last accepted step, from its eight stages and
-// four more evaluations. "Completing" a step makes those evaluations; after that the state anywhere
-// in the step costs arithmetic only, which is what loops over one step (bisection, samples) use.
+// Dense output: the state anywhere in the last accepted step, from its stages and a few more
+// evaluations. "Completing" a step makes those evaluations; after that the state costs arithmetic
+// only, which is what loops over one step (bisection, samples) use. The formula is the method's.
 #pragma once
 
 #include <cstddef>
-#include <iterator>
 
+#include "core/finite.hpp"
 #include "core/simd.hpp"
+#include "core/step_work.hpp"
 #include "integration/stage_passes.hpp"
-#include "integration/verner.hpp"
-#include "tx.h"
 
 namespace trajex {
 
-/// Values of the seven basis polynomials at the normalised time tau.
-struct Basis {
-    double d0, d1, d2, d3, d4, d5, d6;
+/// The dense output of a method, to be specialised for each:
+///     complete<Sums, Vector>(n, work, rhs)   the evaluations that the stages lack
+///     evaluate<Sums, Vector>(n, work, tau)   the state at t_first + tau (t_last - t_first) to
+///                                            work.argument; outside [0, 1] it extrapolates
+/// Sums is the order in which the method's terms are summed.
+template <class Method>
+struct DenseFormula;
 
-    explicit Basis(double tau) {
-        const double tau2 = tau * tau;
-        const double tau3 = tau2 * tau;
-        const double tau4 = tau2 * tau2;
-        const double tau1 = tau - 1;
-        const double tau12 = tau1 * tau1;
-        // Divisions cost most here. Together they become a few of vectors.
-        constexpr double divisors[] = {-17, 8721, 17, 51, 918, 8721};
-        double q[] = {tau12, -tau * tau12, tau2, tau1 * tau2, tau2 * tau12, tau2 * tau12};
-        for (std::size_t k = 0; k < std::size(q); ++k) q[k] /= divisors[k];
-        d0 = (400 * tau4 - 808 * tau3 + 462 * tau2 - 34 * tau - 17) * q[0];
-        d1 = (30200 * tau3 - 65084 * tau2 + 43806 * tau - 8721) * q[1];
-        d2 = (400 * tau4 - 1608 * tau3 + 2478 * tau2 - 1766 * tau + 513) * q[2];
-        d3 = (3800 * tau3 - 7396 * tau2 + 4160 * tau - 513) * q[3];
-        d4 = (18400 * tau2 - 33088 * tau + 14877) * -q[4];
-        d5 = q[4] * (100000 * tau2 - 100000 * tau + 7125);
-        d6 = q[5] * (-1600000 * tau2 + 1600000 * tau - 216000);
-    }
-};
-
-/// The rows of a completed step as component i sees them.
-struct StepRows {
-    const double* y_start;
-    const double* y_end;
-    const double* y_middle;
-    const double* f_start;
-    const double* f_middle;
-    const double* f_090;
-    const double* f_095;
-    const double* f_end;
-
-    StepRows(const Trajex& rec, std::size_t n)
-        : y_start(rec.y0),
-          y_end(rec.y6),
-          y_middle(rec.ynp1d2),
-          f_start(rec.k),
-          f_middle(rec.k + 8 * n),
-          f_090(rec.k + 9 * n),
-          f_095(rec.k + 10 * n),
-          f_end(rec.k + 11 * n) {}
-};
-
-/// A linear combination of rows, for one component or a vector of them, summed in the order of the
-/// calls.
-template <class Number>
-struct Combination {
-    std::size_t i;
-    Number sum, row;
-
-    [[gnu::always_inline]] inline Combination(double weight, const double* first, std::size_t index)
-        : i(index) {
-        load(row, first + i);
-        sum = weight * row;
-    }
-    [[gnu::always_inline]] inline void add(double weight, const double* next) {
-        load(row, next + i);
-        sum += weight * row;
-    }
-};
-
-/// Order of the sums for the state alone.
-struct StateSums {
-    template <class Number>
-    [[gnu::always_inline]] static inline void hermite(Number& y,
-                                                      const verner::HermiteWeights<double>& w,
-                                                      double h, const StepRows& s, std::size_t i) {
-        Combination<Number> states(w.state_start, s.y_start, i);
-        states.add(w.state_end, s.y_end);
-        states.add(w.state_middle, s.y_middle);
-        Combination<Number> slopes(w.slope_start, s.f_start, i);
-        slopes.add(w.slope_end, s.f_end);
-        slopes.add(w.slope_middle, s.f_middle);
-        y = states.sum + h * slopes.sum;
-    }
-    template <class Number>
-    [[gnu::always_inline]] static inline void value(Number& y, const Basis& b, double h,
-                                                    const StepRows& s, std::size_t i) {
-        Combination<Number> states(b.d0, s.y_start, i);
-        states.add(b.d2, s.y_end);
-        Combination<Number> slopes(b.d1, s.f_start, i);
-        slopes.add(b.d3, s.f_end);
-        slopes.add(b.d4, s.f_middle);
-        slopes.add(b.d5, s.f_090);
-        slopes.add(b.d6, s.f_095);
-        y = states.sum + h * slopes.sum;
-    }
-};
-
-/// Order of the sums for the extended system. The polynomial is the same; the order is kept apart
-/// because results are reproduced to the last bit.
-struct ExtendedSums {
-    template <class Number>
-    [[gnu::always_inline]] static inline void hermite(Number& y,
-                                                      const verner::HermiteWeights<double>& w,
-                                                      double h, const StepRows& s, std::size_t i) {
-        Combination<Number> sum(w.slope_middle, s.f_middle, i);
-        sum.add(w.slope_start, s.f_start);
-        sum.add(w.slope_end, s.f_end);
-        sum.sum = h * sum.sum;
-        sum.add(w.state_middle, s.y_middle);
-        sum.add(w.state_end, s.y_end);
-        sum.add(w.state_start, s.y_start);
-        y = sum.sum;
-    }
-    template <class Number>
-    [[gnu::always_inline]] static inline void value(Number& y, const Basis& b, double h,
-                                                    const StepRows& s, std::size_t i) {
-        Combination<Number> sum(b.d0, s.y_start, i);
-        sum.add(b.d1 * h, s.f_start);
-        sum.add(b.d2, s.y_end);
-        sum.add(b.d3 * h, s.f_end);
-        sum.add(b.d4 * h, s.f_middle);
-        sum.add(b.d5 * h, s.f_090);
-        sum.add(b.d6 * h, s.f_095);
-        y = sum.sum;
-    }
-};
-
-namespace passes {
-
-/// A prediction of the state inside the step.
-template <class Sums>
-struct Prediction {
-    template <class Number>
-    [[gnu::always_inline]] static inline void at(std::size_t i, std::size_t,
-                                                 const verner::HermiteWeights<double>* weights,
-                                                 double h, const StepRows* rows, double* to) {
-        Number y;
-        Sums::hermite(y, *weights, h, *rows, i);
-        store(y, to + i);
-    }
-};
-
-/// The polynomial.
-template <class Sums>
-struct Polynomial {
-    template <class Number>
-    [[gnu::always_inline]] static inline void at(std::size_t i, std::size_t, const Basis* basis,
-                                                 double h, const StepRows* rows, double* to) {
-        Number y;
-        Sums::value(y, *basis, h, *rows, i);
-        store(y, to + i);
-    }
-};
-
-}  // namespace passes
-
-/// A kernel: fills rows 8 to 11 of the record's k for the last accepted step by four evaluations.
-template <class Vector>
+/// A kernel: the evaluations for the last accepted step. The step starts from work->first and ends
+/// at work->last; the vectors beside them may have been used for an attempt that failed.
+template <class Method, class Sums>
 struct CompleteStep {
-    template <class Size, class Flow>
-    [[gnu::always_inline]] static inline void run(Size n, const Flow* flow) {
-        Trajex& rec = flow->record();
-        const double t = rec.tfirst;
-        const double h = rec.tlast - rec.tfirst;
-        const StepRows rows(rec, n);
-        using Prediction = passes::Prediction<typename Flow::Sums>;
-        passes::copy_state(n, rec.yfirst, rec.y0);
-        passes::copy_state(n, rec.ylast, rec.y6);
-        (*flow)(rec.tlast, rec.y6, rec.k + 11 * n);
-        passes::run<passes::MiddleState, Vector>(n, h, rec.k, rows.f_end, rec.y0, rec.ynp1d2);
-        (*flow)(t + 0.5 * h, rec.ynp1d2, rec.k + 8 * n);
-        passes::run<Prediction, Vector>(n, &verner::at_090, h, &rows, rec.yw);
-        (*flow)(t + 0.9 * h, rec.yw, rec.k + 9 * n);
-        passes::run<Prediction, Vector>(n, &verner::at_095, h, &rows, rec.yw);
-        (*flow)(t + 0.95 * h, rec.yw, rec.k + 10 * n);
-    }
+    template <class Vector>
+    struct For {
+        template <class Size, class Rhs>
+        [[gnu::always_inline]] static inline void run(Size n, StepWork* work, const Rhs* rhs) {
+            passes::copy_state(n, work->first, work->y0);
+            passes::copy_state(n, work->last, work->upper);
+            DenseFormula<Method>::template complete<Sums, Vector>(n, *work, *rhs);
+        }
+    };
 };
 
-/// A kernel: the state at time t of a completed step to rec->yw. Outside the step the same
-/// polynomial extrapolates.
-template <class Sums>
+/// A kernel: the state at time t of a completed step to work->argument.
+template <class Method, class Sums>
 struct EvaluateStep {
     template <class Vector>
     struct For {
         template <class Size>
-        [[gnu::always_inline]] static inline void run(Size n, Trajex* rec, double t) {
-            const double h = rec->tlast - rec->tfirst;
-            const Basis basis((t - rec->tfirst) / h);
-            const StepRows rows(*rec, n);
-            passes::run<passes::Polynomial<Sums>, Vector>(n, &basis, h, &rows, rec->yw);
+        [[gnu::always_inline]] static inline void run(Size n, StepWork* work, double t) {
+            const double tau = (t - work->t_first) / (work->t_last - work->t_first);
+            DenseFormula<Method>::template evaluate<Sums, Vector>(n, *work, tau);
         }
     };
 };
 
 /// Dense output of one step that is asked for several times: the step is completed at the first.
-template <class Flow>
-class DenseStep {
+template <class Method, class Sums, class Rhs>
+class StepInterpolant {
   public:
-    explicit DenseStep(const Flow& flow) : flow_(flow) {}
+    /// `work` holds an accepted step of n components that has been described, that is,
+    /// work.last is its end. `rhs` outlives the interpolant.
+    StepInterpolant(std::size_t n, StepWork& work, const Rhs& rhs)
+        : n_(n), work_(work), rhs_(rhs) {}
 
-    void at(double t) {
-        Trajex& rec = flow_.record();
-        const std::size_t n = flow_.size();
-        if (!complete_) dispatch_sized<CompleteStep>(n, &flow_);
+    /// The state at time t, in the work vectors until the next use; null where it is not finite,
+    /// because the right-hand side is not in the step: the evaluations of dense output are not
+    /// among those that a step is accepted by.
+    const double* at(double t) {
+        if (!complete_) dispatch_sized<CompleteStep<Method, Sums>::template For>(n_, &work_, &rhs_);
         complete_ = true;
-        dispatch_sized<EvaluateStep<typename Flow::Sums>::template For>(n, &rec, t);
-        flow_.store(rec.yw);
+        dispatch_sized<EvaluateStep<Method, Sums>::template For>(n_, &work_, t);
+        return all_finite(work_.argument, n_) ? work_.argument : nullptr;
     }
 
   private:
-    const Flow& flow_;
+    std::size_t n_;
+    StepWork& work_;
+    const Rhs& rhs_;
     bool complete_ = false;
 };
 

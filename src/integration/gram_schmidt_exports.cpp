@@ -10,5 +10,6 @@ double dot(double* x, double* y, int n) {
 }
 
 void GSR(double* v, double* norm, int n, double* x, int nn) {
+    if (n < 1) return;  // vectors without components have no lengths to be told
     trajex::orthonormalise(v, norm, trajex::extent(n), x, trajex::extent(nn));
 }

@@ -6,7 +6,9 @@
 #include <cmath>
 #include <cstddef>
 
+#include "core/finite.hpp"
 #include "integration/trajectory.hpp"
+#include "linalg/range.hpp"
 
 namespace trajex {
 
@@ -21,20 +23,42 @@ bool move_to_section(Trajex& tx, double* t, double* y) {
     double g1 = sign * before - half_width;
     double g2 = sign * after - half_width;
     StateFlow flow{tx, y};
-    DenseStep<StateFlow> dense(flow);
-    for (int left = tx.MaxNewtSteps; left >= 0; --left) {
+    CutOnStep<StateFlow> cut(flow, t2);
+    for (int left = tx.MaxNewtSteps;; --left) {
         const double next = t2 - (t1 - t2) * g2 / (g1 - g2);
         if (!std::isfinite(next)) return false;  // the cut value stands still or is not a number
-        *t = next;
         t1 = t2;
         g1 = g2;
         t2 = next;
-        dense.at(next);
-        g2 = sign * cut_value(tx, next, y) - half_width;
+        g2 = sign * cut(next) - half_width;
+        *t = cut.reached();
+        if (cut.failed() || left < 0) return false;
         if (std::fabs(g2) <= half_width) return true;
     }
-    return false;
 }
+
+namespace {
+
+double length_of(const double* v, std::size_t n) {
+    double squares = 0;
+    for (std::size_t i = 0; i < n; ++i) squares += v[i] * v[i];
+    return std::sqrt(squares);
+}
+
+/// Divides v by its length; false, with v as it was, when that is 0 or not finite. Where the
+/// squares leave the exponent range, v is first brought to a size that they have room for.
+bool normalise(double* v, std::size_t n) {
+    if (!in_middle_range(length_of(v, n))) {
+        const double largest = largest_size(v, n);
+        if (!(largest > 0) || !all_finite(v, n)) return false;
+        scale_by_power(v, n, -std::ilogb(largest));
+    }
+    const double length = length_of(v, n);
+    for (std::size_t i = 0; i < n; ++i) v[i] /= length;
+    return true;
+}
+
+}  // namespace
 
 }  // namespace trajex
 
@@ -55,11 +79,7 @@ int TXSetAutoCut(Trajex* handle, double t, double* y) {
     const std::size_t n = order_of(tx);
     std::copy_n(y, n, tx.istate);
     tx.fcn(t, y, tx.ivector);
-    double squares = 0;
-    for (std::size_t i = 0; i < n; ++i) squares += tx.ivector[i] * tx.ivector[i];
-    const double length = std::sqrt(squares);
-    if (!(length > 0) || std::isinf(length)) return report(&tx, Error::equilibrium_state, where);
-    for (std::size_t i = 0; i < n; ++i) tx.ivector[i] /= length;
+    if (!normalise(tx.ivector, n)) return report(&tx, Error::equilibrium_state, where);
     tx.CutSurfaceDefined = 1;
     return 1;
 }

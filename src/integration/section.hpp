@@ -3,9 +3,11 @@
 #pragma once
 
 #include <cmath>
+#include <limits>
 
 #include "core/errors.hpp"
-#include "integration/dense_output.hpp"
+#include "integration/crossing.hpp"
+#include "integration/trajectory.hpp"
 #include "tx.h"
 
 namespace trajex {
@@ -15,32 +17,46 @@ inline double cut_value(Trajex& tx, double t, double* y) {
     return tx.cut != nullptr ? tx.cut(t, y) : TXAutoCut(&tx, t, y);
 }
 
-/// Bisection for the time in [t1, t2] at which sign * cut = -CutEps/2, just beyond the section.
-/// `cut_at(t)` moves the state to time t and returns the cut value there. Returns whether the value
-/// was met within CutEps/2; *t and the state are at the last time tried. It ends at
-/// MaxPoincareSteps (0: no limit), or when no number is left between the ends: then the later one
-/// is the last to be tried. A cut value that is not a number, or that jumps, ends that way.
+/// The bisection within the limits of the handle.
 template <class CutAt>
 bool bisect_crossing(const Trajex& tx, double t1, double t2, double sign, double* t,
                      CutAt&& cut_at) {
-    const double half_width = tx.CutEps * 0.5;
-    for (int it = 0; tx.MaxPoincareSteps == 0 || it == 0 || it < tx.MaxPoincareSteps; ++it) {
-        const double middle = (t1 + t2) * 0.5;
-        const bool divisible = t1 < middle && middle < t2;
-        *t = divisible ? middle : t2;
-        const double f = sign * cut_at(*t) + half_width;
-        if (std::fabs(f) < half_width) return true;
-        if (!divisible) return false;
-        (f < 0 ? t2 : t1) = middle;
-    }
-    return false;
+    return bisect_crossing(CrossingLimits{tx.CutEps, tx.MaxPoincareSteps}, t1, t2, sign, t, cut_at);
 }
+
+/// The cut value at times of a flow's last step, whose state goes along. Where dense output fails
+/// it is not a number, and the state stays where it was.
+template <Flow F>
+class CutOnStep {
+  public:
+    /// The caller's state is at time t.
+    CutOnStep(const F& flow, double t) : flow_(flow), dense_(flow), reached_(t) {}
+
+    double operator()(double t) {
+        if (!dense_.at(t)) {
+            failed_ = true;
+            return std::numeric_limits<double>::quiet_NaN();
+        }
+        reached_ = t;
+        return cut_value(flow_.tx, t, flow_.y);
+    }
+
+    /// Whether dense output failed, and the time that the state is at.
+    bool failed() const { return failed_; }
+    double reached() const { return reached_; }
+
+  private:
+    const F& flow_;
+    DenseStep<F> dense_;
+    double reached_;
+    bool failed_ = false;
+};
 
 /// One step of the flow from *t. Returns 1 when it crossed the section and the crossing was
 /// located; the time and state are then there, just beyond the section, so that the next step
 /// starts on the other side.
-template <class Flow>
-int poincare_step(Flow& flow, double* t, const char* where) {
+template <Flow F>
+int poincare_step(F& flow, double* t, const char* where) {
     Trajex& tx = flow.tx;
     const double before = cut_value(tx, *t, flow.y);
     const double sign = before < 0 ? -1 : 1;
@@ -48,12 +64,11 @@ int poincare_step(Flow& flow, double* t, const char* where) {
     if (flow.step(t) != 1) return 0;
     const double t2 = *t;
     if (std::isnan(before) || !(sign * cut_value(tx, t2, flow.y) < 0)) return 0;
-    DenseStep<Flow> dense(flow);
-    const bool located = bisect_crossing(tx, t1, t2, sign, t, [&](double middle) {
-        dense.at(middle);
-        return cut_value(tx, middle, flow.y);
-    });
-    return located ? 1 : report(&tx, Error::section_not_bracketed, where);
+    CutOnStep<F> cut(flow, t2);
+    if (bisect_crossing(tx, t1, t2, sign, t, cut)) return 1;
+    if (!cut.failed()) return report(&tx, Error::section_not_bracketed, where);
+    *t = cut.reached();
+    return report(&tx, Error::minimum_step, where);
 }
 
 /// Moves a point on or near the section to the nearby one just beyond it in the direction of

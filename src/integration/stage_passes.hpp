@@ -1,6 +1,6 @@
 // The vector arithmetic of one step attempt, one pass over the components per stage. Coefficients
-// are compile-time constants and zero coefficients cost nothing; the solution of order 5 and the
-// head of the one of order 6 are summed in the pass of the last stage, while the rows of k are in
+// are compile-time constants and zero coefficients cost nothing; the lower solution and the
+// head of the upper one are summed in the pass of the last stage, while the rows of k are in
 // registers. Each component is summed in the order of the stages, a vector at a time.
 #pragma once
 
@@ -10,23 +10,21 @@
 #include <utility>
 
 #include "core/simd.hpp"
-#include "integration/verner.hpp"
 
 namespace trajex::passes {
 
 /// Weight lists as types, so that every weight is a constant where it is used.
-template <std::size_t j>
+template <class Method, std::size_t j>
 struct StageRow {
-    static constexpr double weight(std::size_t m) { return verner::a[j][m]; }
+    static constexpr double weight(std::size_t m) { return Method::coefficient(j, m); }
 };
-struct FifthOrder {
-    static constexpr double weight(std::size_t m) { return verner::b5[m]; }
+template <class Method>
+struct LowerSolution {
+    static constexpr double weight(std::size_t m) { return Method::lower_weight(m); }
 };
-struct SixthOrder {
-    static constexpr double weight(std::size_t m) { return verner::b6[m]; }
-};
-struct MiddleOfStep {
-    static constexpr double weight(std::size_t m) { return verner::d[m]; }
+template <class Method>
+struct UpperSolution {
+    static constexpr double weight(std::size_t m) { return Method::upper_weight(m); }
 };
 
 template <class Weights, std::size_t m, class Number>
@@ -102,53 +100,39 @@ struct FirstArgument {
 };
 
 /// Argument of stage j: yw = h sum a[j][m] k[m] + y0.
-template <std::size_t j>
+template <class Method, std::size_t j>
 struct StageArgument {
     template <class Number>
     [[gnu::always_inline]] static inline void at(std::size_t i, std::size_t n, double h,
                                                  const double* k, const double* y0, double* yw) {
         Number sum, y;
-        combine<StageRow<j>, j>(sum, k + i, n);
+        combine<StageRow<Method, j>, j>(sum, k + i, n);
         load(y, y0 + i);
         store(h * sum + y, yw + i);
     }
 };
 
-/// Argument of the last stage, the solution of order 5, and all of the sixth-order sum that is
-/// known before that stage (y6 holds the bare sum until the step is finished). Neither solution
-/// uses the second stage, but a step with a stage that is not finite must not be accepted: its
-/// term, zero otherwise, makes the error estimate not a number then.
+/// Argument of the last stage, the lower solution, and all of the sum of the upper one that is
+/// known before that stage (`upper` holds the bare sum until the step is finished). Neither
+/// solution need use every stage, but a step with a stage that is not finite must not be accepted:
+/// the term of the unused one, zero otherwise, makes the error estimate not a number then.
+template <class Method>
 struct LastArgument {
     template <class Number>
     [[gnu::always_inline]] static inline void at(std::size_t i, std::size_t n, double h,
                                                  const double* k, const double* y0, double* yw,
-                                                 double* y5, double* y6) {
-        constexpr std::size_t last = verner::stages - 1;
-        Number sum, sum5, sum6, second, y;
-        combine<StageRow<last>, last>(sum, k + i, n);
-        combine<FifthOrder, last>(sum5, k + i, n);
-        combine<SixthOrder, last>(sum6, k + i, n);
-        load(second, k + i + n);
-        sum5 += 0.0 * second;
+                                                 double* lower, double* upper) {
+        constexpr std::size_t last = Method::stages - 1;
+        Number sum, sum_lower, sum_upper, unused, y;
+        combine<StageRow<Method, last>, last>(sum, k + i, n);
+        combine<LowerSolution<Method>, last>(sum_lower, k + i, n);
+        combine<UpperSolution<Method>, last>(sum_upper, k + i, n);
+        load(unused, k + i + Method::unused_stage * n);
+        sum_lower += 0.0 * unused;
         load(y, y0 + i);
         store(h * sum + y, yw + i);
-        store(h * sum5 + y, y5 + i);
-        store(sum6, y6 + i);
-    }
-};
-
-/// The solution in the middle of the step: y = h (sum d[m] k[m] + d[8] f_end) + y0.
-struct MiddleState {
-    template <class Number>
-    [[gnu::always_inline]] static inline void at(std::size_t i, std::size_t n, double h,
-                                                 const double* k, const double* f_end,
-                                                 const double* y0, double* y) {
-        constexpr double weight = verner::d[verner::stages];
-        Number sum, slope, state;
-        combine<MiddleOfStep, verner::stages>(sum, k + i, n);
-        load(slope, f_end + i);
-        load(state, y0 + i);
-        store(h * (sum + weight * slope) + state, y + i);
+        store(h * sum_lower + y, lower + i);
+        store(sum_upper, upper + i);
     }
 };
 
@@ -157,27 +141,27 @@ struct Ending {
     double h;
     const double* k_last;
     const double* y0;
-    const double* y5;
-    double* y6;
-    double* abs_err;
+    const double* lower;
+    double* upper;
+    double* error;
 };
 
-/// Completes component i of y6 from the last row of k and forms the error estimate |y6 - y5|.
-/// Overwrites what it reads: once per component.
-template <class Number>
+/// Completes component i of the upper solution from the last row of k and forms the error estimate
+/// |upper - lower|. Overwrites what it reads: once per component.
+template <class Method, class Number>
 [[gnu::always_inline]] inline void finish(const Ending& s, std::size_t i, Number& y,
                                           Number& error) {
-    constexpr double weight = verner::b6[verner::stages - 1];
-    Number row, start, y5;
-    load(y, s.y6 + i);
+    constexpr double weight = Method::upper_weight(Method::stages - 1);
+    Number row, start, lower;
+    load(y, s.upper + i);
     load(row, s.k_last + i);
     load(start, s.y0 + i);
-    load(y5, s.y5 + i);
+    load(lower, s.lower + i);
     y = s.h * (y + weight * row) + start;
-    error = y - y5;
+    error = y - lower;
     take_magnitude(error);
-    store(y, s.y6 + i);
-    store(error, s.abs_err + i);
+    store(y, s.upper + i);
+    store(error, s.error + i);
 }
 
 /// A term of the error norm is a component's error over its tolerance. A zero error counts nothing
@@ -203,24 +187,24 @@ struct UncheckedErrors {
     }
 };
 
-template <class Number, class Errors>
+template <class Method, class Number, class Errors>
 [[gnu::always_inline]] inline void finish_and_add(const Ending& s, const Errors& errors,
                                                   std::size_t i, double& sum) {
     Number y, error, term;
-    finish(s, i, y, error);
+    finish<Method>(s, i, y, error);
     errors.term(term, error, y);
     add_in_order(sum, term * term);
 }
 
 /// Completes the step and returns the error norm, the root of the sum of the squares of the terms.
-template <class Vector, class Errors>
+template <class Method, class Vector, class Errors>
 [[gnu::always_inline]] inline double finish_step(std::size_t n, const Ending& s,
                                                  const Errors& errors) {
     double sum = 0;
     std::size_t i = 0;
     constexpr std::size_t step = width<Vector>;
-    for (; i + step <= n; i += step) finish_and_add<Vector>(s, errors, i, sum);
-    for (; i < n; ++i) finish_and_add<double>(s, errors, i, sum);
+    for (; i + step <= n; i += step) finish_and_add<Method, Vector>(s, errors, i, sum);
+    for (; i < n; ++i) finish_and_add<Method, double>(s, errors, i, sum);
     return std::sqrt(sum);
 }
 

@@ -47,7 +47,7 @@ class [[nodiscard]] LastSample {
 /// number of samples independent of the rounding of the repeated sum. `state` is work memory.
 template <class Emit>
 int sample_trajectory(Trajex& tx, double* t, double t1, long n, double* y, double* state,
-                      Emit&& emit) {
+                      Emit&& emit, const char* where) {
     const double dt = n > 0 ? (t1 - *t) / static_cast<double>(n) : 0;
     LastSample last(order_of(tx), t, y, state);
     emit(last.time, state);
@@ -61,7 +61,7 @@ int sample_trajectory(Trajex& tx, double* t, double t1, long n, double* y, doubl
         if (TXStep(&tx, &reached, y) != 1) return 0;
         DenseStep<StateFlow> step(flow);
         for (; due() && next <= reached; next += dt) {
-            step.at(next);
+            if (!step.at(next)) return report(&tx, Error::minimum_step, where);
             last.time = next;
             emit(next, state);
         }
@@ -113,6 +113,29 @@ class RowWriter {
     bool sound_ = true;
 };
 
+int write_file(Trajex& tx, const char* filename, const char* format, double* t, double t1, long n,
+               double* y, const char* where) {
+    double* state = nullptr;
+    const Workspace work({{&state, order_of(tx)}});
+    OutputFile file(filename, "w");
+    if (!file) return report(&tx, Error::no_output_file, where);
+    build_columns(tx, format);
+    if (sample_trajectory(tx, t, t1, n, y, state, RowWriter(tx, file.stream()), where) != 1)
+        return 0;
+    return file.close() ? 1 : report(&tx, Error::no_output_file, where);
+}
+
+int write_stream(Trajex& tx, FILE* file, const char* format, double* t, double t1, long n,
+                 double* y, const char* where) {
+    double* state = nullptr;
+    const Workspace work({{&state, order_of(tx)}});
+    if (file == nullptr) return report(&tx, Error::no_output_file, where);
+    build_columns(tx, format);
+    RowWriter rows(tx, file);
+    if (sample_trajectory(tx, t, t1, n, y, state, rows, where) != 1) return 0;
+    return rows.sound() ? 1 : report(&tx, Error::no_output_file, where);
+}
+
 }  // namespace
 
 }  // namespace trajex
@@ -123,36 +146,25 @@ int TXftablef(Trajex* handle, const char* filename, const char* format, double* 
               long n, double* y) {
     constexpr const char* where = "TXftablef";
     Trajex& tx = enter(handle, where);
-    double* state = nullptr;
-    const Workspace work({{&state, order_of(tx)}});
-    if (!work) return report(&tx, Error::no_memory, where);
-    OutputFile file(filename, "w");
-    if (!file) return report(&tx, Error::no_output_file, where);
-    build_columns(tx, format);
-    if (sample_trajectory(tx, t, t1, n, y, state, RowWriter(tx, file.stream())) != 1) return 0;
-    return file.close() ? 1 : report(&tx, Error::no_output_file, where);
+    return with_work_memory(tx, where,
+                            [&] { return write_file(tx, filename, format, t, t1, n, y, where); });
 }
 
 int TXftablea(Trajex* handle, FILE* file, const char* format, double* t, double t1, long n,
               double* y) {
     constexpr const char* where = "TXftablea";
     Trajex& tx = enter(handle, where);
-    double* state = nullptr;
-    const Workspace work({{&state, order_of(tx)}});
-    if (!work) return report(&tx, Error::no_memory, where);
-    if (file == nullptr) return report(&tx, Error::no_output_file, where);
-    build_columns(tx, format);
-    RowWriter rows(tx, file);
-    if (sample_trajectory(tx, t, t1, n, y, state, rows) != 1) return 0;
-    return rows.sound() ? 1 : report(&tx, Error::no_output_file, where);
+    return with_work_memory(tx, where,
+                            [&] { return write_stream(tx, file, format, t, t1, n, y, where); });
 }
 
 int TXftableg(Trajex* handle, double* t, double t1, long n, double* y,
               void (*g)(double t, double* y)) {
     constexpr const char* where = "TXftableg";
     Trajex& tx = enter(handle, where);
-    double* state = nullptr;
-    const Workspace work({{&state, order_of(tx)}});
-    if (!work) return report(&tx, Error::no_memory, where);
-    return sample_trajectory(tx, t, t1, n, y, state, g);
+    return with_work_memory(tx, where, [&] {
+        double* state = nullptr;
+        const Workspace work({{&state, order_of(tx)}});
+        return sample_trajectory(tx, t, t1, n, y, state, g, where);
+    });
 }

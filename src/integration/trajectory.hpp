@@ -1,16 +1,4 @@
-// A step, an integration to a given time, and dense output, for any flow. A flow is a system that
-// is stepped on the work vectors of a record:
-//
-//   Trajex& tx;                      the handle, on which failures are reported
-//   Trajex& record();                the record that is stepped
-//   std::size_t size();              number of components
-//   void operator()(t, Y, F);        right-hand side
-//   const double* state(double* Y);  the caller's state as one vector, in Y if it is not one
-//   void store(const double* Y);     and back
-//   int step(double* t);             the public operations on the caller's state
-//   int interpolate(double t);
-//   int section_step(double* t);
-//   typename Sums                    order of the sums of dense output
+// A step, an integration to a given time, and dense output, for any flow.
 #pragma once
 
 #include <algorithm>
@@ -20,12 +8,14 @@
 #include "core/errors.hpp"
 #include "core/handle.hpp"
 #include "integration/dense_output.hpp"
+#include "integration/flow.hpp"
 #include "integration/stepper.hpp"
 
 namespace trajex {
 
 /// The system itself: the record that is stepped is the handle.
 struct StateFlow {
+    using Method = RecordMethod;
     using Sums = StateSums;
 
     Trajex& tx;
@@ -41,25 +31,64 @@ struct StateFlow {
     int section_step(double* t) const { return TXPoincareStep(&tx, t, y); }
 };
 
-/// One accepted step from the state `start` at t; the first attempt is of size h.
-template <class Flow>
-StepOutcome accepted_step(const Flow& flow, const double* start, double t, double h) {
-    return dispatch_sized<RepeatAttempts>(flow.size(), &flow.record(), start, t, h, &flow);
+static_assert(Flow<StateFlow>);
+
+/// The step size to try first: the proposed one, within the largest allowed.
+inline double first_step_size(const Trajex& rec) {
+    return rec.hmax > 0 && rec.hmax < rec.h ? rec.hmax : rec.h;
+}
+
+/// One accepted step from the state `start` at t; the first attempt is of size h. Until its caller
+/// has completed the description of the step, the record says that no step was taken: a callback
+/// may throw, and rows of two steps must not be mixed.
+template <Flow F>
+[[gnu::always_inline]] inline StepOutcome accepted_step(const F& flow, const double* start,
+                                                        double t, double h) {
+    Trajex& rec = flow.record();
+    StepWork& work = private_part(rec).step_work;
+    rec.StepTaken = 0;
+    rec.tfirst = t;
+    work.abs_tol = rec.AbsTol;
+    work.rel_tol = rec.RelTol;
+    work.hmax = rec.hmax;
+    const StepOutcome step =
+        accepted_step<typename F::Method>(flow.size(), work, start, t, h, flow);
+    if (step.accepted) rec.tlast = work.t_last;
+    return step;
 }
 
 /// Completes the description of the step that was accepted: dense output may use it from now on.
-template <class Flow>
-void describe_step(const Flow& flow) {
+template <Flow F>
+void describe_step(const F& flow) {
     Trajex& rec = flow.record();
-    passes::copy_state(flow.size(), rec.y6, rec.ylast);
+    describe_step(flow.size(), private_part(rec).step_work);
     private_part(rec).step_components = flow.size();
     rec.StepTaken = 1;
 }
 
+/// Dense output of the flow's last step into the caller's state.
+template <Flow F>
+class DenseStep {
+  public:
+    explicit DenseStep(const F& flow)
+        : flow_(flow), interpolant_(flow.size(), private_part(flow.record()).step_work, flow) {}
+
+    /// False, with the caller's state as it was, where the state at t is not finite.
+    bool at(double t) {
+        const double* const state = interpolant_.at(t);
+        if (state != nullptr) flow_.store(state);
+        return state != nullptr;
+    }
+
+  private:
+    const F& flow_;
+    StepInterpolant<typename F::Method, typename F::Sums, F> interpolant_;
+};
+
 /// One accepted step from *t0. On failure the caller's time and state and the proposed step size
 /// stay as they were.
-template <class Flow>
-int take_step(Flow& flow, double* t0, const char* where) {
+template <Flow F>
+int take_step(F& flow, double* t0, const char* where) {
     Trajex& rec = flow.record();
     const StepOutcome step = accepted_step(flow, flow.state(rec.yfirst), *t0, first_step_size(rec));
     if (!step.accepted) return report(&flow.tx, Error::minimum_step, where);
@@ -71,9 +100,10 @@ int take_step(Flow& flow, double* t0, const char* where) {
 }
 
 /// Integration from *t0 to t1. The last step is not shortened: it may end beyond t1, and the state
-/// at t1 is its dense output.
-template <class Flow>
-int integrate_to(Flow& flow, double* t0, double t1, const char* where) {
+/// at t1 is its dense output. After each step goes_on(state) is asked, state being that at the end
+/// of the step; where it says no, the integration ends as after a failure, but without a code.
+template <Flow F, class GoesOn>
+int integrate_to(F& flow, double* t0, double t1, const char* where, GoesOn&& goes_on) {
     Trajex& rec = flow.record();
     double t = *t0;
     if (t == t1) return 1;
@@ -83,30 +113,36 @@ int integrate_to(Flow& flow, double* t0, double t1, const char* where) {
     while (t < t1) {
         const StepOutcome step = accepted_step(flow, start, t, h);
         if (!step.accepted) return report(&flow.tx, Error::minimum_step, where);
+        if (!goes_on(rec.y6)) return 0;
         t = rec.tlast;
         h = step.next_h;
         start = rec.y6;
     }
     describe_step(flow);
-    rec.h = h;
     if (t > t1) {
         if (flow.interpolate(t1) != 1) return 0;
     } else {
         flow.store(rec.ylast);
     }
+    rec.h = h;
     *t0 = t1;
     return 1;
 }
 
+/// The same, however many steps it takes.
+template <Flow F>
+int integrate_to(F& flow, double* t0, double t1, const char* where) {
+    return integrate_to(flow, t0, t1, where, [](const double*) { return true; });
+}
+
 /// Dense output at time t of the last step, which has to be one of the same system.
-template <class Flow>
-int interpolate_at(Flow& flow, double t, const char* where) {
+template <Flow F>
+int interpolate_at(F& flow, double t, const char* where) {
     Trajex& rec = flow.record();
     if (rec.StepTaken == 0 || private_part(rec).step_components != flow.size()) {
         return report(&rec, Error::no_step_taken, where);
     }
-    DenseStep<Flow>(flow).at(t);
-    return 1;
+    return DenseStep<F>(flow).at(t) ? 1 : report(&flow.tx, Error::minimum_step, where);
 }
 
 }  // namespace trajex

@@ -2,14 +2,18 @@
 // Pair: J. H. Verner, Explicit Runge-Kutta methods with estimates of the local truncation error,
 // SIAM J. Numer. Anal. 15 (1978). Dense output: W. H. Enright, K. R. Jackson, S. P. Norsett and
 // P. G. Thomsen, Interpolants for Runge-Kutta formulas, ACM Trans. Math. Softw. 12 (1986).
-// The coefficients are exact quotients; the conditions that define them are checked when compiling.
+// The coefficients are exact quotients. The linear ones of the conditions that define them are
+// checked when compiling; a test checks those of all trees.
 #pragma once
 
 #include <array>
+#include <cmath>
 #include <cstddef>
 #include <numeric>
 
-namespace trajex::verner {
+namespace trajex {
+
+namespace verner {
 
 /// An exact quotient. Overflow in its arithmetic is an error at compile time.
 struct Fraction {
@@ -149,4 +153,22 @@ static_assert(equal(sum(d), Fraction(1, 2)));
 static_assert(predicts_lines(exact_090, Fraction(9, 10)));
 static_assert(predicts_lines(exact_095, Fraction(19, 20)));
 
-}  // namespace trajex::verner
+}  // namespace verner
+
+/// The method as the stepper takes it. Its dense output is a DenseFormula.
+struct Verner65 {
+    static constexpr std::size_t stages = verner::stages;
+    static constexpr std::size_t rows = stages + 4;  ///< of k, those of dense output included
+    static constexpr std::size_t unused_stage = 1;   ///< that has no weight in either solution
+    static constexpr double least_factor = 0.2;      ///< of the step size
+
+    static constexpr double node(std::size_t j) { return verner::c[j]; }
+    static constexpr double coefficient(std::size_t j, std::size_t m) { return verner::a[j][m]; }
+    static constexpr double lower_weight(std::size_t m) { return verner::b5[m]; }
+    static constexpr double upper_weight(std::size_t m) { return verner::b6[m]; }
+
+    /// By which the step size is multiplied after an attempt with error norm err > 0.
+    static double factor(double err) { return 0.625 / std::sqrt(std::sqrt(err)) + least_factor; }
+};
+
+}  // namespace trajex

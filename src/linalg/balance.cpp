@@ -35,15 +35,35 @@ double balancing_factor(Norms norms) {
     return (c + r) / f < 0.95 * s && std::isnormal(f) ? f : 1;
 }
 
+// Whether x f can be turned back to x: no bit is lost at the ends of the exponent range.
+bool exact(double x, double f) {
+    return x * f / f == x;
+}
+
+bool scales_exactly(double* const* a, std::size_t n, std::size_t i, double f) {
+    for (std::size_t j = 0; j < n; ++j) {
+        if (j != i && !(exact(a[i][j], 1 / f) && exact(a[j][i], f))) return false;
+    }
+    return true;
+}
+
+// Row i / f, column i · f; the diagonal element, which both would change, stays as it is.
+void scale_row_and_column(double** a, std::size_t n, std::size_t i, double f) {
+    for (std::size_t j = 0; j < n; ++j) {
+        if (j == i) continue;
+        a[i][j] *= 1 / f;
+        a[j][i] *= f;
+    }
+}
+
 // Scales every index once; whether anything changed.
 bool balance_once(double** a, std::size_t n) {
     bool changed = false;
     for (std::size_t i = 0; i < n; ++i) {
         const double f = balancing_factor(off_diagonal_norms(a, n, i));
-        if (f == 1) continue;
+        if (f == 1 || !scales_exactly(a, n, i, f)) continue;
         changed = true;
-        for (std::size_t j = 0; j < n; ++j) a[i][j] *= 1 / f;
-        for (std::size_t j = 0; j < n; ++j) a[j][i] *= f;
+        scale_row_and_column(a, n, i, f);
     }
     return changed;
 }

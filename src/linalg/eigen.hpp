@@ -12,7 +12,12 @@ void balance(double** a, std::size_t n);
 void reduce_to_hessenberg(double** a, std::size_t n);
 
 /// Double-shift QR iteration on an upper Hessenberg matrix. Returns false when an eigenvalue is not
-/// found within 30 iterations; those found so far are then at the higher places.
-bool hessenberg_eigenvalues(double** a, std::size_t n, double* re, double* im);
+/// found within 30 iterations; those found so far are then at the higher places. They are
+/// given times 2^exponent.
+bool hessenberg_eigenvalues(double** a, std::size_t n, double* re, double* im, int exponent = 0);
+
+/// The three one after the other, on a matrix brought into the middle of the exponent range.
+/// Returns what the last of them does.
+bool matrix_eigenvalues(double** a, std::size_t n, double* re, double* im);
 
 }  // namespace trajex

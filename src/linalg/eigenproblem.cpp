@@ -9,9 +9,16 @@
 
 namespace trajex {
 
+namespace {
+
+int reported(Trajex* tx, bool found) {
+    return found ? 1 : report(tx, Error::eigenvalue_limit, "Hqr");
+}
+
+}  // namespace
+
 int shifted_qr(Trajex* tx, double** a, int n, double* re, double* im) {
-    if (hessenberg_eigenvalues(a, extent(n), re, im)) return 1;
-    return report(tx, Error::eigenvalue_limit, "Hqr");
+    return reported(tx, hessenberg_eigenvalues(a, extent(n), re, im));
 }
 
 }  // namespace trajex
@@ -20,9 +27,7 @@ using namespace trajex;
 
 int TXEigen(Trajex* tx, int n, double** A, double* er, double* ei) {
     enter(tx, "TXEigen");
-    balance(A, extent(n));
-    reduce_to_hessenberg(A, extent(n));
-    return shifted_qr(tx, A, n, er, ei);
+    return reported(tx, matrix_eigenvalues(A, extent(n), er, ei));
 }
 
 // With the last component of v fixed to 1, the first n - 1 rows of (A - r I) v = 0 are a linear

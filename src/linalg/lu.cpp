@@ -7,16 +7,18 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <utility>
 
 #include "core/simd.hpp"
+#include "linalg/range.hpp"
 
 namespace trajex {
 
 namespace {
 
 // Replaces a pivot that is exactly zero: a singular matrix gives a huge solution, not a failure.
-constexpr double pivot_floor = 1.0e-20;
+constexpr double smallest_pivot = 1.0e-20;
 
 // Columns of a panel, which is decomposed without further division, and of a tile of an update.
 constexpr std::size_t panel_width = 8;
@@ -28,16 +30,18 @@ bool is_zero_row(const double* row, std::size_t n) {
     return std::all_of(row, row + n, [](double x) { return x == 0; });
 }
 
-// A kernel: 1 / max |a_ij| for every row i; false when there is a row of zeros.
+// A kernel: 1 / max |a_ij| for every row i. Returns whether all of these are ordinary numbers, well
+// inside the exponent range; if not, there may be rows of zeros.
 template <class Vector>
 struct ScaleRows {
     [[gnu::always_inline]] static inline bool run(std::size_t n, double* const* a, double* scale) {
+        bool ordinary = true;
         for (std::size_t i = 0; i < n; ++i) {
-            const double largest = largest_size(a[i], n);
-            if (largest == 0 && is_zero_row(a[i], n)) return false;
-            scale[i] = 1 / largest;
+            const double size = largest_size(a[i], n);
+            ordinary = in_middle_range(size) && ordinary;
+            scale[i] = 1 / size;
         }
-        return true;
+        return ordinary;
     }
 
   private:
@@ -59,13 +63,51 @@ struct ScaleRows {
     }
 };
 
-struct Decomposition {
-    std::size_t n;
-    double** a;
-    double* scale;
-    int* exchanges;
-    double parity;
+// The sizes of the rows that are not empty, and whether there are rows of zeros.
+struct RowSizes {
+    double smallest = std::numeric_limits<double>::infinity();
+    double largest = 0;
+    bool some_zero = false;
 };
+
+// Rows of zeros get the scale 1.
+RowSizes measure_rows(std::size_t n, double* const* a, double* scale) {
+    RowSizes sizes;
+    for (std::size_t i = 0; i < n; ++i) {
+        const double size = largest_size(a[i], n);
+        if (size > 0) sizes.smallest = std::min(sizes.smallest, size);
+        sizes.largest = std::max(sizes.largest, size);
+        if (!is_zero_row(a[i], n)) continue;
+        sizes.some_zero = true;
+        scale[i] = 1;
+    }
+    return sizes;
+}
+
+struct Decomposition {
+    std::size_t n = 0;
+    double** a = nullptr;
+    double* scale = nullptr;
+    int* exchanges = nullptr;
+    double pivot_floor = smallest_pivot;
+    double parity = 1;
+    bool singular = false;
+};
+
+// Below this the reciprocal of a number is infinite.
+constexpr double smallest_with_reciprocal = 0x1p-1022;
+
+// A pivot that is zero or denormal, or no number. Returns what the column below is still to be
+// multiplied by: a denormal divides it here, since the quotients need not overflow.
+[[gnu::noinline]] double treat_tiny(Decomposition& lu, std::size_t column, double value) {
+    if (value == 0) {
+        lu.a[column][column] = value = lu.pivot_floor;
+        lu.singular = true;
+    }
+    if (!std::isinf(1 / value)) return 1 / value;
+    for (std::size_t i = column + 1; i < lu.n; ++i) lu.a[i][column] /= value;
+    return 1;
+}
 
 // Decomposes the columns [first, last), at most a panel, of all rows below; the updates from the
 // columns before `first` are done.
@@ -120,8 +162,8 @@ class Panel {
             largest = size > largest ? size : largest;
         }
         exchange(n, lu, column, pivot);
-        if (value == 0) lu.a[column][column] = value = pivot_floor;
-        reciprocal = 1 / value;
+        reciprocal = std::fabs(value) >= smallest_with_reciprocal ? 1 / value
+                                                                  : treat_tiny(lu, column, value);
     }
 
     template <class Size>
@@ -250,15 +292,68 @@ void decompose_columns(Decomposition& lu, std::size_t first, std::size_t last) {
 
 }  // namespace
 
+namespace {
+
+// Multiplies the matrix by a power of two where its range asks for it, but never so that a row
+// gets lost at the lower end. Returns the exponent e of 2^-e.
+int bring_into_range(std::size_t n, double** a, double* scale, const RowSizes& sizes) {
+    constexpr int room = 900;
+    int e = range_exponent(sizes.largest);
+    if (e > 0) e = std::min(e, std::max(std::ilogb(sizes.smallest) + room, 0));
+    for (std::size_t i = 0; i < n; ++i) scale_by_power(a[i], n, -e);
+    dispatch<ScaleRows>(n, a, scale);
+    for (std::size_t i = 0; i < n; ++i) {
+        if (std::isinf(scale[i])) scale[i] = std::numeric_limits<double>::max();
+    }
+    return e;
+}
+
+[[gnu::always_inline]] inline void decompose_scaled(Decomposition& lu) {
+    if (lu.n == 0) return;
+    if (lu.n <= panel_width) {
+        dispatch_sized<DecomposeWhole>(lu.n, &lu);
+    } else {
+        decompose_columns(lu, 0, lu.n);
+    }
+}
+
+}  // namespace
+
+LuOutcome lu_decompose_any(std::size_t n, double** a, int* exchanges, double* scale,
+                           RowExponents& exponents) {
+    exponents.clear();
+    double largest = 1;
+    if (dispatch<ScaleRows>(n, a, scale)) {
+        if (n > 0) largest = 1 / *std::min_element(scale, scale + n);
+    } else {
+        const RowSizes sizes = measure_rows(n, a, scale);
+        if (sizes.smallest >= 1e-100 && sizes.largest <= 1e100) {
+            if (sizes.largest > 0) largest = sizes.largest;
+        } else {
+            for (std::size_t i = 0; i < n; ++i) {
+                exponents.scale_next(a[i], n, largest_size(a[i], n));
+            }
+            dispatch<ScaleRows>(n, a, scale);
+            measure_rows(n, a, scale);  // for the scale of rows of zeros
+        }
+    }
+    Decomposition lu{n, a, scale, exchanges, smallest_pivot * largest};
+    decompose_scaled(lu);
+    return {lu.parity, lu.singular};
+}
+
 bool lu_decompose(std::size_t n, double** a, int* exchanges, double& parity, double* scale) {
     parity = 1;
-    if (!dispatch<ScaleRows>(n, a, scale)) return false;
-    if (n == 0) return true;
-    Decomposition lu{n, a, scale, exchanges, 1};
-    if (n <= panel_width) {
-        dispatch_sized<DecomposeWhole>(n, &lu);
-    } else {
-        decompose_columns(lu, 0, n);
+    int e = 0;
+    if (!dispatch<ScaleRows>(n, a, scale)) {
+        const RowSizes sizes = measure_rows(n, a, scale);
+        if (sizes.some_zero) return false;
+        e = bring_into_range(n, a, scale, sizes);
+    }
+    Decomposition lu{n, a, scale, exchanges};
+    decompose_scaled(lu);
+    if (e != 0) {
+        for (std::size_t i = 0; i < n; ++i) scale_by_power(a[i] + i, n - i, e);
     }
     parity = lu.parity;
     return true;

@@ -5,6 +5,7 @@
 
 #include "core/simd.hpp"
 #include "linalg/eigen.hpp"
+#include "linalg/range.hpp"
 
 namespace trajex {
 
@@ -212,11 +213,18 @@ class ShiftedQr {
     ShiftedQr(double** a, std::size_t n, double* re, double* im)
         : a_(a), bottom_(static_cast<Index>(n) - 1), re_(re), im_(im), norm_(norm(a, bottom_)) {}
 
-    bool run() {
-        while (bottom_ >= 0) {
-            if (!find_eigenvalues_at_bottom()) return false;
+    // The eigenvalues found are given 2^exponent times.
+    bool run(int exponent) {
+        const Index last = bottom_;
+        const int e = exponent + (in_middle_range(norm_) ? 0 : bring_into_range());
+        bool found = true;
+        while (found && bottom_ >= 0) found = find_eigenvalues_at_bottom();
+        if (e != 0) {
+            const auto count = static_cast<std::size_t>(last - bottom_);
+            scale_by_power(re_ + bottom_ + 1, count, e);
+            scale_by_power(im_ + bottom_ + 1, count, e);
         }
-        return true;
+        return found;
     }
 
   private:
@@ -227,6 +235,32 @@ class ShiftedQr {
             for (Index j = i - 1; j <= bottom; ++j) sum += std::fabs(a[i][j]);
         }
         return sum;
+    }
+
+    struct Row {
+        double* first;
+        std::size_t count;
+    };
+    Row hessenberg_row(Index i) const {
+        const Index first = std::max<Index>(i - 1, 0);
+        return {a_[i] + first, static_cast<std::size_t>(bottom_ - first + 1)};
+    }
+
+    // Multiplies the matrix by 2^-e, so that the products of its elements stay in range.
+    int bring_into_range() {
+        double largest = 0;
+        for (Index i = 0; i <= bottom_; ++i) {
+            const auto [first, count] = hessenberg_row(i);
+            largest = std::max(largest, largest_size(first, count));
+        }
+        const int e = range_exponent(largest);
+        if (e == 0) return 0;
+        for (Index i = 0; i <= bottom_; ++i) {
+            const auto [first, count] = hessenberg_row(i);
+            scale_by_power(first, count, -e);
+        }
+        norm_ = norm(a_, bottom_);
+        return e;
     }
 
     // Iterates until one eigenvalue or a pair splits off at the bottom of the active block.
@@ -342,8 +376,22 @@ class ShiftedQr {
 
 }  // namespace
 
-bool hessenberg_eigenvalues(double** a, std::size_t n, double* re, double* im) {
-    return ShiftedQr(a, n, re, im).run();
+bool hessenberg_eigenvalues(double** a, std::size_t n, double* re, double* im, int exponent) {
+    return ShiftedQr(a, n, re, im).run(exponent);
+}
+
+bool matrix_eigenvalues(double** a, std::size_t n, double* re, double* im) {
+    double largest = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+        for (std::size_t j = 0; j < n; ++j) largest = std::max(largest, std::fabs(a[i][j]));
+    }
+    const int e = range_exponent(largest);
+    if (e != 0) {
+        for (std::size_t i = 0; i < n; ++i) scale_by_power(a[i], n, -e);
+    }
+    balance(a, n);
+    reduce_to_hessenberg(a, n);
+    return hessenberg_eigenvalues(a, n, re, im, e);
 }
 
 }  // namespace trajex

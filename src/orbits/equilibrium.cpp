@@ -25,6 +25,25 @@ double negated_flow(Trajex& tx, double* y, double* minus_f) {
     return norm.value();
 }
 
+int find_equilibrium(Trajex& tx, double* y, const char* where) {
+    const std::size_t n = order_of(tx);
+    double *step, *guess, *solver;
+    double** J;
+    const Workspace work({{&step, n}, {&guess, n}, {&solver, solver_work(n)}}, {{&J, n, n}});
+    RestoreUnlessKept restore(y, n, guess);
+    const NewtonEnd end = newton(
+        {tx.MaxNewtSteps}, [&](double) { return negated_flow(tx, y, step); },
+        [&](double, double) {
+            state_jacobian(tx, 0, y, J);
+            TXLinZero(&tx, tx.order, J, step, solver);  // a singular J shows in the next residual
+            for (std::size_t i = 0; i < n; ++i) y[i] += step[i];
+            return true;
+        });
+    if (end != NewtonEnd::converged) return report(&tx, Error::newton_not_converged, where);
+    restore.keep();
+    return 1;
+}
+
 }  // namespace
 
 }  // namespace trajex
@@ -34,25 +53,5 @@ using namespace trajex;
 int TXEquiPoint(Trajex* handle, double* y) {
     constexpr const char* where = "TXEquiPoint";
     Trajex& tx = enter_variational(handle, where);
-    const std::size_t n = order_of(tx);
-    double *step, *guess, *solver;
-    double** J;
-    const Workspace work({{&step, n}, {&guess, n}, {&solver, solver_work(n)}}, {{&J, n, n}});
-    if (!work) return report(&tx, Error::no_memory, where);
-    RestoreUnlessKept restore(y, n, guess);
-
-    double previous = 0;
-    for (int its = 1;; ++its) {
-        const double dist = negated_flow(tx, y, step);
-        if (its >= tx.MaxNewtSteps || diverging(dist, previous)) break;
-        if (dist <= 1) {
-            restore.keep();
-            return 1;
-        }
-        previous = dist;
-        state_jacobian(tx, 0, y, J);
-        TXLinZero(&tx, tx.order, J, step, solver);  // a singular J shows in the next residual
-        for (std::size_t i = 0; i < n; ++i) y[i] += step[i];
-    }
-    return report(&tx, Error::newton_not_converged, where);
+    return with_work_memory(tx, where, [&] { return find_equilibrium(tx, y, where); });
 }

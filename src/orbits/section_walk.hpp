@@ -16,9 +16,9 @@ inline bool section_step_failed(const Trajex& tx) {
 
 /// Steps the flow from *t until `wanted` section steps have crossed, in `limit` steps at most.
 /// Returns whether they did; time and state are then at the last crossing. A step that fails ends
-/// the walk, its code kept.
-template <class Flow>
-bool walk_to_section(Flow& flow, double* t, long long wanted, long long limit) {
+/// the walk, its code kept. Each point on the way is shown to `see`.
+template <class Flow, class See>
+bool walk_to_section(Flow& flow, double* t, long long wanted, long long limit, See&& see) {
     for (long long crossed = 0; crossed < wanted; --limit) {
         if (limit <= 0) return false;
         if (flow.section_step(t) == 1) {
@@ -26,8 +26,13 @@ bool walk_to_section(Flow& flow, double* t, long long wanted, long long limit) {
         } else if (section_step_failed(flow.tx)) {
             return false;
         }
+        see(flow.y);
     }
     return true;
+}
+template <class Flow>
+bool walk_to_section(Flow& flow, double* t, long long wanted, long long limit) {
+    return walk_to_section(flow, t, wanted, limit, [](const double*) {});
 }
 
 }  // namespace trajex

@@ -57,6 +57,7 @@ int interpolate(double t, double* y, void (*fcn)(double, double*, double*)) {
     return TXInterpolate(&enter_with(fcn, "interpolate"), t, y);
 }
 
+// The two tolerances refuse 0 here, as published, where the operations on handles take it.
 int set_tol(double tol) {
     constexpr const char* where = "set_tol";
     Trajex& tx = enter(oldtx, where);

@@ -34,7 +34,7 @@ class [[nodiscard]] ShiftedRows {
 void ExtendedFlow::operator()(double t, double* Y, double* F) const {
     double** const J = tx.TX->j;
     tx.fcn(t, Y, F);
-    state_jacobian(tx, t, Y, F, J);
+    state_jacobian(tx, t, Y, J, F);
     dispatch<MatrixProduct>(J, n_, Y + n_, row_, F + n_);
     if (row_ > n_) add_parameter_columns(t, Y, F);
 }
@@ -43,7 +43,7 @@ void ExtendedFlow::add_parameter_columns(double t, double* Y, double* F) const {
     double** const J = tx.TX->j;
     {
         const ShiftedRows parameter_columns(J, n_, n_);
-        parameter_jacobian(tx, t, Y, F, J);
+        parameter_jacobian(tx, t, Y, J, F);
     }
     std::size_t column = n_;
     for (std::size_t q = 0; q < parameters_of(tx); ++q) {

@@ -10,7 +10,7 @@
 #include <cstddef>
 
 #include "core/handle.hpp"
-#include "integration/dense_output.hpp"
+#include "integration/flow.hpp"
 #include "tx.h"
 
 namespace trajex {
@@ -24,6 +24,7 @@ inline std::size_t active_parameters(const Trajex& tx) {
 
 class ExtendedFlow {
   public:
+    using Method = RecordMethod;
     using Sums = ExtendedSums;
 
     Trajex& tx;
@@ -58,5 +59,7 @@ class ExtendedFlow {
     std::size_t n_;
     std::size_t row_;  // length of a row of [Phi | S]
 };
+
+static_assert(Flow<ExtendedFlow>);
 
 }  // namespace trajex

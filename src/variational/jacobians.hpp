@@ -12,37 +12,27 @@ namespace trajex {
 void difference_state(Trajex& tx, double t, double* y, const double* f, double** J);
 void difference_parameters(Trajex& tx, double t, double* y, const double* f, double** P);
 
-/// J[i][k] = df_i/dy_k at (t, y).
-inline void state_jacobian(Trajex& tx, double t, double* y, double** J) {
+/// J[i][k] = df_i/dy_k at (t, y). Differences start from f = f(t, y), which is evaluated where it
+/// is not given.
+inline void state_jacobian(Trajex& tx, double t, double* y, double** J, const double* f = nullptr) {
     if (tx.jac != nullptr) {
         tx.jac(t, y, J);
+    } else if (f != nullptr) {
+        difference_state(tx, t, y, f, J);
     } else {
         TXNumJac(&tx, t, y, J);
     }
 }
 
 /// P[i][q] = df_i/dc_q at (t, y), for every parameter of the handle.
-inline void parameter_jacobian(Trajex& tx, double t, double* y, double** P) {
+inline void parameter_jacobian(Trajex& tx, double t, double* y, double** P,
+                               const double* f = nullptr) {
     if (tx.paramjac != nullptr) {
         tx.paramjac(t, y, P);
+    } else if (f != nullptr) {
+        difference_parameters(tx, t, y, f, P);
     } else {
         TXNumParamJac(&tx, t, y, P);
-    }
-}
-
-/// The same two where f = f(t, y) is known already.
-inline void state_jacobian(Trajex& tx, double t, double* y, const double* f, double** J) {
-    if (tx.jac != nullptr) {
-        tx.jac(t, y, J);
-    } else {
-        difference_state(tx, t, y, f, J);
-    }
-}
-inline void parameter_jacobian(Trajex& tx, double t, double* y, const double* f, double** P) {
-    if (tx.paramjac != nullptr) {
-        tx.paramjac(t, y, P);
-    } else {
-        difference_parameters(tx, t, y, f, P);
     }
 }
 

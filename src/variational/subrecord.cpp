@@ -75,8 +75,9 @@ bool take_matrix_elements(Handle& sub, std::size_t rows) {
     return true;
 }
 
-/// The storage that goes with an opened sub-record. A failure is reported where the memory was
-/// meant to go; the sub-record is not kept then, and the parameters are those of before.
+/// The storage that goes with an opened sub-record. Without the elements of its matrix there is no
+/// sub-record, which has a code of its own. After a failure the sub-record is not kept, and the
+/// parameters are those of before.
 int take_storage(Trajex& tx, int nparam) {
     const std::size_t rows = order_of(tx) + static_cast<std::size_t>(nparam) + 1;
     Handle& sub = private_part(*tx.TX);
@@ -85,10 +86,9 @@ int take_storage(Trajex& tx, int nparam) {
         return 1;
     }
     const bool lacks_elements = sub.matrix_rows != nullptr && sub.matrix_elements == nullptr;
-    report(lacks_elements ? tx.TX : &tx, Error::no_memory, where);
     delete_record(tx.TX);
     tx.TX = nullptr;
-    return 0;
+    return report(&tx, lacks_elements ? Error::no_substructure : Error::no_memory, where);
 }
 
 /// The parameters before an address that is null remain.
@@ -128,7 +128,9 @@ int open_subrecord(Trajex& tx, jac_t jac, Arguments& arguments) {
     }
     const int order = extended_order(tx.order, nparam);
     TXSetErrorOutput(nullptr);
-    tx.TX = order > 0 ? new_record(nullptr, order, tx.RelTol, tx.h) : nullptr;
+    // Applications may assign these to the handle unchecked; no step could be made with them.
+    const bool steppable = tx.RelTol >= 0 && tx.h > 0;
+    tx.TX = order > 0 && steppable ? new_record(nullptr, order, tx.RelTol, tx.h) : nullptr;
     tx.jac = jac;
     if (tx.TX == nullptr) return report(&tx, Error::no_substructure, where);
     tx.TX->AbsTol = tx.AbsTol;

@@ -22,7 +22,7 @@ types = {
 }
 fields = {"Trajex": [], "TrajexBif": []}
 with open(field_list, encoding="ascii") as lines:
-    for record, kind, name in re.findall(r"^FIELD\((\w+), (\w+), (\w+)\)", lines.read(), re.M):
+    for record, kind, name in re.findall(r"FIELD\((\w+), (\w+), (\w+)\)", lines.read()):
         fields[record].append((name, types.get(kind, c_void_p)))
 
 

@@ -1,5 +1,5 @@
-# The shared library exports the functions and tables that the header declares, and nothing else.
-# Needs HEADER, LIBRARY and NM.
+# The shared library exports the functions and tables that the C header declares, the C++ namespace
+# tx, and nothing else. Needs HEADER, LIBRARY and NM.
 file(READ ${HEADER} header)
 string(REGEX REPLACE "/\\*[^*]*\\*+([^/*][^*]*\\*+)*/" "" header "${header}")
 string(REGEX MATCHALL "\nTX_API[^;]*" declarations "${header}")
@@ -18,6 +18,14 @@ foreach(line IN LISTS lines)
     string(SUBSTRING "${line}" 3 -1 name)
     list(APPEND exported ${name})
 endforeach()
+# Members, type information and tables of virtual functions of classes in the namespace.
+set(cxx_exported ${exported})
+list(FILTER cxx_exported INCLUDE REGEX "^_Z(T[ISV])?NK?2tx")
+list(LENGTH cxx_exported cxx_count)
+if(cxx_count LESS 80)
+    message(FATAL_ERROR "Only ${cxx_count} names of the namespace tx are exported")
+endif()
+list(REMOVE_ITEM exported ${cxx_exported})
 list(SORT exported)
 
 list(LENGTH declared count)
@@ -31,4 +39,4 @@ list(REMOVE_ITEM unexpected ${declared})
 if(missing OR unexpected)
     message(FATAL_ERROR "Declared but not exported: ${missing}\nExported but not declared: ${unexpected}")
 endif()
-message(STATUS "${count} names")
+message(STATUS "${count} names in C, ${cxx_count} in C++")

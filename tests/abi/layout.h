@@ -1,7 +1,5 @@
-/* The layout of the public records as one compiler sees it. */
-#ifndef TX_TEST_LAYOUT_H
-#define TX_TEST_LAYOUT_H
-
+/* The layout of the public records as the compiler sees it that compiles this, a C99 or a C++ one.
+ * What does not have the listed type does not compile. */
 #include <stddef.h>
 
 #include "tx.h"
@@ -18,20 +16,21 @@ typedef int three_ints[3];
 typedef char short_text[16];
 
 struct field_layout {
-    const char* record;
-    const char* field;
-    size_t offset;
-    size_t size;
+    const char* name;
+    size_t offset, size;
 };
 
-#ifdef __cplusplus
-extern "C" {
-#endif
-extern const struct field_layout layout_in_c[];
-extern const size_t layout_in_c_length;
-extern const size_t record_sizes_in_c[2];
-#ifdef __cplusplus
-}
-#endif
+#define FIELD(record, type, name) {#record "." #name, offsetof(record, name), sizeof(type)},
+static const struct field_layout layout[] = {
+#include "fields.def"
+    {"Trajex", 0, sizeof(Trajex)},
+    {"TrajexBif", 0, sizeof(TrajexBif)},
+};
+#undef FIELD
 
-#endif
+#define FIELD(record, type, name)                                 \
+    static inline type* address_of_##record##_##name(record* r) { \
+        return &r->name;                                          \
+    }
+#include "fields.def"
+#undef FIELD

@@ -1,10 +1,13 @@
-// Opening, defaults, setters, closing.
+// Opening, defaults, setters; the policy, the texts and the stream of error reports.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
+#include <cerrno>
+#include <cstdio>
+#include <string>
 
-#include "allocation.hpp"
+#include "core/errors.hpp"
+#include "files.hpp"
 #include "handles.hpp"
 #include "systems.hpp"
 #include "tx.h"
@@ -14,144 +17,127 @@ namespace {
 using namespace testing_support;
 using testing::ExitedWithCode;
 
-constexpr auto growth = Growth::flow;
+constexpr auto oscillator = Oscillator::flow;
 
 TEST(Opening, SetsTheDocumentedDefaults) {
-    for (const double RelTol : {1e-6, 0.0}) {
-        const OpenHandle tx = open_terminating(growth, 3, RelTol, 0.01);
-        EXPECT_EQ(tx->fcn, growth);
-        EXPECT_EQ(TXOrder(tx.get()), 3);
-        EXPECT_EQ(tx->RelTol, RelTol);
-        EXPECT_EQ(tx->h, 0.01);
-        EXPECT_DOUBLE_EQ(tx->NewtRelTol, 1e4 * RelTol);
-        EXPECT_DOUBLE_EQ(tx->LambdaNewtRelTol, 5e5 * RelTol);
-        EXPECT_DOUBLE_EQ(tx->CutEps, 10 * RelTol);
-        for (const double perturbation : {tx->JacPert, tx->ParamJacPert, tx->LambdaPert}) {
-            EXPECT_DOUBLE_EQ(perturbation, 1000 * RelTol);
-        }
-        for (const double zero :
-             {tx->AbsTol, tx->NewtAbsTol, tx->LambdaNewtAbsTol, tx->tfirst, tx->tlast, tx->hmax}) {
-            EXPECT_EQ(zero, 0);
-        }
-        EXPECT_EQ(tx->MaxPoincareSteps, 100);
-        EXPECT_EQ(tx->MaxPeriodSteps, 1000);
-        EXPECT_EQ(tx->MaxNewtSteps, 10);
-        EXPECT_EQ(tx->MaxContSteps, 1000);
-        EXPECT_EQ(tx->CheckBifs, 1);
-        EXPECT_EQ(tx->TerminateOnFatalError, 1);
-        EXPECT_EQ(tx->nparam + tx->CutSurfaceDefined + tx->StepTaken + tx->ErrorCode, 0);
-        EXPECT_TRUE(!tx->j && !tx->c && !tx->cp && !tx->cut && !tx->jac && !tx->paramjac);
-        EXPECT_TRUE(!tx->TX && !tx->txb);
-    }
+    const OpenHandle tx = open_terminating(oscillator, 3, 1e-6, 0.01);
+    EXPECT_TRUE(tx->fcn == oscillator && TXOrder(tx.get()) == 3);
+    const struct {
+        double value, expected;
+    } numbers[] = {{tx->RelTol, 1e-6},
+                   {tx->h, 0.01},
+                   {tx->NewtRelTol, 1e-2},
+                   {tx->LambdaNewtRelTol, 0.5},
+                   {tx->CutEps, 1e-5},
+                   {tx->JacPert, 1e-3},
+                   {tx->ParamJacPert, 1e-3},
+                   {tx->LambdaPert, 1e-3},
+                   {tx->AbsTol + tx->NewtAbsTol + tx->LambdaNewtAbsTol, 0},
+                   {tx->tfirst + tx->tlast + tx->hmax, 0}};
+    for (const auto& [value, expected] : numbers) EXPECT_DOUBLE_EQ(value, expected);
+    const int counts[] = {tx->MaxPoincareSteps, tx->MaxPeriodSteps, tx->MaxNewtSteps,
+                          tx->MaxContSteps,     tx->CheckBifs,      tx->TerminateOnFatalError};
+    const int expected[] = {100, 1000, 10, 1000, 1, 1};
+    EXPECT_TRUE(std::equal(std::begin(counts), std::end(counts), expected));
+    EXPECT_EQ(tx->nparam + tx->CutSurfaceDefined + tx->StepTaken + tx->ErrorCode, 0);
+    EXPECT_TRUE(!tx->j && !tx->c && !tx->cp && !tx->cut && !tx->jac && !tx->paramjac);
+    EXPECT_TRUE(!tx->TX && !tx->txb);
 }
 
 // Every vector has its length and none overlaps another: each is filled with its own mark first,
 // then all are read back.
 TEST(Opening, GivesEveryVectorItsOwnRoom) {
     for (const int n : {1, 2, 3, 8, 64}) {
-        const OpenHandle tx = open_terminating(growth, n);
-        double* const vectors[] = {tx->abs_err, tx->rel_err, tx->y5,     tx->y6,
-                                   tx->ynp1d2,  tx->yfirst,  tx->ylast,  tx->y0,
-                                   tx->yw,      tx->istate,  tx->ivector};
+        const OpenHandle tx = open_terminating(oscillator, n);
+        const struct {
+            double* vector;
+            int length;
+        } rooms[] = {{tx->abs_err, n}, {tx->rel_err, n}, {tx->y5, n},      {tx->y6, n},
+                     {tx->ynp1d2, n},  {tx->yfirst, n},  {tx->ylast, n},   {tx->y0, n},
+                     {tx->yw, n},      {tx->istate, n},  {tx->ivector, n}, {tx->k, 12 * n}};
         double mark = 0;
-        for (double* vector : vectors) std::fill_n(vector, n, ++mark);
-        std::fill_n(tx->k, 12 * n, ++mark);
+        for (const auto& [vector, length] : rooms) std::fill_n(vector, length, ++mark);
         std::fill_n(tx->output, n + 1, 7);
         std::fill_n(tx->form, 9 * n + 9, 'f');
         mark = 0;
-        for (double* vector : vectors) EXPECT_EQ(std::count(vector, vector + n, ++mark), n);
-        EXPECT_EQ(std::count(tx->k, tx->k + 12 * n, ++mark), 12 * n);
+        for (const auto& [vector, length] : rooms) {
+            EXPECT_EQ(std::count(vector, vector + length, ++mark), length);
+        }
         EXPECT_EQ(std::count(tx->output, tx->output + n + 1, 7), n + 1);
         EXPECT_EQ(std::count(tx->form, tx->form + 9 * n + 9, 'f'), 9 * n + 9);
     }
 }
 
-TEST(OpeningDeathTest, EndsTheProcessOnBadArguments) {
-    struct {
-        int order;
-        double RelTol, h;
-        const char* text;
-    } const cases[] = {
-        {0, 1e-6, 0.01, "'TXOpenTrajex': Order of dynamical system not positive\n$"},
-        {-1, -1, -1, "Order of dynamical system not positive\n$"},
-        {1, -1e-6, 0, "Tolerance not positive\n$"},
-        {1, not_a_number, 0.01, "Tolerance not positive\n$"},
-        {1, 1e-6, 0, "Negative time step attempted\n$"},
-        {1, 1e-6, not_a_number, "Negative time step attempted\n$"},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EXIT(TXOpenTrajex(growth, c.order, c.RelTol, c.h), ExitedWithCode(1), c.text);
+TEST(Setters, StoreGoodValuesAndTheCodeOfTheLastCallIsKept) {
+    const OpenHandle tx = open_recording(oscillator, 1);
+    for (const double value : {0.0, 0.25}) {
+        EXPECT_EQ(TXSetRelTol(tx.get(), value) + TXSetAbsTol(tx.get(), value), 2);
+        EXPECT_EQ(TXSetMaxStep(tx.get(), value) + TXSetNewtTol(tx.get(), value), value > 0 ? 2 : 0);
+        EXPECT_TRUE(tx->RelTol == value && tx->AbsTol == value);
     }
-}
-
-TEST(OpeningDeathTest, ReportsEveryFailedAllocation) {
-    constexpr int succeeded = 17;
-    int nth = 0;
-    for (bool opened = false; !opened;) {
-        ASSERT_LT(++nth, 100);
-        const auto attempt = [nth] {
-            bool failed = false;
-            Trajex* tx = nullptr;
-            {
-                const FailingAllocation failing(nth);
-                tx = TXOpenTrajex(growth, 2, 1e-6, 0.01);
-                failed = failing.failed();
-            }
-            TXCloseTrajex(tx);
-            std::exit(failed ? 2 : succeeded);
-        };
-        const auto as_expected = [&opened](int status) {
-            opened = ExitedWithCode(succeeded)(status);
-            return opened || ExitedWithCode(1)(status);
-        };
-        EXPECT_EXIT(attempt(), as_expected, "^$|'TXOpenTrajex': Not enough memory\n$");
-    }
-    EXPECT_GT(nth, 2) << "no allocation was made to fail";
-}
-
-TEST(Setters, StoreGoodValuesAndRefuseTheOthers) {
-    struct {
-        int (*set)(Trajex*, double);
-        double Trajex::*field;
-        bool zero_allowed;
-        int refused_as;
-    } const setters[] = {{TXSetMaxStep, &Trajex::hmax, false, 11},
-                         {TXSetRelTol, &Trajex::RelTol, true, 5},
-                         {TXSetAbsTol, &Trajex::AbsTol, true, 5},
-                         {TXSetNewtTol, &Trajex::NewtRelTol, false, 17}};
-    const OpenHandle tx = open_recording(growth, 1);
-    for (const auto& setter : setters) {
-        const auto expect_set = [&](double value, bool accepted) {
-            SCOPED_TRACE(testing::Message() << "code " << setter.refused_as << " for " << value);
-            EXPECT_EQ(setter.set(tx.get(), 0.25), 1);
-            EXPECT_EQ(setter.set(tx.get(), value), accepted);
-            EXPECT_EQ(tx->ErrorCode, accepted ? 0 : setter.refused_as);
-            EXPECT_EQ((*tx).*setter.field, accepted ? value : 0.25);
-        };
-        expect_set(-1, false);
-        expect_set(not_a_number, false);
-        expect_set(0, setter.zero_allowed);
-        expect_set(0.5, true);
-    }
+    EXPECT_TRUE(tx->hmax == 0.25 && tx->NewtRelTol == 0.25);
     EXPECT_DOUBLE_EQ(tx->CutEps, 1e-5) << "derived tolerances stay";
+    // Asking does not clear the code. Outside the table is no reason to read outside it.
+    testing::internal::CaptureStderr();
+    for (int code = -1; code <= trajex::error_count; ++code) {
+        const bool known = 0 <= code && code < trajex::error_count;
+        EXPECT_EQ(TXFatalError(tx.get(), 1, code, "test"), 0);
+        EXPECT_EQ(TXErrorTrajex(tx.get()), code);
+        EXPECT_EQ(TXErrorTrajex(tx.get()), code);
+        EXPECT_STREQ(TXStrErrorTrajex(tx.get()), known ? TrajexFatalError[code] : "Unknown error");
+    }
+    EXPECT_EQ(TXSetMaxStep(tx.get(), 1), 1);
+    EXPECT_STREQ(TXStrErrorTrajex(tx.get()), "No error");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-// A negative limit never ends the process: this handle would, on any other failure.
-TEST(Setters, RefuseNegativeLimitsQuietly) {
-    struct {
-        int (*set)(Trajex*, int);
-        int Trajex::*field;
-    } const setters[] = {{TXSetMaxPoincareSteps, &Trajex::MaxPoincareSteps},
-                         {TXSetMaxPeriodSteps, &Trajex::MaxPeriodSteps},
-                         {TXSetMaxNewtSteps, &Trajex::MaxNewtSteps}};
-    const OpenHandle tx = open_terminating(growth, 1);
-    for (const auto& [set, field] : setters) {
-        for (const int value : {12, -1, 0}) {
-            EXPECT_EQ(set(tx.get(), value), value >= 0);
-            EXPECT_EQ(tx->ErrorCode, value < 0);
-            EXPECT_EQ((*tx).*field, value < 0 ? 12 : value);
-        }
-    }
+// Character by character; the error of the system is added where there is a handle and one.
+TEST(ReportDeathTest, IsWrittenAsDocumented) {
+    const OpenHandle tx = open_terminating(oscillator, 1);
+    const auto report = [](Trajex* handle, int system_error) {
+        errno = system_error;
+        TXFatalError(handle, 77, 29, "TXStep");
+    };
+    const auto expected = [](const std::string& kind, const std::string& end) {
+        return testing::Eq(kind + " in tx (" + trajex::build_date + ") line 77\n" +
+                           "'TXStep': Minimum stepsize reached" + end);
+    };
+    const auto ended = ExitedWithCode(1);
+    EXPECT_EXIT(report(nullptr, ENOENT), ended, expected("ERROR", "\n"));
+    EXPECT_EXIT(report(tx.get(), 0), ended, expected("Error", "\nTrajex Closed\n"));
+    EXPECT_EXIT(report(tx.get(), ENOENT), ended,
+                expected("Error", " (No such file or directory)\nTrajex Closed\n"));
+    EXPECT_EXIT(TXOrder(nullptr), ended,
+                "^ERROR in tx \\([JFMASOND][a-z]{2} [ 123][0-9] 20[0-9]{2}\\) line [1-9][0-9]*\n");
+
+    char name[] = "sqrt";
+    const auto fail = [&](int type) {
+        struct exception error = {type, name, -1.0, 0.0, 0.0};
+        errno = EDOM;
+        return matherr(&error);
+    };
+    const auto text = std::string("\nFatal Error in tx (") + trajex::build_date +
+                      ")\n'sqrt': Numerical argument out of domain\n"
+                      "Aaaarrrrrggg!! Trajex Closed\n";
+    for (const int type : {1, 2, 3, 5, 6}) EXPECT_EXIT(fail(type), ended, testing::Eq(text));
+    EXPECT_EQ(fail(4), 0) << "an underflow is left to the mathematics library";
+}
+
+// A chosen stream takes the reports, until any opening or a null pointer.
+TEST(ReportDeathTest, GoesToStandardErrorUnlessAStreamIsChosen) {
+    const TemporaryFile file;
+    const auto redirected = [&](auto fail) {
+        TXSetErrorOutput(std::fopen(file.name(), "w"));
+        fail();
+    };
+    const auto ended = ExitedWithCode(1);
+    EXPECT_EXIT(redirected([] { TXFatalError(nullptr, 5, 4, "TXSomething"); }), ended, "^$");
+    EXPECT_TRUE(file.text().ends_with("'TXSomething': Order of dynamical system not positive\n"));
+    EXPECT_EXIT(redirected([] { TXSetRelTol(TXOpenTrajex(oscillator, 1, 1, 1), -1); }), ended,
+                "'TXSetRelTol': Tolerance not positive");
+    EXPECT_EXIT(redirected([] { TXSetErrorOutput(nullptr), TXOrder(nullptr); }), ended,
+                "'TXOrder': Trajex not opened");
+    EXPECT_EQ(file.text(), "");
 }
 
 }  // namespace

@@ -1,14 +1,14 @@
-// Every operation is interrupted at every place where it calls back or asks for memory. What it
-// promises to put back is back, and another run on the same handle gives what it gives on a new
-// one, to the last bit. Leaks are the business of the sanitizers.
+// Every operation is interrupted at every place where it calls back: by an exception, or by a
+// value that is no number from there on. What it promises to put back is back, and another run on
+// the same handle gives what it gives on a new one, to the last bit. Leaks are the business of the
+// sanitizers; allocations that fail, of the tests beside the fuzzer.
 #include <gtest/gtest.h>
 
-#include <array>
+#include <algorithm>
 #include <string>
 #include <tuple>
 #include <vector>
 
-#include "allocation.hpp"
 #include "operations.hpp"
 #include "tx.h"
 
@@ -16,113 +16,81 @@ namespace {
 
 using namespace testing_support;
 
-class Interrupted : public testing::TestWithParam<std::tuple<Jacobians, Operation>> {
-  protected:
-    const Jacobians jacobians_ = std::get<Jacobians>(GetParam());
-    const Operation operation_ = std::get<Operation>(GetParam());
+class Interrupted : public testing::TestWithParam<std::tuple<bool, Operation>> {};
 
-    std::vector<double> outcome_on(Bench& bench) const {
-        const int result = operation_.run(bench);
-        return bench.outcome(result);
-    }
+INSTANTIATE_TEST_SUITE_P(Operation, Interrupted,
+                         testing::Combine(testing::Bool(), testing::ValuesIn(operations())),
+                         [](const auto& of) {
+                             return std::get<1>(of.param).name +
+                                    (std::get<0>(of.param) ? "Analytic" : "Numerical");
+                         });
 
-    void expect_restored(const Bench& bench) const {
-        EXPECT_EQ(bench.tx->nparam, 2);
-        EXPECT_EQ(bench.tx->TerminateOnFatalError, 0);
-        const Trajex& sub = *bench.tx->TX;
-        for (int i = 0; i < 4; ++i) EXPECT_EQ(sub.j[i + 1] - sub.j[i], 5) << "rows are shifted";
-        EXPECT_EQ(sub.j[0], bench.first_row);
-        if (operation_.restores == Restores::nothing) return;
-        EXPECT_EQ(Bench::A, 1);
-        if (operation_.restores == Restores::other_parameter) return;
-        EXPECT_EQ(Bench::B, bench.entry_B);
-        EXPECT_EQ(bench.tx->cp[0] + bench.tx->cp[1], 2);
-        if (operation_.restores == Restores::parameters) return;
-        EXPECT_EQ(bench.t, 0);
-        EXPECT_EQ(bench.y[0], bench.entry_y[0]);
-        EXPECT_EQ(bench.y[1], bench.entry_y[1]);
-    }
+void expect_restored(const Bench& bench, Restores restores) {
+    EXPECT_EQ(bench.tx->nparam, 2);
+    EXPECT_EQ(bench.tx->TerminateOnFatalError, 0);
+    const Trajex& sub = *bench.tx->TX;
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(sub.j[i + 1] - sub.j[i], 5) << "rows are shifted";
+    EXPECT_EQ(sub.j[0], bench.first_row);
+    if (restores == Restores::nothing) return;
+    EXPECT_EQ(bench.c2, 2);
+    if (restores == Restores::other_parameter) return;
+    EXPECT_EQ(bench.c1, bench.entry_c1);
+    EXPECT_EQ(bench.tx->cp[0] + bench.tx->cp[1], 2);
+    if (restores == Restores::parameters) return;
+    EXPECT_EQ(bench.t, 0);
+    EXPECT_TRUE(std::equal(bench.y, bench.y + 2, bench.entry_y));
+}
 
-    /// `interrupted(nth, bench)` runs the operation and tells whether it came as far as place nth.
-    /// Taken are each of the first places, then ever fewer of the later ones. Returns their number.
-    template <class Interruption>
-    int interrupt_everywhere(Interruption interrupted) const {
-        Bench undisturbed(jacobians_);
-        const std::vector<double> expected = outcome_on(undisturbed);
-        EXPECT_EQ(expected.front(), 1) << "the operation does not succeed undisturbed";
-        int interruptions = 0;
-        for (int nth = 1; !HasFailure(); nth += 1 + nth / 32, ++interruptions) {
-            SCOPED_TRACE("place " + std::to_string(nth));
-            Bench bench(jacobians_);
-            if (!interrupted(nth, bench)) break;
-            expect_restored(bench);
+// Taken are each of the first calls, then ever fewer of the later ones.
+TEST_P(Interrupted, PutsBackWhatItPromisesAndCanBeRepeated) {
+    const auto& [analytic, operation] = GetParam();
+    Bench undisturbed(analytic);
+    Probe::set(Probe::never);
+    const std::vector<double> expected = undisturbed.outcome(operation.run(undisturbed));
+    const long calls = Probe::calls;
+    ASSERT_EQ(expected.front(), 1) << "code " << expected[1];
+    ASSERT_GT(calls, 0);
+    for (const bool throws : {true, false}) {
+        for (long granted = 0; granted < calls; granted += 1 + granted / 2) {
+            SCOPED_TRACE(testing::Message() << (throws ? "throws" : "NaN") << " after " << granted);
+            Bench bench(analytic);
+            Probe::set(granted, throws);
+            int result = 0;
+            try {
+                result = operation.run(bench);
+                EXPECT_FALSE(throws);
+            } catch (const Probe::Thrown&) {
+            }
+            Probe::set(Probe::never);
+            if (result == 0) expect_restored(bench, operation.restores);
             bench.restart();
-            EXPECT_EQ(outcome_on(bench), expected);
+            EXPECT_EQ(bench.outcome(operation.run(bench)), expected);
         }
-        return interruptions;
     }
-};
-
-INSTANTIATE_TEST_SUITE_P(
-    Operation, Interrupted,
-    testing::Combine(testing::Values(Jacobians::analytic, Jacobians::numerical),
-                     testing::ValuesIn(operations())),
-    [](const auto& of) {
-        const bool analytic = std::get<Jacobians>(of.param) == Jacobians::analytic;
-        return std::get<Operation>(of.param).name + (analytic ? "Analytic" : "Numerical");
-    });
-
-bool throws_at(int nth, const Operation& operation, Bench& bench) {
-    callbacks_left = nth;
-    try {
-        operation.run(bench);
-    } catch (const Thrown&) {
-        return true;
-    }
-    callbacks_left = 0;
-    return false;
-}
-
-TEST_P(Interrupted, ByACallbackThatThrows) {
-    EXPECT_GT(interrupt_everywhere(
-                  [this](int nth, Bench& bench) { return throws_at(nth, operation_, bench); }),
-              0);
-}
-
-TEST_P(Interrupted, ByAnAllocationThatFails) {
-    interrupt_everywhere([this](int nth, Bench& bench) {
-        int result = 0;
-        bool failed = false;
-        {
-            const FailingAllocation failing(nth);
-            result = operation_.run(bench);
-            failed = failing.failed();
-        }
-        // A search for a bifurcation that finds no memory is one that failed: the run goes on with
-        // smaller steps, until they are too small.
-        const int code = bench.tx->ErrorCode;
-        EXPECT_TRUE(!failed || (result == 0 && (code == 3 || code == 29))) << code;
-        return failed;
-    });
 }
 
 // A step that was interrupted is no step, also after rejected attempts: the caller has what it had,
 // and dense output does not mix it with the step before.
 TEST(InterruptedStep, IsNoStepForDenseOutput) {
-    Bench bench(Jacobians::analytic);
-    double* const state = bench.y;
-    ASSERT_EQ(TXStep(bench.tx.get(), &bench.t, state), 1);
-    ASSERT_EQ(TXVarStep(bench.tx.get(), &bench.t, state, bench.Phi), 1);
-    const std::array<double, 3> before{bench.t, state[0], state[1]};
-    bench.tx->h = bench.tx->TX->h = 10;
-    for (const Operation& operation : operations()) {
-        if (operation.name != "Step" && operation.name != "VarStep") continue;
-        ASSERT_TRUE(throws_at(30, operation, bench));
-        EXPECT_EQ((std::array<double, 3>{bench.t, state[0], state[1]}), before);
+    for (const bool variational : {false, true}) {
+        Bench bench(true);
+        Trajex* const tx = bench.tx.get();
+        const auto step = [&] {
+            return variational ? TXVarStep(tx, &bench.t, bench.y, bench.Phi)
+                               : TXStep(tx, &bench.t, bench.y);
+        };
+        ASSERT_EQ(step(), 1);
+        const std::vector<double> before = bench.outcome(0);
+        tx->h = tx->TX->h = 10;
+        Probe::set(variational ? 30 : 12);
+        EXPECT_THROW(step(), Probe::Thrown);
+        Probe::set(Probe::never);
+        EXPECT_EQ(bench.outcome(0), before);
+        EXPECT_EQ(variational ? TXVarInterpolate(tx, 0.01, bench.y, bench.Phi)
+                              : TXInterpolate(tx, 0.01, bench.y),
+                  0);
+        EXPECT_EQ((variational ? tx->TX : tx)->ErrorCode, 12);
     }
-    EXPECT_EQ(TXInterpolate(bench.tx.get(), 0.01, state), 0);
-    EXPECT_EQ(bench.tx->ErrorCode, 12);
-    EXPECT_EQ(TXVarInterpolate(bench.tx.get(), 0.01, state, bench.Phi), 0);
 }
 
 }  // namespace

@@ -7,8 +7,8 @@
 #include <cstddef>
 #include <vector>
 
+#include "checksums.hpp"
 #include "handles.hpp"
-#include "integration/section.hpp"
 #include "matrices.hpp"
 #include "systems.hpp"
 #include "tx.h"
@@ -36,8 +36,7 @@ void expect_sensitivities(unsigned flags, jac_t paramjac, double RelTol) {
     Matrix Phi(2, 6, 77);
     for (std::size_t m = 0; m < 2 * columns; ++m)
         Phi[m / columns][m % columns] = m == 0 || m == columns + 1;
-    double t = 0;
-    double y[2] = {1, 3};
+    double t = 0, y[2] = {1, 3};
     ASSERT_EQ(TXVarIntegrate(tx.get(), &t, t1, y, Phi), 1);
     EXPECT_EQ(t, t1);
     for (std::size_t i = 0; i < 2; ++i) {
@@ -82,7 +81,7 @@ TEST(ExtendedSystem, VolumesFollowTheDivergence) {
     Matrix Phi = Matrix::identity(3, 3);
     const OpenHandle lorenz = open_variational(Lorenz::flow, 3, Lorenz::jacobian, nullptr, 1e-12);
     ASSERT_EQ(TXVarIntegrate(lorenz.get(), &t, 0.5, x, Phi), 1);
-    EXPECT_NEAR(determinant(Phi, 3) / std::exp(0.5 * Lorenz::divergence()), 1, 1e-6);
+    EXPECT_NEAR(determinant(Phi, 3) / std::exp(-0.5 * (Lorenz::sigma + 1 + Lorenz::beta)), 1, 1e-6);
 
     for (const jac_t jac : {jac_t{}, jac_t{VanDerPol::jacobian}}) {
         const OpenHandle tx = open_variational(VanDerPol::flow, 2, jac, nullptr, 1e-11);
@@ -100,20 +99,70 @@ TEST(ExtendedSystem, VolumesFollowTheDivergence) {
 // With fixed steps: halving the step divides the error inside it by 2^7.
 TEST(ExtendedSystem, DenseOutputIsOfOrderSix) {
     const auto errors_inside = [](double h) {
-        const OpenHandle tx =
-            open_variational(Growth::flow, 1, Growth::jacobian, nullptr, 0, &Growth::c);
+        const OpenHandle tx = open_variational(Uncoupled::flow, 2, Uncoupled::jacobian,
+                                               Uncoupled::parameter_jacobian, 0, &Uncoupled::a);
         tx->cp[0] = 1;
         tx->TX->h = h;
-        double t = 0, y = 1;
-        const double inside = 0.3 * h;
-        Matrix Phi = Matrix::identity(1, 2);
-        EXPECT_EQ(TXVarStep(tx.get(), &t, &y, Phi), 1);
-        EXPECT_EQ(TXVarInterpolate(tx.get(), inside, &y, Phi), 1);
-        return std::array{std::fabs(Phi[0][0] - std::exp(inside)),
-                          std::fabs(Phi[0][1] - inside * std::exp(inside))};
+        double t = 0, y[] = {1, 0};
+        const double inside = 0.3 * h, exact = std::exp(Uncoupled::a * inside);
+        Matrix Phi = Matrix::identity(2, 5);
+        EXPECT_EQ(TXVarStep(tx.get(), &t, y, Phi), 1);
+        EXPECT_EQ(TXVarInterpolate(tx.get(), inside, y, Phi), 1);
+        return std::array{std::fabs(Phi[0][0] - exact), std::fabs(Phi[0][2] - inside * exact)};
     };
-    const auto wide = errors_inside(0.5), narrow = errors_inside(0.25);
+    const auto wide = errors_inside(1), narrow = errors_inside(0.5);
     for (std::size_t m = 0; m < 2; ++m) EXPECT_NEAR(std::log2(wide[m] / narrow[m]), 7, 0.35);
+}
+
+/// A ring with a coupling of every unit to the sum of all, so that no element of J is zero.
+thread_local std::size_t n = 0;
+double strength = 0.8;
+
+void coupled(double t, double* y, double* f) {
+    double sum = 0;
+    for (std::size_t i = 0; i < n; ++i) sum += y[i];
+    for (std::size_t i = 0; i < n; ++i) {
+        f[i] = strength * y[(i + 1) % n] * t - y[i] * y[i] * y[i] + sum / double(n);
+    }
+}
+void coupled_jacobian(double t, double* y, double** J) {
+    for (std::size_t i = 0; i < n; ++i) {
+        for (std::size_t k = 0; k < n; ++k) J[i][k] = 1 / double(n);
+        J[i][i] -= 3 * y[i] * y[i];
+        J[i][(i + 1) % n] += strength * t;
+    }
+}
+void by_strength(double t, double* y, double** P) {
+    for (std::size_t i = 0; i < n; ++i) P[i][0] = y[(i + 1) % n] * t;
+}
+
+// Recorded when plain loops over the method and over the product of matrices gave the same bits.
+TEST(ExtendedSystem, HasTheRecordedBits) {
+    Checksum sum;
+    for (const std::size_t order : {1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 9u, 10u, 13u, 50u, 200u}) {
+        n = order;
+        const OpenHandle tx =
+            open_variational(coupled, int(n), coupled_jacobian, by_strength, 0, &strength);
+        tx->cp[0] = 1;
+        tx->TX->h = 0.0625;
+        Numbers numbers(n);
+        std::vector<double> y(n);
+        for (double& component : y) component = numbers.next();
+        Matrix Phi = Matrix::identity(n, n + 1);
+        double t = 0;
+        for (int step = 0; step < (n < 200 ? 6 : 2); ++step) {
+            ASSERT_EQ(TXVarStep(tx.get(), &t, y.data(), Phi), 1);
+            for (const double at : {t, 0.7 * tx->TX->tfirst + 0.3 * t}) {
+                std::vector<double> inside(n);
+                Matrix M(n, n + 1);
+                ASSERT_EQ(TXVarInterpolate(tx.get(), at, inside.data(), M), 1);
+                sum.add(inside.data(), n);
+                for (std::size_t i = 0; i < n; ++i) sum.add(M[i], n + 1), sum.add(Phi[i], n + 1);
+            }
+            sum.add(y.data(), n);
+        }
+    }
+    EXPECT_EQ(sum.value(), 5563663590148158303u);
 }
 
 TEST(VariationalSection, OscillatorCrossesAtOddMultiplesOfHalfPi) {
@@ -133,23 +182,18 @@ TEST(VariationalSection, OscillatorCrossesAtOddMultiplesOfHalfPi) {
     }
 }
 
-thread_local long evaluations = 0;
-void counted(double t, double* y, double* f) {
-    ++evaluations;
-    Lorenz::flow(t, y, f);
-}
-
 // Differences start from the value that the stage has computed already.
 TEST(ExtendedSystem, TakesOneEvaluationPerDifference) {
-    const OpenHandle tx = open_variational(counted, 3, nullptr, nullptr, 1e-6, &Lorenz::rho);
+    const OpenHandle tx =
+        open_variational(Probe::flow<Lorenz::flow>, 3, nullptr, nullptr, 1e-6, &Lorenz::rho);
     tx->cp[0] = 1;
     tx->TX->hmax = 1e-4;  // no attempt is rejected
     Matrix Phi(3, 4);
     double t = 0;
     double y[3] = {1, 1, 1};
-    evaluations = 0;
+    Probe::set(Probe::never);
     ASSERT_EQ(TXVarStep(tx.get(), &t, y, Phi), 1);
-    EXPECT_EQ(evaluations, 8 * (1 + 3 + 1));
+    EXPECT_EQ(Probe::calls, 8 * (1 + 3 + 1));
 }
 
 // The two flows are stepped on different records: neither disturbs the other.

@@ -13,12 +13,6 @@ namespace {
 
 using namespace testing_support;
 
-int evaluations = 0;
-void counted_flow(double t, double* y, double* f) {
-    ++evaluations;
-    VanDerPol::flow(t, y, f);
-}
-
 double level = 1e-9;
 double first_component_at_level(double, double* y) {
     return y[0] - level;
@@ -29,18 +23,18 @@ double first_component_at_level(double, double* y) {
 TEST(NumericalJacobian, ErrsByThePerturbationAndRestoresEveryBit) {
     const trajex::Temporarily mu(VanDerPol::mu, 1.1);
     for (const double eps : {1e-3, 1e-5}) {
-        const OpenHandle tx =
-            open_variational(counted_flow, 2, nullptr, nullptr, 1e-6, &VanDerPol::mu, &level);
+        const OpenHandle tx = open_variational(Probe::flow<VanDerPol::flow>, 2, nullptr, nullptr,
+                                               1e-6, &VanDerPol::mu, &level);
         TXSetCut(tx.get(), first_component_at_level, 1e-8);
         tx->JacPert = tx->ParamJacPert = eps;
         double y[2] = {1e-10, -1.3};
         double gradient[4];
         Matrix J(2, 2), exact(2, 2), P(2, 2), exact_P(2, 2);
-        evaluations = 0;
+        Probe::set(Probe::never);
         ASSERT_EQ(TXNumJac(tx.get(), 0, y, J), 1);
         ASSERT_EQ(TXNumParamJac(tx.get(), 0, y, P), 1);
         ASSERT_EQ(TXNumCutJac(tx.get(), 0, y, &level, &VanDerPol::mu, gradient), 1);
-        EXPECT_EQ(evaluations, 3 + 3);
+        EXPECT_EQ(Probe::calls, 3 + 3);
         EXPECT_TRUE(y[0] == 1e-10 && y[1] == -1.3 && VanDerPol::mu == 1.1 && level == 1e-9);
 
         VanDerPol::jacobian(0, y, exact);

@@ -1,0 +1,85 @@
+// Newton's method on
+//
+//     [ F_z ]        [ F                ]
+//     [ row ] dz = - [ <row, z> - value ]
+//
+// with the full matrix at every step. Converged: |dz| <= tol in the problem's norm. Where rounding
+// does not allow that, a |dz| that no longer falls and is small enough is what can be had. H. B.
+// Keller 1977.
+
+#include "branches/bordered_newton.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+#include "linalg/vectors.hpp"
+
+namespace trajex {
+namespace {
+
+constexpr int most_iterations = 8;
+constexpr double slow = 0.5;             // contraction that is too slow, twice
+constexpr double certain = 0.01;         // of the tolerance: what convergence at the present rate
+                                         // leaves, and it is faster than that
+constexpr double stagnation = 0.3;       // |dz_k| / |dz_{k-1}| at rounding level,
+constexpr double rounding_level = 1e-8;  // which is below this
+
+}  // namespace
+
+BorderedNewton::Outcome BorderedNewton::step(std::vector<double>& z, const double* row,
+                                             double value, Report& report) {
+    const std::size_t n = problem_.unknowns();
+    step_.resize(n);
+    if (!problem_.linearise(z.data(), step_.data())) return Outcome::not_computable;
+    report.residual = largest(step_.data(), n - 1);
+    double along = -value;
+    for (std::size_t i = 0; i < n; ++i) along += row[i] * z[i];
+    step_[n - 1] = along;
+    if (!problem_.factor({0, row, nullptr})) return Outcome::singular;
+    problem_.solve(step_.data());
+    for (std::size_t i = 0; i < n; ++i) z[i] -= step_[i];
+    return Outcome::converged;
+}
+
+BorderedNewton::Report BorderedNewton::correct(std::vector<double>& z, const double* row,
+                                               double value, const Metric& metric) {
+    Report report;
+    double before = 0;
+    int slow_steps = 0;
+    for (int k = 1; k <= most_iterations; ++k) {
+        report.outcome = step(z, row, value, report);
+        report.iterations = k;
+        if (report.outcome != Outcome::converged) return report;
+        const double size = metric.norm(step_.data());
+        report.correction = size;
+        if (!std::isfinite(size)) return report.outcome = Outcome::not_computable, report;
+        if (k == 2) report.contraction = size / before;
+        if (size <= tol_) return report;
+        if (k > 1 && size * (size / before) <= certain * tol_) {
+            report.correction = size * (size / before);
+            return report;
+        }
+        if (k > 1 && size >= stagnation * before && size < rounding_level) return report;
+        if (k > 1 && size > slow * before && ++slow_steps == 2) break;
+        before = size;
+    }
+    report.outcome = Outcome::diverged;
+    return report;
+}
+
+BorderedNewton::Outcome BorderedNewton::tangent(const double* z, const double* row,
+                                                const Metric& metric, std::vector<double>& t,
+                                                double& residual) {
+    const std::size_t n = problem_.unknowns();
+    step_.resize(n);
+    if (!problem_.linearise(z, step_.data())) return Outcome::not_computable;
+    residual = largest(step_.data(), n - 1);
+    if (!problem_.factor({0, row, nullptr})) return Outcome::singular;
+    std::fill(step_.begin(), step_.end(), 0.0);
+    step_[n - 1] = 1;
+    problem_.solve(step_.data());
+    t.assign(step_.begin(), step_.end());
+    return metric.normalise(t.data()) ? Outcome::converged : Outcome::singular;
+}
+
+}  // namespace trajex

@@ -1,0 +1,120 @@
+// Let P, Q be the numbers of unstable exponents that are real and alternating, U that of all. In
+// one step
+//
+//     dU = delta_P + delta_Q + 2 k,   delta in {0, +-1} with the parity of dP, dQ,
+//
+// where k pairs cross; signs are chosen so that |k| is least. A pair that becomes two real
+// exponents changes P by 2 and no parity, hence is no event. With A = F_x, Cramer's rule for the
+// tangent t gives
+//
+//     sign det A = sign dp/ds * sign det [F_z; t^T],     sign det A ~ (-1)^P,
+//
+// so that an odd dP comes with a flip of exactly one of sigma and beta: a fold (sigma) or a branch
+// that passes through (beta). Both flip and P keeps its parity on the curved side of a pitchfork.
+//
+// Multipliers of 1e50 and 1e-60, as near homoclinic orbits, have signs that rounding decides: P and
+// Q change by one each while nothing comes near the unit circle. That is no event. It is two where
+// the branch turns: a multiplier of 1e9 passes 0 there, and 1 and -1 with it, in no time.
+
+#include "branches/events.hpp"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstdlib>
+
+namespace trajex {
+namespace {
+
+constexpr double far_from_crossing = 3;  // multipliers of 20 or 1/20
+
+bool odd(int k) {
+    return k % 2 != 0;
+}
+
+// Whether real exponents only changed their kinds, far from where they could cross.
+bool only_kinds_changed(const Marks& a, const Marks& b, int dU, int dP, int dQ) {
+    return dU == 0 && odd(dP) && odd(dQ) && a.reach > far_from_crossing &&
+           b.reach > far_from_crossing;
+}
+
+int sign(int k) {
+    return k < 0 ? -1 : 1;
+}
+
+// k with the least size, and the signs of delta_P, delta_Q that it needs. Where several do, they
+// keep the direction that the counts themselves have.
+void choose_signs(int dU, int dP, int dQ, int& delta_P, int& delta_Q, int& k) {
+    delta_P = odd(dP) ? sign(dP) : 0;
+    delta_Q = odd(dQ) ? sign(dQ) : 0;
+    int best = (dU - delta_P - delta_Q) / 2;
+    const int P = delta_P;
+    const int Q = delta_Q;
+    for (const int p : {P, -P})
+        for (const int q : {Q, -Q}) {
+            const int pairs = (dU - p - q) / 2;
+            if (std::abs(pairs) >= std::abs(best)) continue;
+            best = pairs;
+            delta_P = p;
+            delta_Q = q;
+        }
+    k = best;
+}
+
+unsigned changed_tests(const std::vector<Test>& a, const std::vector<Test>& b) {
+    unsigned result = 0;
+    for (std::size_t j = 0; j < a.size() && j < b.size() && j < 32; ++j)
+        if (a[j].value * b[j].value < 0 || (b[j].value == 0 && a[j].value != 0)) result |= 1U << j;
+    return result;
+}
+
+}  // namespace
+
+void count_unstable(const Spectrum& spectrum, Marks& marks) {
+    marks.unstable = marks.real = marks.flip = 0;
+    marks.exponents = spectrum.size();
+    marks.reach = HUGE_VAL;
+    for (const Exponent& exponent : spectrum) {
+        if (exponent.kind != Exponent::Kind::pair)
+            marks.reach = std::min(marks.reach, std::fabs(exponent.value.real()));
+        if (!(exponent.value.real() > exponent.error)) continue;
+        ++marks.unstable;
+        if (exponent.kind == Exponent::Kind::real) ++marks.real;
+        if (exponent.kind == Exponent::Kind::alternating) ++marks.flip;
+    }
+}
+
+int Decoded::count() const {
+    return int{fold} + int{branch} + int{curved} + std::abs(real) + std::abs(flip) +
+           std::abs(pairs) + std::popcount(tests);
+}
+
+Decoded decode(const Marks& a, const Marks& b, const std::vector<Test>& tests_a,
+               const std::vector<Test>& tests_b, const EventNames& names) {
+    Decoded result;
+    const bool dynamics = a.exponents > 0 && a.exponents == b.exponents;  // else counts say nothing
+    const int dU = dynamics ? b.unstable - a.unstable : 0;
+    int dP = dynamics ? b.real - a.real : 0;
+    int dQ = dynamics ? b.flip - a.flip : 0;
+    const bool turns = a.sigma != b.sigma;
+    const bool crossed = a.beta != b.beta;
+    if (turns == crossed && !names.flip.empty() && only_kinds_changed(a, b, dU, dP, dQ))
+        dP = dQ = 0;
+    int delta_P = 0;
+    int delta_Q = 0;
+    choose_signs(dU, dP, dQ, delta_P, delta_Q, result.pairs);
+    const bool folds = !names.fold.empty();
+    result.curved = folds && turns && crossed;
+    result.fold = folds && turns && !crossed;
+    result.branch = crossed && !result.curved;
+    result.flip = delta_Q;
+    if (folds && dynamics)
+        result.consistent = odd(dP) == (turns != crossed);
+    else if (!folds && !names.real.empty())
+        result.real = delta_P;
+    result.real_pairs = result.pairs != 0 && std::abs(dP) >= 2 * std::abs(result.pairs);
+    result.tests = changed_tests(tests_a, tests_b);
+    return result;
+}
+
+}  // namespace trajex

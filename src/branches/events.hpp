@@ -1,0 +1,48 @@
+// Which elementary events lie between two points of a branch, decoded from signs and counts: of
+// dp/ds, of the determinant of [F_z; t^T], of unstable exponents. Counts ignore neutral saddles and
+// see what a determinant misses where a symmetry makes two exponents cross at once; determinants
+// tell folds from branch points, which counts cannot. The same for equilibria, maps, cycles and
+// curves.
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "branches/problem.hpp"
+
+namespace trajex {
+
+/// What is compared between two points.
+struct Marks {
+    int sigma = 1;     ///< sign of dp/ds
+    int beta = 1;      ///< sign of det [F_z; t^T]: flips at simple branch points only
+    int unstable = 0;  ///< exponents with positive real part
+    int real = 0;      ///< of them real, of the first kind
+    int flip = 0;      ///< of them alternating
+    double reach = 0;  ///< least |Re| of the real and alternating ones, stable or not
+    std::size_t exponents = 0;
+};
+
+/// Counts the unstable exponents: those beyond their error.
+void count_unstable(const Spectrum& spectrum, Marks& marks);
+
+/// Elementary events between two points.
+struct Decoded {
+    bool fold = false;
+    bool branch = false;  ///< a branch point on a branch that passes through
+    bool curved =
+        false;     ///< a branch point where this branch turns, the curved side of a pitchfork
+    int real = 0;  ///< a real exponent crosses, where that is none of the above
+    int flip = 0;
+    int pairs = 0;            ///< so many pairs cross, upwards if positive
+    bool real_pairs = false;  ///< what crosses in pairs are real exponents
+    unsigned tests = 0;       ///< bit j: test function j changes sign
+    bool consistent = true;   ///< false: determinant, tangent and exponents contradict one another
+
+    int count() const;
+};
+
+Decoded decode(const Marks& a, const Marks& b, const std::vector<Test>& tests_a,
+               const std::vector<Test>& tests_b, const EventNames& names);
+
+}  // namespace trajex

@@ -1,0 +1,144 @@
+// Linear systems of a closed chain of segments with k borders,
+//
+//     K_i x_i0 + J_i (x_i1 ... x_im) + C_i q = r_i,       i = 0 ... N-1,    x_N = s x_0,
+//     sum over all points b_ij x_ij + D q = t             k rows, k unknowns q
+//
+// where the factor s closes the chain: 1 (periodic), -1 (antiperiodic), e^{i theta}. Three layers,
+// each of which is factored once for what stands above it: the segments (J_i, whatever the
+// borders), the chain of their ends (whatever the borders and s), the borders.
+#pragma once
+
+#include <complex>
+#include <cstddef>
+#include <type_traits>
+#include <vector>
+
+#include "cycles/segment.hpp"
+#include "linalg/dense.hpp"
+
+namespace trajex {
+
+/// The points inside of the segments eliminated: (x_i1 ... x_im) = W_i x_i0 - J_i^-1 C_i q + J_i^-1
+/// r_i. The last n rows of W_i are the transfer matrix Phi_i from one end of the segment to the
+/// other. Works in scaled variables x / scale.
+class Condensation {
+  public:
+    /// False: some J_i is singular.
+    bool factor(const Segments& segments, const std::vector<double>& scale);
+
+    std::size_t states() const { return n_; }
+    std::size_t inner_points() const { return m_; }
+    std::size_t intervals() const { return N_; }
+    const std::vector<double>& scale() const { return scale_; }
+    /// W_i, m n x n by rows.
+    const double* map(std::size_t i) const { return maps_.data() + i * m_ * n_ * n_; }
+    /// Phi_i, n x n by rows.
+    const double* transfer(std::size_t i) const { return map(i) + (m_ - 1) * n_ * n_; }
+    /// J_i^-1 C_i of the scalar unknowns of the segments, m n x scalars by rows.
+    std::size_t scalars() const { return scalars_; }
+    const double* scalar_columns(std::size_t i) const {
+        return columns_.data() + i * m_ * n_ * scalars_;
+    }
+    /// Multiplies k columns (m n x k by rows) by J_i^-1.
+    void solve(std::size_t i, double* columns, std::size_t k) const {
+        inner_[i].solve_many(columns, k);
+    }
+    void solve_transposed(std::size_t i, double* column) const {
+        inner_[i].solve_transposed(column);
+    }
+
+  private:
+    std::size_t n_ = 0, m_ = 0, N_ = 0, scalars_ = 0;
+    std::vector<double> scale_;
+    std::vector<DenseLu> inner_;
+    std::vector<double> maps_, columns_;
+    std::vector<double> first_, sides_;  // of one segment: K_i; [-K_i C_i], rows of whole vectors
+};
+
+/// The ends of the segments, x_{i+1} - Phi_i x_i = g_i, by orthogonal elimination of x_1 ...
+/// x_{N-1} one after another: no product of the Phi_i is ever made, and growth and decay along the
+/// chain by many powers of ten do no harm. Reference: Wright, SIAM J. Sci. Stat. Comput. 13 (1992)
+/// 742.
+class ChainFactors {
+  public:
+    void factor(const Condensation& segments);
+
+    std::size_t states() const { return n_; }
+    std::size_t intervals() const { return N_; }
+
+    // After elimination, rows 1 ... N-1 read T_i x_i + U_i x_0 + F_i x_{i+1} = g_i, the last row
+    // P x_0 + E x_N = g_N. Blocks are n x n.
+    const double* T(std::size_t i) const { return reflected_.data() + (i - 1) * 2 * n_ * n_; }
+    const double* coupling(std::size_t i) const { return coupled_.data() + (i - 1) * 4 * n_ * n_; }
+    const double* last() const { return last_.data(); }  ///< [P E], n x 2n
+
+    /// Takes N blocks of right-hand sides (n x k by rows) through the elimination, in place: block
+    /// i - 1 becomes g_i. The inverse is that of the transposed system.
+    void reduce(double* blocks, std::size_t k);
+    void restore(double* blocks, std::size_t k);
+    /// The sign of the determinants of all reflections and diagonals of T.
+    int sign() const { return sign_; }
+
+  private:
+    std::size_t n_ = 0, N_ = 0;
+    std::vector<Qr> qr_;
+    std::vector<double> reflected_;  // N-1 blocks of 2n x n: T_i above, reflections
+    std::vector<double> coupled_;    // N-1 blocks of 2n x 2n: [U_i F_i] above
+    std::vector<double> last_;
+    int sign_ = 1;
+};
+
+/// The bordered system. Scalar is double (s = +-1) or std::complex<double>. Points and equations
+/// are those of the segments, without scaling.
+template <class Scalar>
+class BorderedChain {
+  public:
+    /// The first `own` unknowns q are the scalar unknowns of the segments; `columns` is C of the
+    /// others (all equations x (k - own), by rows), `rows` is b (k x all points' components, by
+    /// rows), `corner` is D (k x k, by rows). False: singular to working precision.
+    bool factor(const Condensation& segments, ChainFactors& chain, Scalar closing, std::size_t k,
+                const Scalar* columns, const Scalar* rows, const Scalar* corner,
+                std::size_t own = 0);
+
+    /// r (all equations) becomes x, t (k numbers) becomes q.
+    void solve(Scalar* r, Scalar* t) const;
+    /// The transposed system: the coefficients of x and q become the multipliers of the rows.
+    void solve_transposed(Scalar* x, Scalar* q) const;
+    /// Sign of the determinant of the system whose inner points are eliminated, the same for every
+    /// mesh (real systems).
+    int determinant_sign() const;
+    /// Smallest over largest pivot of the last, dense system.
+    double pivot_ratio() const { return dense_.pivot_ratio(); }
+
+  private:
+    static constexpr std::size_t parts = std::is_same_v<Scalar, double> ? 1 : 2;
+    using Lu = std::conditional_t<parts == 1, DenseLu, ComplexLu>;
+
+    void reserve(std::size_t k);
+    void solve_columns(const Scalar* columns, std::size_t own);
+    void condense_borders(const Scalar* rows, const Scalar* corner);
+    void eliminate_borders();
+    void fill_dense();
+    void chain_solve(Scalar* blocks, Scalar* q) const;
+    void chain_solve_transposed(Scalar* blocks, Scalar* q) const;
+    void solve_segment_transposed(std::size_t i, Scalar* y) const;
+
+    const Condensation* segments_ = nullptr;
+    ChainFactors* chain_ = nullptr;
+    Scalar closing_{};
+    std::size_t n_ = 0, m_ = 0, N_ = 0, k_ = 0;
+    std::vector<Scalar> inner_rows_;  // b at the points inside of segments, scaled; k x (N (m-1) n)
+    std::vector<Scalar> columns_;     // J^-1 C, N blocks of m n x k
+    std::vector<Scalar> others_;      // of one segment: C of the unknowns that are not its own
+    std::vector<Scalar> reduced_;     // N blocks of n x k: the columns of q after elimination
+    std::vector<Scalar> end_rows_;  // k x (N + 1) n, the coefficients of x_i; then Y_i = b_i T_i^-1
+    std::vector<Scalar> corner_;
+    Lu dense_;
+    mutable std::vector<Scalar> blocks_, dense_side_, ends_;  // of one solution, no state
+    mutable std::vector<double> column_;
+};
+
+extern template class BorderedChain<double>;
+extern template class BorderedChain<std::complex<double>>;
+
+}  // namespace trajex

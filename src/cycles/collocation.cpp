@@ -1,0 +1,194 @@
+// On an interval of length h the polynomial x(s) = sum_j l_j(s) x_ij satisfies at the Gauss points
+//
+//     R_c = sum_j l_j'(zeta_c) x_ij - h G(tau_c, sum_j l_j(zeta_c) x_ij; q) = 0,     c = 1 ... m,
+//
+// which is accurate to h^(m+1) between the ends of the intervals and to h^(2m) at them. The block
+// of dR_c/dx_ij is l_j' I - h l_j A_c. Reference: de Boor and Swartz, SIAM J. Numer. Anal. 10
+// (1973) 582.
+#include "cycles/collocation.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "linalg/vectors.hpp"
+
+namespace trajex {
+
+Collocation::Collocation(Rate rate, std::size_t m, const std::vector<double>& mesh)
+    : rate_(std::move(rate)), n_(rate_.states()), rule_(m) {
+    set_mesh(mesh);
+}
+
+void Collocation::set_mesh(const std::vector<double>& mesh) {
+    mesh_ = mesh;
+    const std::size_t count = points();
+    tau_.resize(count);
+    for (std::size_t i = 0; i < intervals(); ++i) {
+        for (std::size_t c = 0; c < rule_.m; ++c) {
+            tau_[i * rule_.m + c] = mesh_[i] + length(i) * rule_.zeta[c];
+        }
+    }
+    at_gauss_.resize(count * n_);
+    rates_.resize(count * n_);
+    work_.resize(count * n_);
+    scratch_.resize(count * n_);
+    jacobians_.resize(count * n_ * n_);
+    columns_.resize(count * n_ * scalars());
+    velocities_.resize(intervals() * n_);
+}
+
+void Collocation::to_gauss(const double* x, double closing, double* out) const {
+    const std::size_t m = rule_.m;
+    std::fill_n(out, equations(), 0.0);
+    for (std::size_t i = 0; i < intervals(); ++i) {
+        for (std::size_t c = 0; c < m; ++c) {
+            double* const at = out + (i * m + c) * n_;
+            for (std::size_t j = 0; j <= m; ++j) {
+                const bool closes = j == m && i + 1 == intervals();
+                const double l = rule_.value[c][j] * (closes ? closing : 1);
+                const double* const from = x + point(i, j) * n_;
+                for (std::size_t a = 0; a < n_; ++a) at[a] += l * from[a];
+            }
+        }
+    }
+}
+
+void Collocation::add_slopes(const double* x, double* r) const {
+    const std::size_t m = rule_.m;
+    for (std::size_t i = 0; i < intervals(); ++i) {
+        for (std::size_t c = 0; c < m; ++c) {
+            double* const row = r + (i * m + c) * n_;
+            for (std::size_t j = 0; j <= m; ++j) {
+                const double* const from = x + point(i, j) * n_;
+                for (std::size_t a = 0; a < n_; ++a) row[a] += rule_.slope[c][j] * from[a];
+            }
+        }
+    }
+}
+
+void Collocation::subtract_rates(double* r) const {
+    for (std::size_t i = 0; i < intervals(); ++i) {
+        const double h = length(i);
+        const std::size_t first = i * rule_.m * n_;
+        for (std::size_t k = first; k < first + rule_.m * n_; ++k) r[k] -= h * rates_[k];
+    }
+}
+
+bool Collocation::residual(const double* x, const double* q, double* r) {
+    if (!rate_.set(q)) return false;
+    to_gauss(x, 1, at_gauss_.data());
+    rate_.values(points(), tau_.data(), at_gauss_.data(), rates_.data());
+    std::fill_n(r, equations(), 0.0);
+    add_slopes(x, r);
+    subtract_rates(r);
+    return all_finite(rates_);
+}
+
+bool Collocation::linearise(const double* x, const double* q, double* r) {
+    if (!rate_.set(q)) return false;
+    to_gauss(x, 1, at_gauss_.data());
+    rate_.jacobians(points(), tau_.data(), at_gauss_.data(), rates_.data(), jacobians_.data());
+    std::fill_n(r, equations(), 0.0);
+    add_slopes(x, r);
+    subtract_rates(r);
+    if (!all_finite(rates_) || !all_finite(jacobians_)) return false;
+
+    for (std::size_t k = 0; k < scalars(); ++k) {
+        rate_.scalar_derivatives(points(), tau_.data(), at_gauss_.data(), rates_.data(), k,
+                                 work_.data());
+        for (std::size_t row = 0; row < equations(); ++row) {
+            const double h = length(row / (rule_.m * n_));
+            columns_[row * scalars() + k] = -h * work_[row];
+        }
+    }
+    for (std::size_t i = 0; i < intervals(); ++i) {
+        std::copy_n(x + i * rule_.m * n_, n_, work_.data() + i * n_);
+    }
+    rate_.values(intervals(), mesh_.data(), work_.data(), velocities_.data());
+    return all_finite(columns_) && all_finite(velocities_);
+}
+
+void Collocation::blocks(std::size_t i, const double* scale, double* inner, double* first) const {
+    const std::size_t m = rule_.m;
+    const double h = length(i);
+    for (std::size_t c = 0; c < m; ++c) {
+        const double* const A = jacobian(i * m + c);
+        for (std::size_t a = 0; a < n_; ++a) {
+            double* const inner_row = inner + (c * n_ + a) * m * n_;
+            double* const first_row = first + (c * n_ + a) * n_;
+            for (std::size_t j = 0; j <= m; ++j) {
+                double* const row = j == 0 ? first_row : inner_row + (j - 1) * n_;
+                const double factor = -h * rule_.value[c][j] / scale[a];
+                for (std::size_t b = 0; b < n_; ++b) row[b] = factor * A[a * n_ + b] * scale[b];
+                row[a] += rule_.slope[c][j];
+            }
+        }
+    }
+}
+
+void Collocation::apply(const double* v, double* out) const {
+    to_gauss(v, 1, scratch_.data());
+    add_slopes(v, out);
+    for (std::size_t k = 0; k < points(); ++k) {
+        const double h = length(k / rule_.m);
+        const double* const A = jacobian(k);
+        for (std::size_t a = 0; a < n_; ++a) {
+            double sum = 0;
+            for (std::size_t b = 0; b < n_; ++b) sum += A[a * n_ + b] * scratch_[k * n_ + b];
+            out[k * n_ + a] -= h * sum;
+        }
+    }
+}
+
+void Collocation::apply_transposed(const double* w, double* out) const {
+    const std::size_t m = rule_.m;
+    double* const through = scratch_.data();  // h A' w of one Gauss point
+    for (std::size_t k = 0; k < points(); ++k) {
+        const std::size_t i = k / m;
+        const std::size_t c = k % m;
+        const double* const A = jacobian(k);
+        const double* const row = w + k * n_;
+        std::fill_n(through, n_, 0.0);
+        for (std::size_t a = 0; a < n_; ++a) {
+            for (std::size_t b = 0; b < n_; ++b) through[b] += length(i) * A[a * n_ + b] * row[a];
+        }
+        for (std::size_t j = 0; j <= m; ++j) {
+            double* const to = out + point(i, j) * n_;
+            for (std::size_t b = 0; b < n_; ++b) {
+                to[b] += rule_.slope[c][j] * row[b] - rule_.value[c][j] * through[b];
+            }
+        }
+    }
+}
+
+double Collocation::divergence() const {
+    double sum = 0;
+    for (std::size_t k = 0; k < points(); ++k) {
+        double trace = 0;
+        for (std::size_t a = 0; a < n_; ++a) trace += jacobian(k)[a * n_ + a];
+        sum += length(k / rule_.m) * rule_.weight[k % rule_.m] * trace;
+    }
+    return sum;
+}
+
+// The largest real part of the eigenvalues of dG/dx in the middle of each interval. Eigenvalues
+// that cannot matter over the length of the interval are not computed.
+void Collocation::growth_rates(double* out) {
+    constexpr double matters = 1;
+    eigenvalues_.resize(n_ * n_ + 2 * n_);
+    double* const re = eigenvalues_.data();
+    double* const A = re + 2 * n_;
+    for (std::size_t i = 0; i < intervals(); ++i) {
+        const double* const middle = jacobian(i * rule_.m + rule_.m / 2);
+        double square = 0;
+        for (std::size_t k = 0; k < n_ * n_; ++k) square += middle[k] * middle[k];
+        out[i] = 0;
+        if (!(std::sqrt(square) * length(i) > matters)) continue;
+        std::copy_n(middle, n_ * n_, A);
+        if (!eigen_.eigenvalues(n_, A, re, re + n_)) continue;
+        out[i] = std::max(0.0, *std::max_element(re, re + n_));
+    }
+}
+
+}  // namespace trajex

@@ -1,0 +1,146 @@
+// A point on a branch of cycles carries its orbit, whose mesh is that of the new problem.
+#include "cycles/cycle_branches.hpp"
+
+#include <cmath>
+#include <limits>
+#include <numbers>
+#include <string>
+#include <utility>
+
+#include "branches/follow.hpp"
+#include "cycles/cycle_problem.hpp"
+#include "cycles/starts.hpp"
+#include "tx/error.hpp"
+
+namespace trajex {
+
+CycleSettings cycle_settings(const tx::Options& options, std::span<const tx::Window> windows) {
+    CycleSettings settings;
+    for (const tx::Window& window : windows) settings.widths.push_back(window.hi - window.lo);
+    settings.mesh_tol = options.mesh_tol;
+    settings.m = static_cast<std::size_t>(options.m);
+    settings.most_intervals = options.N_max;
+    settings.max_period = options.max_period;
+    settings.norm_bound = options.norm_bound;
+    settings.floor = options.floor;
+    settings.verify = options.verify;
+    return settings;
+}
+
+Timing timing_of(const Model& model) {
+    Timing timing;
+    if (!model.forcing) return timing;
+    const tx::Forcing& forcing = *model.forcing;
+    timing.periods = forcing.periods;
+    timing.t0 = forcing.t0;
+    if (!forcing.frequency.empty()) {
+        timing.period = Timing::Period::frequency;
+        timing.parameter = model.parameter(forcing.frequency);
+    } else if (!forcing.period.empty()) {
+        timing.period = Timing::Period::parameter;
+        timing.parameter = model.parameter(forcing.period);
+    } else {
+        timing.period = Timing::Period::fixed;
+        timing.value = forcing.fixed;
+    }
+    return timing;
+}
+
+namespace {
+
+std::unique_ptr<CycleProblem> problem_at(const PointData& point, std::span<const std::size_t> vary,
+                                         std::span<const tx::Window> windows,
+                                         const tx::Options& options) {
+    const Description& description = point.description;
+    if (!description.orbit) throw tx::Error("the point has no orbit to start from");
+    CycleSettings settings = cycle_settings(options, windows);
+    settings.m = description.orbit->m;
+    Timing timing = timing_of(*point.model);
+    timing.periods = description.orbit->periods;  // doubled, perhaps
+    return std::make_unique<CycleProblem>(point.model->equations, timing,
+                                          std::vector<std::size_t>(vary.begin(), vary.end()),
+                                          description.parameters, settings, *description.orbit);
+}
+
+/// What both kinds of branches need: the branch's parameter with its window.
+struct Place {
+    const SpecialData& special;
+    std::vector<std::size_t> vary;
+    std::vector<tx::Window> windows;
+    const tx::Options& options;
+
+    Place(const BranchPtr& branch, std::size_t index, const tx::Options& given)
+        : special(branch->specials[index]),
+          vary(branch->vary),
+          windows(branch->windows),
+          options(given) {
+        if (given.window.lo < given.window.hi) windows.assign(1, given.window);
+    }
+    std::vector<BranchPtr> nothing(const std::string& reason) const {
+        return {branch_without_points(special.point, vary, windows, reason)};
+    }
+    std::vector<BranchPtr> run(CycleStart& start) const {
+        if (!start.problem) return nothing(start.trouble);
+        const SolutionKind kind =
+            special.point.model->forcing ? SolutionKind::forced_cycle : SolutionKind::cycle;
+        const BranchHead head{.model = special.point.model,
+                              .solution = kind,
+                              .vary = vary,
+                              .windows = windows,
+                              .options = options,
+                              .parent = special.id};
+        return {run_half(head, *start.problem, start.z, start.tangent, tx::StopReason::branch_point,
+                         "leaves " + special.id)};
+    }
+};
+
+}  // namespace
+
+std::unique_ptr<Problem> make_cycle_problem(const PointData& point,
+                                            std::span<const std::size_t> vary,
+                                            std::span<const tx::Window> windows,
+                                            const tx::Options& options, std::vector<double>& z) {
+    std::unique_ptr<CycleProblem> problem = problem_at(point, vary, windows, options);
+    z = problem->start();
+    return problem;
+}
+
+std::vector<BranchPtr> cycles_from_hopf(const BranchPtr& branch, std::size_t special,
+                                        const tx::Options& options) {
+    const Place place(branch, special, options);
+    if (place.vary.size() != 1) return place.nothing("cycles are followed in one parameter");
+    const PointData& point = place.special.point;
+    HopfPoint hopf{.state = point.state.empty() ? point.description.state : point.state,
+                   .parameters = point.description.parameters};
+    double nearest = std::numeric_limits<double>::infinity();
+    for (const Exponent& exponent : place.special.finding.spectrum) {
+        if (!(exponent.value.imag() > 0) || std::fabs(exponent.value.real()) >= nearest) continue;
+        nearest = std::fabs(exponent.value.real());
+        hopf.omega = exponent.value.imag();
+    }
+    if (!(hopf.omega > 0)) return place.nothing("the point has no frequency");
+    const double width = place.windows[0].hi - place.windows[0].lo;
+    if (!solve_hopf(*point.model->equations, 0, place.vary[0], width, hopf)) {
+        return place.nothing("the Hopf point is not found in this parameter");
+    }
+    CycleStart start = start_from_hopf(point.model->equations, hopf, place.vary,
+                                       cycle_settings(options, place.windows));
+    return place.run(start);
+}
+
+std::vector<BranchPtr> cycles_from_doubling(const BranchPtr& branch, std::size_t special,
+                                            const tx::Options& options) {
+    const Place place(branch, special, options);
+    if (place.vary.size() != 1) return place.nothing("cycles are followed in one parameter");
+    const std::unique_ptr<CycleProblem> problem =
+        problem_at(place.special.point, place.vary, place.windows, options);
+    const std::vector<double> z = problem->start();
+    std::vector<double> residual(problem->equations());
+    if (!problem->linearise(z.data(), residual.data())) {
+        return place.nothing("the cycle is not computable at the doubling");
+    }
+    CycleStart start = start_doubled(*problem, z);
+    return place.run(start);
+}
+
+}  // namespace trajex

@@ -1,0 +1,108 @@
+// The secant method in the coordinate s along the tangent, for dp/ds at a fold and else for the
+// logarithm of the modulus of the critical multiplier. Each value is a cycle corrected with
+// <tangent, z - z0> = s.
+#include "cycles/refine.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "branches/bordered_newton.hpp"
+#include "branches/metric.hpp"
+
+namespace trajex {
+
+namespace {
+
+class EventFunction {
+  public:
+    EventFunction(CycleProblem& problem, const std::vector<double>& start,
+                  const std::vector<double>& tangent, const Finding& finding)
+        : problem_(problem),
+          metric_(problem),
+          newton_(problem, 1e-11),
+          z0_(start),
+          tangent_(tangent),
+          fold_(finding.type == "LPC"),
+          kind_(finding.type == "PD"   ? Exponent::Kind::alternating
+                : finding.type == "NS" ? Exponent::Kind::pair
+                                       : Exponent::Kind::real) {}
+
+    bool prepare() {
+        row_.resize(z0_.size());
+        if (!metric_.normalise(tangent_.data())) return false;
+        metric_.row(tangent_.data(), row_.data());
+        value_ = 0;
+        for (std::size_t k = 0; k < row_.size(); ++k) value_ += row_[k] * z0_[k];
+        return true;
+    }
+
+    bool at(double s, double& phi) {
+        z = z0_;
+        for (std::size_t k = 0; k < z.size(); ++k) z[k] += s * tangent_[k];
+        if (!newton_.correct(z, row_.data(), value_ + s, metric_)) return false;
+        double residual = 0;
+        if (newton_.tangent(z.data(), row_.data(), metric_, direction_, residual) !=
+            BorderedNewton::Outcome::converged) {
+            return false;
+        }
+        problem_.spectrum(spectrum);
+        phi = fold_ ? direction_.back() : critical();
+        return std::isfinite(phi);
+    }
+
+    std::vector<double> z;
+    Spectrum spectrum;
+
+  private:
+    double critical() const {
+        double nearest = std::numeric_limits<double>::quiet_NaN();
+        for (const Exponent& exponent : spectrum) {
+            if (exponent.kind != kind_) continue;
+            const double rate = exponent.value.real();
+            if (!(std::fabs(rate) >= std::fabs(nearest))) nearest = rate;
+        }
+        return nearest;
+    }
+
+    CycleProblem& problem_;
+    Metric metric_;
+    BorderedNewton newton_;
+    std::vector<double> z0_, tangent_, row_, direction_;
+    double value_ = 0;
+    bool fold_;
+    Exponent::Kind kind_;
+};
+
+}  // namespace
+
+RefinedPoint refine_event(CycleProblem& fine, std::vector<double> z, std::vector<double> tangent,
+                          const Finding& finding) {
+    constexpr double first_step = 1e-4;
+    constexpr double farthest = 1e-2;
+    constexpr int most_steps = 12;
+    RefinedPoint result;
+    EventFunction event(fine, z, tangent, finding);
+    if (!event.prepare()) return result;
+    double s0 = 0;
+    double s1 = first_step;
+    double f0 = 0;
+    double f1 = 0;
+    if (!event.at(s0, f0) || !event.at(s1, f1)) return result;
+    for (int i = 0; i < most_steps && f1 != f0; ++i) {
+        const double s = s1 - f1 * (s1 - s0) / (f1 - f0);
+        if (!(std::fabs(s) <= farthest)) return result;
+        s0 = s1;
+        f0 = f1;
+        s1 = s;
+        if (!event.at(s1, f1)) return result;
+        result.found = std::fabs(s1 - s0) <= 1e-8 || std::fabs(f1) <= 1e-13;
+        if (result.found) break;
+    }
+    result.parameter = event.z.back();
+    result.period = fine.orbit(event.z.data()).period;
+    result.spectrum = event.spectrum;
+    return result;
+}
+
+}  // namespace trajex

@@ -1,0 +1,24 @@
+// Special points of cycles on a finer mesh: where they really are, and how far off they were.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "branches/problem.hpp"
+#include "cycles/cycle_problem.hpp"
+
+namespace trajex {
+
+struct RefinedPoint {
+    bool found = false;
+    double period = 0;
+    double parameter = 0;
+    Spectrum spectrum;
+};
+
+/// The event of `finding` (LPC, BPC, PD or NS) on the branch of `fine`, a problem for the same
+/// cycles with another mesh. `tangent` is that of the branch at `z`, both with the mesh of `fine`.
+RefinedPoint refine_event(CycleProblem& fine, std::vector<double> z, std::vector<double> tangent,
+                          const Finding& finding);
+
+}  // namespace trajex

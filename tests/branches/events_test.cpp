@@ -1,0 +1,54 @@
+// What lies between two points of a branch of cycles, from marks alone.
+#include "branches/events.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace trajex {
+namespace {
+
+constexpr EventNames of_cycles{
+    .fold = "LPC", .branch = "BPC", .real = "", .flip = "PD", .pair = "NS"};
+
+/// Signs of dp/ds and of the determinant, unstable exponents of each kind, distance from crossing.
+Marks marks(int sigma, int beta, int real, int flip, int pairs, double reach) {
+    return {sigma, beta, real + flip + 2 * pairs, real, flip, reach, 4};
+}
+
+std::string text(const Decoded& what) {
+    std::string result;
+    const auto add = [&result](bool there, const char* name) { result += there ? name : ""; };
+    add(what.fold, "LPC ");
+    add(what.branch || what.curved, "BPC ");
+    add(what.flip != 0, "PD ");
+    add(what.pairs != 0, "NS ");
+    add(!what.consistent, "?");
+    return result;
+}
+
+TEST(Events, OfCyclesFromMarks) {
+    const struct {
+        const char* what;
+        Marks a, b;
+        const char* expected;
+    } cases[] = {
+        {"fold", marks(1, 1, 0, 0, 0, 0.1), marks(-1, 1, 1, 0, 0, 0.1), "LPC "},
+        {"trunk of a pitchfork", marks(1, 1, 0, 0, 0, 0.1), marks(1, -1, 1, 0, 0, 0.1), "BPC "},
+        {"curved side of a pitchfork", marks(1, 1, 0, 0, 0, 0.1), marks(-1, -1, 0, 0, 0, 0.1),
+         "BPC "},
+        {"doubling", marks(1, 1, 0, 0, 0, 0.1), marks(1, 1, 0, 1, 0, 0.1), "PD "},
+        {"torus", marks(1, 1, 0, 0, 0, 1), marks(1, 1, 0, 0, 1, 1), "NS "},
+        {"a turn that no exponent knows of", marks(1, 1, 0, 0, 0, 1), marks(-1, 1, 0, 0, 0, 1),
+         "LPC ?"},
+        {"an unknown sign of a multiplier of 1e17", marks(1, 1, 1, 0, 0, 39),
+         marks(1, 1, 0, 1, 0, 39), ""},
+        {"a multiplier of 1e9 that becomes -1e9 in a turn", marks(1, 1, 1, 0, 0, 20),
+         marks(-1, 1, 0, 1, 0, 20), "LPC PD "},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(text(decode(c.a, c.b, {}, {}, of_cycles)), c.expected) << c.what;
+}
+
+}  // namespace
+}  // namespace trajex

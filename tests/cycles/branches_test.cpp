@@ -1,0 +1,528 @@
+// Families of cycles as programs see them: bifurcations, coefficients, multipliers and periods that
+// are known, with the default options. Each family once more in slower time and in skewed
+// variables, where periods and multipliers follow; and trajectories beside the cycles, which decide
+// what is stable.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <complex>
+#include <functional>
+#include <numbers>
+#include <string>
+#include <tx.hpp>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr double pi = std::numbers::pi;
+using State = std::vector<double>;
+using std::cos;
+using std::exp;
+using std::sqrt;
+
+/// x -> y = M x with M = [1 s; 0 1] in the last two variables, whose condition is s^2, and a time
+/// that runs `speed` times as fast.
+struct Change {
+    std::string name = "as it stands";
+    double speed = 1;
+    double shear = 0;
+    double mesh_tol = 1e-6;
+};
+
+const Change changes[] = {{},
+                          {.name = "3 f", .speed = 3},
+                          {.name = "sheared", .shear = std::sqrt(1e3)},
+                          {.name = "on a finer mesh", .mesh_tol = 1e-8}};
+
+template <class F>
+auto changed(F f, const Change& change, std::size_t n) {
+    return [=, speed = change.speed, shear = change.shear](auto t, auto& y, auto& c, auto& dy) {
+        using Number = std::remove_cvref_t<decltype(dy[0])>;
+        std::array<Number, 4> x{}, dx{};
+        for (std::size_t i = 0; i < n; ++i) x[i] = y[i];
+        x[n - 2] = y[n - 2] - shear * y[n - 1];
+        f(speed * t, x, c, dx);
+        for (std::size_t i = 0; i < n; ++i) dy[i] = speed * dx[i];
+        dy[n - 2] = speed * (dx[n - 2] + shear * dx[n - 1]);
+    };
+}
+
+struct Event {
+    std::string type;
+    double parameter;
+    double tolerance;  // half a unit of the last digit that is known, as a rule
+    double period;
+    double period_tolerance;
+    std::vector<std::pair<std::string, double>> coefficients{};
+    std::string subtype{};
+    double multiplier = 0;  // another one there, if not 0
+};
+
+/// The name is also that of the test; `start` of cycles is a state near one or at an equilibrium.
+struct Family {
+    std::string name;
+    std::size_t n;
+    std::function<tx::System(const Change&)> system;
+    State start;
+    bool from_hopf;
+    double forcing;  // its period, 0: autonomous, -1: 2 pi over the parameter that varies
+    std::string vary;
+    tx::Window window;
+    std::vector<Event> events;
+};
+
+/// A system under a change of variables, made when it is asked for.
+template <class F>
+std::function<tx::System(const Change&)> system(std::size_t n,
+                                                const std::vector<tx::Parameter>& parameters, F f) {
+    const std::vector<std::string> names{"x", "y", "z", "u"};
+    const std::vector<std::string> states(names.begin(), names.begin() + static_cast<long>(n));
+    return
+        [=](const Change& change) { return tx::System(states, parameters, changed(f, change, n)); };
+}
+
+std::vector<Family> families() {
+    const auto feedback = [](auto, auto& x, auto& c, auto& dx) {
+        dx[0] = x[1];
+        dx[1] = x[2];
+        dx[2] = -c[0] * x[2] - x[1] - x[0] + x[0] * x[0];
+    };
+    const auto peroxidase = [](auto, auto& x, auto& c, auto& dx) {
+        const auto first = 0.1631021 * x[0] * x[1] * x[2], second = 0.046875 * x[0] * x[1] * x[3];
+        dx[0] = -first - second + c[0] - 0.1175 * x[0];
+        dx[1] = -first - second + c[1];
+        dx[2] = first - 2500.0 * x[2] * x[2] + 2.0 * second - 20.0 * x[2] + 0.001;
+        dx[3] = -second + 2500.0 * x[2] * x[2] - 1.104 * x[3];
+    };
+    const auto ring = [](auto, auto& x, auto& c, auto& dx) {
+        const auto r = sqrt(x[0] * x[0] + x[1] * x[1]);
+        const auto growth = c[0] - (r - 1.0) * (r - 1.0), turn = 1.0 + c[1] * (r - 1.0);
+        dx[0] = growth * x[0] - turn * x[1];
+        dx[1] = growth * x[1] + turn * x[0];
+    };
+    // On the unit circle, z' = (c + k x) z - z^3, or - z^2.
+    const auto circle = [](auto power) {
+        return [power](auto, auto& x, auto& c, auto& dx) {
+            const auto r2 = x[0] * x[0] + x[1] * x[1];
+            dx[0] = x[0] - x[1] - x[0] * r2;
+            dx[1] = x[0] + x[1] - x[1] * r2;
+            dx[2] = (c[0] + 0.5 * x[0]) * x[2] - (power == 3 ? x[2] * x[2] * x[2] : x[2] * x[2]);
+        };
+    };
+    const auto oscillator = [](auto t, auto& x, auto& c, auto& dx) {
+        const auto r2 = x[0] * x[0] + x[1] * x[1], growth = c[0] + 0.7 * cos(t);
+        dx[0] = growth * x[0] - 0.3 * x[1] - r2 * (x[0] + 0.5 * x[1]);
+        dx[1] = growth * x[1] + 0.3 * x[0] - r2 * (x[1] - 0.5 * x[0]);
+    };
+    const auto predators = [](auto t, auto& x, auto& c, auto& dx) {
+        const auto eaten = 4 * pi * x[0] * x[1] / (c[0] * (1.0 + c[1] * cos(2 * pi * t)) + x[0]);
+        dx[0] = 2 * pi * (1.0 - x[0]) * x[0] - eaten;
+        dx[1] = eaten - 2 * pi * x[1];
+    };
+    const auto duffing = [](auto t, auto& x, auto& c, auto& dx) {
+        dx[0] = x[1];
+        dx[1] = 0.6 * cos(c[0] * t) - 0.15 * x[1] - x[0] - x[0] * x[0] * x[0];
+    };
+    const auto prey = [=](double e) { return system(2, {{"b0", 0.5}, {"e", e}}, predators); };
+    const double two_pi = 2 * pi, last = 5e-12;
+    const double fold_1 = 2.00756062019, fold_2 = 1.48108537222;
+    return {
+        {"feedback",
+         3,
+         system(3, {{"al", 1}}, feedback),
+         {0, 0, 0},
+         true,
+         0,
+         "al",
+         {0.5, 1.5},
+         {{"PD",
+           0.630302006160,
+           last,
+           6.364071339442,
+           last,
+           {{"a", 0.02098001602}, {"c", -1.94185683}},
+           "supercritical",
+           -std::exp(-0.630302006160 * 6.364071339442)}}},
+        {"peroxidase in k7",
+         4,
+         system(4, {{"k7", 0.72}, {"k8", 0.5}}, peroxidase),
+         {1.8, 25, 0.0152, 0.178},
+         true,
+         0,
+         "k7",
+         {0.65, 0.9},
+         {{"NS", 0.71643356438, last, 10.912126878, 5e-9, {{"theta", 0.0830266584}}, ""},
+          {"NS",
+           0.818565885283,
+           last,
+           14.7224457225,
+           5e-10,
+           {{"theta", 0.998026453}, {"d", -0.0802639}},
+           "supercritical"}}},
+        {"peroxidase in k8",
+         4,
+         system(4, {{"k7", 1.5}, {"k8", 0.8}}, peroxidase),
+         {5.9, 6.8, 0.0206, 0.357},
+         true,
+         0,
+         "k8",
+         {0.75, 0.9},
+         {{"LPC", 0.84391361156, 5e-11, 13.3650379911, 5e-10, {}, "", 1.73356921},
+          {"NS",
+           0.82520223682,
+           5e-11,
+           15.0249244444,
+           5e-10,
+           {{"theta", 1.262217492}},
+           "supercritical"}}},
+        {"ring",
+         2,
+         system(2, {{"mu", 0.04}, {"s", 0.5}}, ring),
+         {1.3, 0},
+         false,
+         0,
+         "mu",
+         {-0.1, 0.2},
+         {{"LPC", 0, last, two_pi, last}}},
+        {"pitchfork",
+         3,
+         system(3, {{"c", -0.3}}, circle(3)),
+         {1, 0, 0.1},
+         false,
+         0,
+         "c",
+         {-0.5, 0.5},
+         {{"BPC", 0, last, two_pi, last, {}, "pitchfork", std::exp(-4 * pi)}}},
+        {"transcritical",
+         3,
+         system(3, {{"c", -0.3}}, circle(2)),
+         {1, 0, 0.01},
+         false,
+         0,
+         "c",
+         {-0.5, 0.5},
+         {{"BPC", 0, last, two_pi, last, {}, "transcritical", std::exp(-4 * pi)}}},
+        {"forced normal form",
+         2,
+         system(2, {{"c", -0.2}}, oscillator),
+         {0, 0},
+         false,
+         two_pi,
+         "c",
+         {-0.5, 0.5},
+         {{"NS", 0, last, two_pi, last, {{"theta", 0.6 * pi}, {"d", -2}}}}},
+        {"predators, e = 0",
+         2,
+         prey(0),
+         {0.5, 0.3},
+         false,
+         1,
+         "b0",
+         {0.25, 0.8},
+         {{"NS", 1.0 / 3, last, 1, last}}},
+        {"predators, e = 0.2",
+         2,
+         prey(0.2),
+         {0.5, 0.3},
+         false,
+         1,
+         "b0",
+         {0.25, 0.8},
+         {{"NS", 0.33561742579, last, 1, last, {{"theta", 2.754451108}}, "supercritical"}}},
+        {"predators, e = 0.3",
+         2,
+         prey(0.3),
+         {0.5, 0.3},
+         false,
+         1,
+         "b0",
+         {0.25, 0.8},
+         {{"NS", 0.33864952160, last, 1, last, {{"theta", 2.925237315}}, "supercritical"},
+          {"PD", 0.37261543492, last, 1, last, {}, "subcritical"},
+          {"PD", 0.39146403053, last, 1, last, {}, "subcritical"}}},
+        {"Duffing",
+         2,
+         system(2, {{"w", 2.5}}, duffing),
+         {0, 0},
+         false,
+         -1,
+         "w",
+         {0.5, 2.6},
+         {{"LPC", fold_1, last, two_pi / fold_1, 5e-11, {}, "", 0.625337248},
+          {"LPC", fold_2, last, two_pi / fold_2, 5e-11, {}, "", 0.529224446}}},
+    };
+}
+
+tx::Branch follow(const Family& family, const Change& change) {
+    const tx::System system = family.system(change);
+    State start = family.start;
+    start[family.n - 2] += change.shear * start[family.n - 1];
+    const tx::Options options{.mesh_tol = change.mesh_tol};
+    if (family.from_hopf) {
+        const tx::Branch equilibria =
+            system.equilibrium(start).follow(family.vary, family.window, options);
+        return equilibria["H1"].switch_branch(options).at(0);
+    }
+    if (family.forcing == 0) {
+        return system.cycle(start, options).follow(family.vary, family.window, options);
+    }
+    const tx::ForcedSystem forced = family.forcing < 0
+                                        ? system.forced({.frequency = family.vary})
+                                        : system.forced({.fixed = family.forcing / change.speed});
+    return forced.cycle(start, options).follow(family.vary, family.window, options);
+}
+
+void check_coefficients(const Event& expected, const tx::Special& found) {
+    for (const auto& [name, value] : expected.coefficients) {
+        EXPECT_NEAR(found.coefficient(name), value, 1e-6 * std::fabs(value)) << name;
+    }
+    EXPECT_TRUE(expected.subtype.empty() || found.subtype() == expected.subtype) << found.subtype();
+}
+
+void check_event(const Event& expected, const tx::Special& found, const Family& family,
+                 const Change& change) {
+    SCOPED_TRACE(found.text());
+    EXPECT_EQ(found.type(), expected.type);
+    EXPECT_EQ(found.status(), "located") << found.reason();
+    const double away = std::fabs(found.parameter(family.vary) - expected.parameter);
+    EXPECT_LE(away, expected.tolerance + 1e-3 * change.mesh_tol);
+    EXPECT_LE(away, 2 * found.error() + expected.tolerance);  // the error handed out holds
+    EXPECT_NEAR(change.speed * found.period(), expected.period,
+                expected.period_tolerance + 1e-2 * change.mesh_tol);
+    if (expected.multiplier != 0) {
+        double nearest = 1;
+        for (const std::complex<double> mu : found.multipliers()) {
+            nearest = std::fmin(nearest, std::abs(mu / expected.multiplier - 1.0));
+        }
+        EXPECT_LT(nearest, 5e-9 + 0.3 * change.mesh_tol);
+    }
+    if (change.speed == 1 && change.shear == 0) check_coefficients(expected, found);
+}
+
+/// Where a branch turns before it meets an event the order is that of the branch; it is compared
+/// by parameter.
+void check_family(const Family& family, const Change& change) {
+    SCOPED_TRACE(family.name + ", " + change.name);
+    const tx::Branch branch = follow(family, change);
+    std::vector<tx::Special> found = branch.specials();
+    ASSERT_EQ(found.size(), family.events.size()) << branch.text();
+    for (const Event& expected : family.events) {
+        const auto nearest = std::min_element(
+            found.begin(), found.end(), [&](const tx::Special& a, const tx::Special& b) {
+                return std::fabs(a.parameter(family.vary) - expected.parameter) <
+                       std::fabs(b.parameter(family.vary) - expected.parameter);
+            });
+        check_event(expected, *nearest, family, change);
+    }
+}
+
+TEST(CycleBranches, BifurcateWhereIsKnownInAnyVariables) {
+    for (const Family& family : families()) {
+        for (const Change& change : changes) {
+            const bool frequency_varies = family.forcing < 0 && change.speed != 1;
+            if (!frequency_varies) check_family(family, change);
+        }
+    }
+}
+
+/// By how much the distance of a trajectory from the cycle it starts beside has grown after
+/// `periods` periods, without the shift along it.
+double growth(const tx::System& system, const tx::Point& cycle, double periods) {
+    const State base = cycle.state();
+    State beside = base;
+    for (std::size_t i = 0; i < base.size(); ++i) {
+        beside[i] += 1e-6 * (cycle.max()[i] - cycle.min()[i] + 1e-3) * (i % 2 == 0 ? 1 : -0.7);
+    }
+    const tx::IntegrateOptions options{.rel_tol = 1e-11, .abs_tol = 1e-14, .dense = false};
+    const double end = periods * cycle.period();
+    const State after = system.integrate(beside, end, options).back();
+    const State still = system.integrate(base, end, options).back();
+    const auto distance = [&](const State& a, const State& b, double t) {
+        const State f = system.rhs(b, t);
+        double along = 0, length = 0, sum = 0;
+        for (std::size_t i = 0; i < f.size(); ++i) {
+            along += f[i] * (a[i] - b[i]);
+            length += f[i] * f[i];
+        }
+        for (std::size_t i = 0; i < f.size(); ++i) {
+            sum += std::pow(a[i] - b[i] - along / length * f[i], 2);
+        }
+        return std::sqrt(sum);
+    };
+    return distance(after, still, end) / distance(beside, base, 0);
+}
+
+/// On each side of a bifurcation, the first point whose critical multiplier is clearly not 1.
+void check_side(const Family& family, const tx::Branch& branch, const tx::Special& special,
+                double side) {
+    const auto parameter = branch.column(family.vary);
+    const tx::System system = family.system({});
+    for (std::size_t k = 0; k < branch.size(); ++k) {
+        const double away = (parameter[k] - special.parameter(family.vary)) * side;
+        if (away < 1e-4 || away > 0.1) continue;
+        const tx::Point cycle = branch.point(k);
+        double largest = -1e9;
+        for (const auto& log : cycle.log_multipliers()) largest = std::fmax(largest, log.real());
+        if (std::fabs(largest) < 0.03 || std::fabs(largest) > 2) continue;
+        const double factor = growth(system.with(family.vary, parameter[k]), cycle,
+                                     std::ceil(5 / std::fabs(largest)));
+        EXPECT_EQ(cycle.stable(), factor < 1) << parameter[k] << ": " << factor;
+        EXPECT_TRUE(factor < 0.3 || factor > 3) << factor;
+        return;
+    }
+    ADD_FAILURE() << "no point to run from";
+}
+
+TEST(CycleBranches, AreStableWhereTrajectoriesStay) {
+    for (const Family& family : families()) {
+        if (family.name != "feedback" && family.name != "peroxidase in k7" &&
+            family.name != "predators, e = 0.2") {
+            continue;
+        }
+        SCOPED_TRACE(family.name);
+        const tx::Branch branch = follow(family, {});
+        for (const tx::Special& special : branch.specials()) {
+            for (const double side : {-1.0, 1.0}) check_side(family, branch, special, side);
+        }
+    }
+}
+
+struct Known {
+    std::string name;
+    std::function<tx::Point(const tx::Options&)> cycle;
+    double period, period_tolerance;
+    std::vector<double> logs;  // of the moduli of the multipliers, the largest first
+    double tolerance;
+};
+
+void check_cycle(const Known& known, double mesh_tol) {
+    SCOPED_TRACE(known.name + ", " + std::to_string(1e9 * mesh_tol));
+    const tx::Point cycle = known.cycle({.mesh_tol = mesh_tol});
+    ASSERT_TRUE(static_cast<bool>(cycle)) << cycle.reason();
+    EXPECT_NEAR(cycle.period(), known.period,
+                known.period_tolerance + 1e-3 * mesh_tol * known.period);
+    if (known.logs.empty()) return;
+    std::vector<double> logs;
+    for (const auto& log : cycle.log_multipliers()) logs.push_back(log.real());
+    std::sort(logs.rbegin(), logs.rend());
+    ASSERT_EQ(logs.size(), known.logs.size());
+    for (std::size_t i = 0; i < logs.size(); ++i) {
+        EXPECT_NEAR(logs[i], known.logs[i], known.tolerance + 0.3 * mesh_tol);
+    }
+}
+
+TEST(CycleBranches, StartFromStatesAndGuessesWithKnownMultipliers) {
+    const auto van_der_pol = [](double mu) {
+        return tx::System({"x", "y"}, {{"mu", mu}}, [](auto, auto& x, auto& c, auto& dx) {
+            dx[0] = x[1];
+            dx[1] = c[0] * (1.0 - x[0] * x[0]) * x[1] - x[0];
+        });
+    };
+    const tx::System lorenz({"x", "y", "z"}, {}, [](auto, auto& x, auto&, auto& dx) {
+        dx[0] = 10.0 * (x[1] - x[0]);
+        dx[1] = 28.0 * x[0] - x[1] - x[0] * x[2];
+        dx[2] = x[0] * x[1] - 8.0 / 3.0 * x[2];
+    });
+    const tx::System round({"x", "y"}, {}, [](auto, auto& x, auto&, auto& dx) {
+        const auto r2 = x[0] * x[0] + x[1] * x[1];
+        dx[0] = 0.3 * x[0] - 2.0 * x[1] - r2 * x[0];
+        dx[1] = 0.3 * x[1] + 2.0 * x[0] - r2 * x[1];
+    });
+    const tx::System damped({"x", "y"}, {{"w", 1.5}}, [](auto t, auto& x, auto& c, auto& dx) {
+        dx[0] = x[1];
+        dx[1] = 0.5 * cos(c[0] * t) - 0.2 * x[1] - 2.0 * x[0];
+    });
+    const double ten = std::log(10.0);
+    using tx::Options;
+    const auto three = [&](const char* name, State x, double T, double one, double two) {
+        return Known{name,
+                     [=](const Options& options) { return lorenz.cycle(x, T, options); },
+                     T,
+                     5e-13,
+                     {std::log(one), std::log(two)},
+                     5e-9};
+    };
+    const auto relaxing = [&](double mu) {
+        return [=](const Options& options) { return van_der_pol(mu).cycle({2, 0}, options); };
+    };
+    const auto driven = [&](const Options& options) {
+        return damped.forced({.frequency = "w"}).cycle({0, 0}, options);
+    };
+    const Known table[] = {
+        {"van der Pol, mu = 10", relaxing(10), 19.078369567, 5e-10, {-135.43 * ten}, 0.005 * ten},
+        {"van der Pol, mu = 100", relaxing(100), 162.83707109, 5e-9, {}, 0},
+        {"Stuart-Landau",
+         [&](const Options& options) {
+             return round.cycle({0.1, 0}, options);
+         },
+         pi,
+         1e-12,
+         {-0.6 * pi},
+         1e-10},
+        {"linear oscillator",
+         driven,
+         2 * pi / 1.5,
+         1e-12,
+         {-0.1 * 2 * pi / 1.5, -0.1 * 2 * pi / 1.5},
+         1e-10},
+        three("Lorenz AAB", {-12.595115397689, -16.970525307084, 27}, 2.305907263939, 9.16549182,
+              2.24625618e-15),
+        three("Lorenz AAAB", {-11.998523280062, -15.684254096883, 27}, 3.023583703433, 16.1136589,
+              7.02674762e-20),
+    };
+    for (const double mesh_tol : {1e-6, 1e-9}) {
+        for (const Known& known : table) check_cycle(known, mesh_tol);
+    }
+    // The amplitude of forced linear oscillations.
+    const double amplitude = 0.5 / std::hypot(2 - 1.5 * 1.5, 0.2 * 1.5);
+    EXPECT_NEAR(driven({}).max()[0], amplitude, 1e-6);
+}
+
+// With b = 1 cycles of amplitude A of x begin as a = 1 - 0.9 A^2, T = 2 pi (1 + A^2 / 30): what is
+// left over A^4 stays bounded.
+TEST(CycleBranches, BeginAtHopfPointsAsTheirExpansion) {
+    const Family family = families().front();
+    const tx::Branch branch = follow(family, {});
+    std::size_t compared = 0;
+    for (std::size_t k = 0; k < branch.size(); ++k) {
+        const double A = (branch.column("max x")[k] - branch.column("min x")[k]) / 2;
+        if (A < 1e-3 || A > 0.2) continue;
+        ++compared;
+        const double A4 = std::pow(A, 4);
+        EXPECT_NEAR(branch.column("al")[k], 1 - 0.9 * A * A, A4 + 1e-8);
+        EXPECT_NEAR(branch.column("period")[k], 2 * pi * (1 + A * A / 30), A4 + 1e-8);
+    }
+    EXPECT_GE(compared, 3u);
+}
+
+// A canard explosion: all along it the parameter is the same up to the error of the mesh, and
+// nothing happens there.
+TEST(CycleBranches, PassCanardsWithoutEvents) {
+    const tx::System system({"x", "y"}, {{"a", 1.1}}, [](auto, auto& x, auto& c, auto& dx) {
+        dx[0] = (x[1] - x[0] * x[0] * x[0] / 3.0 + x[0]) / 0.01;
+        dx[1] = c[0] - x[0];
+    });
+    const tx::Special hopf = system.equilibrium({1.1, -0.65}).follow("a", {0.5, 1.2})["H1"];
+    EXPECT_NEAR(hopf.parameter("a"), 1, 1e-11);
+    for (const double mesh_tol : {1e-6, 1e-8}) {
+        const tx::Branch branch = hopf.switch_branch({.mesh_tol = mesh_tol}).at(0);
+        EXPECT_TRUE(branch.specials().empty()) << branch.text();
+        EXPECT_EQ(branch.stop()[1], "parameter_bound");
+        std::size_t compared = 0;
+        double longest = 0;
+        for (std::size_t k = 0; k < branch.size(); ++k) {
+            const double T = branch.column("period")[k];
+            longest = std::fmax(longest, T);
+            // The parameter leaves the plateau where the period has fallen below 4 again.
+            if (T < (T < longest ? 4 : 2.6)) continue;
+            ++compared;
+            EXPECT_NEAR(branch.column("a")[k], 0.998740451, mesh_tol);
+        }
+        EXPECT_GE(compared, 10u);
+    }
+}
+
+}  // namespace

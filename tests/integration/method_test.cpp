@@ -1,0 +1,205 @@
+// The method: its order conditions over all rooted trees, and steps, dense output and crossings for
+// an owner that has no handle.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <functional>
+#include <utility>
+#include <vector>
+
+#include "integration/crossing.hpp"
+#include "integration/spectrum.hpp"
+#include "integration/step_memory.hpp"
+#include "integration/stepper.hpp"
+#include "integration/verner_dense_output.hpp"
+
+using namespace trajex;
+
+namespace {
+
+// ---- Order conditions --------------------------------------------------------------------------
+
+constexpr std::size_t stages = 12;  // f at the end, in the middle, at 0.9 and 0.95 after the eight
+using Weights = std::array<double, stages>;
+using Tableau = std::array<Weights, stages>;
+
+/// The elementary weights of a rooted tree at every stage, its order, and its density gamma.
+struct Tree {
+    Weights at_stages;
+    int order;
+    double density;
+};
+
+Weights times(const Tableau& a, const Weights& x) {
+    Weights sum{};
+    for (std::size_t i = 0; i < stages; ++i) {
+        for (std::size_t j = 0; j < stages; ++j) sum[i] += a[i][j] * x[j];
+    }
+    return sum;
+}
+
+/// All rooted trees of up to the given order: a root, and below it trees in the order of the list.
+std::vector<Tree> rooted_trees(const Tableau& a, int largest) {
+    std::vector<Tree> trees;
+    std::vector<Tree> planted;  // the same with an edge below: A times the weights
+    const std::function<void(Tree, std::size_t, int)> extend = [&](Tree tree, std::size_t first,
+                                                                   int order) {
+        if (tree.order == order) {
+            tree.density *= order;
+            trees.push_back(tree);
+            return;
+        }
+        for (std::size_t p = first; p < planted.size(); ++p) {
+            if (tree.order + planted[p].order > order) continue;
+            Tree larger = tree;
+            larger.order += planted[p].order;
+            larger.density *= planted[p].density;
+            for (std::size_t i = 0; i < stages; ++i) {
+                larger.at_stages[i] *= planted[p].at_stages[i];
+            }
+            extend(larger, p, order);
+        }
+    };
+    for (int order = 1; order <= largest; ++order) {
+        Tree root{{}, 1, 1};
+        root.at_stages.fill(1);
+        const std::size_t before = trees.size();
+        extend(root, 0, order);
+        for (std::size_t i = before; i < trees.size(); ++i) {
+            planted.push_back({times(a, trees[i].at_stages), order, trees[i].density});
+        }
+    }
+    return trees;
+}
+
+/// sum_i b_i Phi_i(tree) = theta^order / gamma: how much the worst tree of up to the order misses.
+double worst_condition(const std::vector<Tree>& trees, const Weights& b, int order, double theta) {
+    double worst = 0;
+    for (const Tree& tree : trees) {
+        if (tree.order > order) continue;
+        double sum = 0;
+        for (std::size_t i = 0; i < stages; ++i) sum += b[i] * tree.at_stages[i];
+        worst = std::max(worst, std::fabs(sum - std::pow(theta, tree.order) / tree.density));
+    }
+    return worst;
+}
+
+template <class List>
+Weights padded(const List& list) {
+    Weights row{};
+    for (std::size_t m = 0; m < list.size() && m < 8; ++m) row[m] = list[m];
+    return row;
+}
+
+/// The Hermite prediction as a row: states are combinations of stages, too.
+Weights predicted(const verner::HermiteWeights<double>& w, const Weights& end,
+                  const Weights& middle) {
+    Weights row{};
+    for (std::size_t i = 0; i < stages; ++i) {
+        row[i] = w.state_end * end[i] + w.state_middle * middle[i];
+    }
+    row[0] += w.slope_start;
+    row[8] += w.slope_end;
+    row[9] += w.slope_middle;
+    return row;
+}
+
+TEST(Method, SatisfiesTheOrderConditionsOfAllTrees) {
+    Tableau a{};
+    for (std::size_t j = 1; j < 8; ++j) a[j] = padded(verner::a[j]);
+    const Weights end = padded(verner::b6);
+    Weights middle = padded(verner::d);
+    middle[8] = verner::d[8];
+    a[8] = end;
+    a[9] = middle;
+    a[10] = predicted(verner::at_090, end, middle);
+    a[11] = predicted(verner::at_095, end, middle);
+    const auto trees = rooted_trees(a, 6);
+    ASSERT_EQ(trees.size(), 37U);
+    EXPECT_LT(worst_condition(trees, padded(verner::b5), 5, 1), 1e-14);
+    EXPECT_GT(worst_condition(trees, padded(verner::b5), 6, 1), 1e-5) << "estimates nothing";
+    EXPECT_LT(worst_condition(trees, end, 6, 1), 1e-14);
+    EXPECT_LT(worst_condition(trees, middle, 5, 0.5), 1e-14);
+    for (const double theta : {0.1, 0.37, 0.5, 0.9, 1.2}) {
+        const Basis basis(theta);
+        Weights b = end;
+        for (double& weight : b) weight *= basis.d2;
+        b[0] += basis.d1;
+        b[8] += basis.d3;
+        b[9] += basis.d4;
+        b[10] += basis.d5;
+        b[11] += basis.d6;
+        EXPECT_NEAR(basis.d0 + basis.d2, 1, 1e-13);
+        EXPECT_LT(worst_condition(trees, b, 6, theta), 1e-13) << theta;
+    }
+}
+
+// ---- An owner without a handle -----------------------------------------------------------------
+
+/// A right-hand side with parameters and a context, which counts.
+struct Calls {
+    long count = 0;
+};
+void oscillator(double, const double* x, const double* c, double* out, void* context) {
+    ++static_cast<Calls*>(context)->count;
+    out[0] = x[1];
+    out[1] = -c[0] * c[0] * x[0];
+}
+
+/// x = sin(c t), integrated by steps until a crossing of x[0] = 0 downwards is inside one.
+struct Rotation {
+    double c;
+    Calls calls;
+    StepMemory<Verner65> memory{2};
+
+    std::pair<double, double> crossing() {
+        const auto rhs = [this](double t, const double* x, double* out) {
+            oscillator(t, x, &c, out, &calls);
+        };
+        StepWork& work = memory.work();
+        work.abs_tol = work.rel_tol = 1e-10;
+        std::array<double, 2> x{0, c};
+        double t = 0;
+        for (double h = 0.1; t == 0 || work.upper[0] > 0; t = work.t_last) {
+            const StepOutcome step = accepted_step<Verner65>(2, work, x.data(), t, h, rhs);
+            if (!step.accepted) return {};
+            h = step.next_h;
+            x = {work.upper[0], work.upper[1]};
+        }
+        describe_step(2, work);
+        StepInterpolant<Verner65, StateSums, decltype(rhs)> dense(2, work, rhs);
+        const auto cut = [&](double at) { return dense.at(at)[0]; };
+        const bool found = bisect_crossing({1e-10, 100}, work.t_first, work.t_last, 1, &t, cut);
+        return found ? std::pair(t, work.argument[1]) : std::pair(0.0, 0.0);
+    }
+};
+
+TEST(Method, ServesOwnersWithoutAHandle) {
+    Rotation slow{1, {}}, fast{3, {}};
+    for (Rotation* rotation : {&slow, &fast, &slow}) {  // nothing is shared between them
+        const auto [t, velocity] = rotation->crossing();
+        EXPECT_NEAR(t, 3.14159265358979 / rotation->c, 1e-9);
+        EXPECT_NEAR(velocity, -rotation->c, 1e-8);
+    }
+    EXPECT_GT(slow.calls.count, 100);
+
+    const Measurement m{1e-4, 0.5, 2, 8, 1};
+    double sums[1], v[1], lengths[1], scratch[1], y[1] = {1};
+    double t = 0;
+    struct {
+        int intervals = 0;
+        void after_interval(const GrowthSums&, unsigned long, unsigned long) { ++intervals; }
+    } sink;
+    const auto grow = [](double* time, double t1, double* state) {
+        *state *= std::exp2(0.25 * (t1 - *time));
+        *time = t1;
+    };
+    measure_spectrum(1, m, {sums, m.interval, 1}, {v, lengths, scratch}, &t, y, grow, sink);
+    EXPECT_NEAR(sums[0], 0.25, 1e-10);
+    EXPECT_EQ(sink.intervals, 8);
+    EXPECT_EQ(t, 5);
+}
+
+}  // namespace

@@ -1,0 +1,239 @@
+// Contiguous matrices: solutions put back into their systems, determinants, what is singular or not
+// a number, and the ends of the exponent range.
+#include "linalg/dense.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <limits>
+#include <random>
+#include <utility>
+#include <vector>
+
+using namespace trajex;
+
+namespace {
+
+using Complex = std::complex<double>;
+
+constexpr double inf = std::numeric_limits<double>::infinity();
+
+template <class Number>
+std::vector<Number> random_numbers(std::size_t count, unsigned seed) {
+    std::mt19937 engine(seed);
+    std::uniform_real_distribution<double> uniform(-1, 1);
+    std::vector<Number> x(count);
+    for (Number& value : x) {
+        value = uniform(engine);
+        if constexpr (!std::is_same_v<Number, double>) value += Complex(0, uniform(engine));
+    }
+    return x;
+}
+
+// C = A B, A rows x n, B n x k; the plain sums.
+template <class Number>
+std::vector<Number> product(const std::vector<Number>& A, const std::vector<Number>& B,
+                            std::size_t n, std::size_t k) {
+    const std::size_t rows = A.size() / n;
+    std::vector<Number> C(rows * k);
+    for (std::size_t i = 0; i < rows; ++i) {
+        for (std::size_t j = 0; j < n; ++j) {
+            for (std::size_t c = 0; c < k; ++c) C[i * k + c] += A[i * n + j] * B[j * k + c];
+        }
+    }
+    return C;
+}
+
+template <class Number>
+std::vector<Number> transposed(const std::vector<Number>& A, std::size_t columns) {
+    std::vector<Number> T(A.size());
+    const std::size_t rows = A.size() / columns;
+    for (std::size_t i = 0; i < A.size(); ++i) T[i % columns * rows + i / columns] = A[i];
+    return T;
+}
+
+template <class Number>
+double distance(const std::vector<Number>& x, const std::vector<Number>& y) {
+    double largest = x.size() == y.size() ? 0 : inf;
+    for (std::size_t i = 0; i < x.size(); ++i) largest = std::max(largest, std::abs(x[i] - y[i]));
+    return largest;
+}
+
+// All three solutions come back to B, and the determinant is that of a product of known ones.
+template <class Lu, class Number>
+void check_solutions(Lu& lu, std::size_t n, std::size_t k) {
+    SCOPED_TRACE(::testing::Message() << "n = " << n << ", k = " << k);
+    auto A = random_numbers<Number>(n * n, static_cast<unsigned>(n));
+    for (std::size_t i = 0; i < n; ++i) A[i * n + (i + 1) % n] += 4.0;  // well off the diagonal
+    const auto B = random_numbers<Number>(n * k, 7);
+    const double tolerance = 1e-14 * static_cast<double>(n);
+    ASSERT_TRUE(lu.decompose(A.data(), n));
+    EXPECT_FALSE(lu.singular());
+    auto X = B;
+    lu.solve_many(X.data(), k);
+    EXPECT_LT(distance(product(A, X, n, k), B), tolerance);
+    std::vector<Number> b(B.begin(), B.begin() + static_cast<std::ptrdiff_t>(n));
+    auto x = b;
+    lu.solve(x.data());
+    EXPECT_LT(distance(product(A, x, n, 1), b), tolerance);
+    x = b;
+    lu.solve_transposed(x.data());
+    EXPECT_LT(distance(product(transposed(A, n), x, n, 1), b), tolerance);
+}
+
+TEST(Dense, SolutionsSatisfyTheirSystems) {
+    DenseLu real(4);
+    ComplexLu complex(4);
+    for (const std::size_t n : {1, 2, 3, 5, 8, 9, 23, 64}) {
+        for (const std::size_t k : {1, 3, 21}) {
+            check_solutions<DenseLu, double>(real, n, k);
+            check_solutions<ComplexLu, Complex>(complex, n, k);
+        }
+    }
+    const DenseLu moved = std::move(real);
+    std::vector<double> b(64, 1.0);
+    moved.solve(b.data());
+    EXPECT_TRUE(std::isfinite(b[63]));
+}
+
+TEST(Dense, Determinants) {
+    const std::vector<double> A{0, 2, 1, 3, 0, 0, 0, 1, 5};  // -27
+    const Complex i(0, 1);
+    const std::vector<Complex> Z{0.0, 2.0, i, 3.0, 0.0, 0.0, 0.0, i, 5.0};  // -30 - 3
+    DenseLu real;
+    ComplexLu complex;
+    for (const double size : {1.0, 1e-200, 1e200}) {
+        auto scaled = A;
+        auto scaled_z = Z;
+        for (double& x : scaled) x *= size;
+        for (Complex& z : scaled_z) z *= size * i;
+        ASSERT_TRUE(real.decompose(scaled.data(), 3) && complex.decompose(scaled_z.data(), 3));
+        EXPECT_NEAR(real.log_abs_det(), std::log(27.0) + 3 * std::log(size), 1e-12 * 1400);
+        EXPECT_EQ(real.sign_det(), -1);
+        EXPECT_NEAR(complex.log_abs_det(), std::log(33.0) + 3 * std::log(size), 1e-12 * 1400);
+        EXPECT_NEAR(std::abs(complex.sign_det() - i), 0, 1e-15);  // -(i^3)
+        EXPECT_GT(real.pivot_ratio(), 0.1);
+    }
+}
+
+TEST(Dense, SingularMatricesGiveHugeSolutionsAndSaySo) {
+    DenseLu real;
+    ComplexLu complex;
+    const std::vector<std::vector<double>> matrices{{1, 2, 2, 4},
+                                                    {0, 0, 1, 1},
+                                                    {0, 1, 0, 1},
+                                                    {0, 0, 0, 0},
+                                                    {0x1p-1000, 0x1p-999, 0x1p-999, 0x1p-998}};
+    for (const auto& A : matrices) {
+        const std::vector<Complex> Z(A.begin(), A.end());
+        ASSERT_TRUE(real.decompose(A.data(), 2) && complex.decompose(Z.data(), 2));
+        EXPECT_TRUE(real.singular() && complex.singular());
+        EXPECT_EQ(real.sign_det(), 0);
+        EXPECT_EQ(real.log_abs_det(), -inf);
+        EXPECT_EQ(real.pivot_ratio(), 0);
+        double b[] = {1, -1};
+        Complex z[] = {1, -1};
+        real.solve(b);
+        complex.solve(z);
+        EXPECT_GT(std::max(std::fabs(b[0]), std::fabs(b[1])), 1e15);
+        EXPECT_GT(std::max(std::abs(z[0]), std::abs(z[1])), 1e15);
+    }
+    for (const double bad : {inf, -inf, std::nan("")}) {
+        const std::vector<double> A{1, 0, bad, 1};
+        const std::vector<Complex> Z{1, 0, Complex(0, bad), 1};
+        EXPECT_FALSE(real.decompose(A.data(), 2));
+        EXPECT_FALSE(complex.decompose(Z.data(), 2));
+    }
+}
+
+// A x = b with b the row sums: x is a vector of ones.
+TEST(Dense, SolvesAtTheEndsOfTheExponentRange) {
+    struct {
+        double first, second;  // sizes of the rows
+    } const cases[] = {{1e-310, 1e-310}, {1e-300, 3e-300}, {1e300, 1e300},  {1e-310, 1},
+                       {1, 1e-310},      {1e300, 1e-5},    {1e-300, 1e150}, {1e150, 1e-310}};
+    DenseLu lu;
+    for (const auto& [p, q] : cases) {
+        SCOPED_TRACE(::testing::Message() << p << ", " << q);
+        const std::vector<double> A{p, 2 * p, 3 * q, 1 * q};
+        ASSERT_TRUE(lu.decompose(A.data(), 2));
+        EXPECT_FALSE(lu.singular());
+        double b[] = {A[0] + A[1], A[2] + A[3]};
+        double transposed_b[] = {A[0] + A[2], A[1] + A[3]};
+        lu.solve(b);
+        EXPECT_NEAR(b[0], 1, 1e-12);
+        EXPECT_NEAR(b[1], 1, 1e-12);
+        if (p > 1e100 * q || q > 1e100 * p) continue;  // there the sums have lost a row
+        lu.solve_transposed(transposed_b);
+        EXPECT_NEAR(transposed_b[0], 1, 1e-12);
+        EXPECT_NEAR(transposed_b[1], 1, 1e-12);
+    }
+}
+
+TEST(Dense, EigenvaluesOfKnownMatrices) {
+    DenseEigen eigen(4);
+    for (const double size : {1.0, 1e-310, 1e-200, 1e200, 1e307}) {
+        SCOPED_TRACE(size);
+        // The companion matrix of (x - 1)(x + 2)(x^2 - 2x + 5).
+        std::vector<double> a{1, -1, -9, 10, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0};
+        for (double& x : a) x *= size;
+        double re[4], im[4];
+        ASSERT_TRUE(eigen.eigenvalues(4, a.data(), re, im));
+        std::vector<std::pair<double, double>> found;
+        for (int i = 0; i < 4; ++i) found.emplace_back(re[i] / size, im[i] / size);
+        std::sort(found.begin(), found.end());
+        const std::pair<double, double> expected[] = {{-2, 0}, {1, -2}, {1, 0}, {1, 2}};
+        for (std::size_t i = 0; i < 4; ++i) {
+            const auto same = [&](const auto& z) {
+                return std::hypot(z.first - expected[i].first, z.second - expected[i].second) <
+                       1e-11;
+            };
+            EXPECT_EQ(std::count_if(found.begin(), found.end(), same), 1) << i;
+        }
+    }
+    double re[2], im[2];
+    for (const double bad : {inf, std::nan("")}) {
+        std::vector<double> a{1, bad, 0, 1};
+        EXPECT_FALSE(eigen.eigenvalues(2, a.data(), re, im));
+    }
+}
+
+TEST(Dense, OrthogonalFactors) {
+    struct {
+        std::size_t rows, columns, lda;
+        double size;
+    } const cases[] = {{1, 1, 1, 1}, {4, 4, 4, 1},      {12, 4, 9, 1},
+                       {3, 7, 7, 1}, {6, 3, 3, 1e-300}, {6, 3, 3, 1e300}};
+    for (const auto& [rows, columns, lda, size] : cases) {
+        SCOPED_TRACE(::testing::Message() << rows << " x " << columns);
+        auto a = random_numbers<double>(rows * lda, 3);
+        std::fill_n(a.begin(), columns, 0.0);
+        for (double& x : a) x *= size;
+        const auto original = a;
+        Qr qr(columns, columns);
+        qr.factor(a.data(), rows, columns, lda);
+        auto R = original;
+        qr.apply_transposed(R.data(), columns, lda);
+        auto back = R;
+        qr.apply(back.data(), columns, lda);
+        EXPECT_LT(distance(back, original), 1e-14 * size);
+        for (std::size_t i = 0; i < rows; ++i) {
+            for (std::size_t j = 0; j < columns; ++j) {
+                const double expected = j >= i ? a[i * lda + j] : 0;
+                EXPECT_NEAR(R[i * lda + j] / size, expected / size, 1e-14);
+            }
+        }
+        for (std::size_t j = 0; j < columns; ++j) {  // columns keep their length
+            double before = 0, after = 0;
+            for (std::size_t i = 0; i < rows; ++i) {
+                before = std::hypot(before, original[i * lda + j]);
+                if (i <= j) after = std::hypot(after, a[i * lda + j]);
+            }
+            EXPECT_NEAR(after / size, before / size, 1e-14);
+        }
+    }
+}
+
+}  // namespace

@@ -1,0 +1,250 @@
+// The kernels of linear algebra: every bit as recorded, known spectra and solutions, matrices
+// that are singular, not finite, or could keep an iteration from ending.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <numbers>
+#include <vector>
+
+#include "checksums.hpp"
+#include "matrices.hpp"
+#include "systems.hpp"
+#include "tx.h"
+
+namespace {
+
+using namespace testing_support;
+using Complex = std::complex<double>;
+using Vector = std::vector<double>;
+
+Matrix random_matrix(std::size_t n, std::uint64_t seed) {
+    Numbers numbers(seed);
+    return Matrix::made(n, n, [&](std::size_t, std::size_t) { return numbers.next(); });
+}
+
+/// Matrices that take the branches: random, badly scaled, and with many equal pivots and zeros of
+/// both signs.
+std::vector<Matrix> branch_takers(std::size_t n) {
+    const Matrix random = random_matrix(n, n);
+    const auto made = [&](auto f) { return Matrix::made(n, n, f); };
+    return {random, made([&](std::size_t i, std::size_t j) {
+                return std::ldexp(random[i][j], 3 * int(i % 7) - 7 * int(j % 5));
+            }),
+            made([&](std::size_t i, std::size_t j) {
+                return std::copysign(std::fabs(random[i][j]) > 0.6 ? 1 : 0, random[i][j]);
+            })};
+}
+
+enum Stage { balanced, hessenberg, eigenvalues, factors, solutions, stages };
+
+// The sums were recorded when plain writings of the same algorithms gave the same bits.
+TEST(Kernels, GiveTheRecordedBits) {
+    Checksum sums[stages];
+    const auto add = [&sums](Stage stage, const Matrix& a, std::size_t n) {
+        for (std::size_t i = 0; i < n; ++i) sums[stage].add(a[i], n);
+    };
+    for (const std::size_t n : {1u, 2u, 3u, 4u, 5u, 7u, 8u, 9u, 13u, 20u, 33u, 71u, 130u, 200u}) {
+        const int order = int(n);
+        for (const Matrix& given : branch_takers(n)) {
+            Matrix a = given, lu = given;
+            Vector re(n, -1.0), im(n, -1.0), work(2 * n), b(n);
+            Balanc(a, order);
+            add(balanced, a, n);
+            Elmhes(a, order);
+            add(hessenberg, a, n);
+            Trajex tx{};
+            Hqr(&tx, a, order, re.data(), im.data());  // one is too much for it
+            sums[eigenvalues].add(re.data(), n);
+            sums[eigenvalues].add(im.data(), n);
+
+            std::vector<int> exchanges(n);
+            double parity = 0;
+            if (LUdcmp(&tx, order, lu, exchanges.data(), &parity, work.data()) != 1) continue;
+            add(factors, lu, n);
+            sums[factors].add(parity);
+            for (const std::size_t leading_zeros : {std::size_t{0}, n / 2}) {
+                for (std::size_t i = 0; i < n; ++i)
+                    b[i] = i < leading_zeros ? 0 : 1 / (1. + double(i));
+                LUbksb(order, lu, exchanges.data(), b.data());
+                sums[solutions].add(b.data(), n);
+            }
+            EXPECT_TRUE(a.untouched_outside() && lu.untouched_outside());
+        }
+    }
+    const std::uint64_t recorded[stages] = {72507004297872449u, 9462411142545025310u,
+                                            8383367271269602605u, 3375311616587587952u,
+                                            11036322994946373631u};
+    for (int stage = 0; stage < stages; ++stage) {
+        EXPECT_EQ(sums[stage].value(), recorded[stage]) << "stage " << stage;
+    }
+}
+
+struct Spectrum {
+    Vector re, im;
+    bool found;
+};
+
+Spectrum spectrum(Matrix a, std::size_t n) {
+    Trajex tx{};
+    Spectrum result{Vector(n, -1.0), Vector(n, -1.0), false};
+    result.found = TXEigen(&tx, int(n), a, result.re.data(), result.im.data()) == 1;
+    EXPECT_EQ(tx.ErrorCode, result.found ? 0 : 21);
+    return result;
+}
+
+/// Largest distance between the computed and the true eigenvalues, each matched to its nearest.
+double distance(const Matrix& a, std::vector<Complex> exact) {
+    const Spectrum computed = spectrum(a, exact.size());
+    double worst = 0;
+    for (std::size_t i = 0; i < computed.re.size(); ++i) {
+        const Complex value(computed.re[i], computed.im[i]);
+        const auto nearest = std::min_element(
+            exact.begin(), exact.end(),
+            [value](Complex p, Complex q) { return std::abs(p - value) < std::abs(q - value); });
+        worst = std::max(worst, std::abs(*nearest - value));
+        exact.erase(nearest);
+    }
+    return worst;
+}
+
+/// (I - 2 v v' / v'v) A (the same): a similar matrix with all elements filled.
+Matrix reflected(const Matrix& a, std::size_t n, std::uint64_t seed) {
+    const Matrix v = random_matrix(n, seed);
+    double vv = 0;
+    for (std::size_t i = 0; i < n; ++i) vv += v[0][i] * v[0][i];
+    const Matrix h = Matrix::made(n, n, [&](std::size_t i, std::size_t j) {
+        return (i == j ? 1 : 0) - 2 * v[0][i] * v[0][j] / vv;
+    });
+    return h * a * h;
+}
+
+// Real eigenvalues and pairs on the diagonal, hidden by orthogonal and by bad diagonal similarity.
+TEST(Eigen, KnownSpectraOfEveryOrder) {
+    for (std::size_t n = 0; n <= 30; ++n) {
+        Matrix blocks(n, n);
+        std::vector<Complex> exact(n);
+        for (std::size_t i = 0; i < n; ++i) exact[i] = blocks[i][i] = double(i) - 5.5;
+        for (std::size_t i = 1; i + 1 < n; i += 4) {
+            blocks[i + 1][i + 1] = blocks[i][i];
+            blocks[i][i + 1] = 0.5 * double(i);
+            blocks[i + 1][i] = -0.5 * double(i);
+            exact[i] = {blocks[i][i], 0.5 * double(i)};
+            exact[i + 1] = std::conj(exact[i]);
+        }
+        const Matrix full = reflected(reflected(blocks, n, 3), n, 4);
+        EXPECT_LT(distance(full, exact), 1e-12) << "n = " << n;
+        const Matrix badly_scaled = Matrix::made(n, n, [&](std::size_t i, std::size_t j) {
+            return full[i][j] * std::pow(10.0, 3 * (double(i % 5) - double(j % 5)));
+        });
+        EXPECT_LT(distance(badly_scaled, exact), 1e-11) << "n = " << n;
+    }
+}
+
+// The cyclic matrix is one that only the exceptional shifts move. A multiple eigenvalue is good to
+// the root of the precision only. What is not finite must end, and not be called a spectrum.
+TEST(Eigen, StubbornMatrices) {
+    constexpr std::size_t n = 12;
+    Matrix cyclic(n, n), repeated(n, n);
+    std::vector<Complex> unit_roots, twice;
+    for (std::size_t i = 0; i < n; ++i) {
+        cyclic[i][(i + 1) % n] = 1;
+        repeated[i][i] = i < 5 ? 2 : 3;
+        unit_roots.push_back(std::polar(1.0, 2 * std::numbers::pi * double(i) / n));
+        twice.emplace_back(repeated[i][i]);
+    }
+    EXPECT_LT(distance(cyclic, unit_roots), 1e-13);
+    EXPECT_LT(distance(reflected(repeated, n, 5), twice), 1e-7);
+    EXPECT_EQ(distance(repeated, twice), 0);
+    for (const double bad : {not_a_number, infinity, -infinity}) {
+        for (const std::size_t order : {1u, 2u, 3u, 10u, 60u}) {
+            for (const std::size_t row : {std::size_t{0}, order / 2, order - 1}) {
+                Matrix a = random_matrix(order, 11);
+                a[row][order / 3] = bad;
+                const Spectrum s = spectrum(a, order);
+                bool finite = true;
+                for (std::size_t i = 0; i < order; ++i) finite &= std::isfinite(s.re[i] + s.im[i]);
+                EXPECT_FALSE(s.found && finite) << bad << ' ' << order;
+            }
+        }
+    }
+}
+
+TEST(Eigenvector, SatisfiesItsEquation) {
+    for (const std::size_t n : {1u, 2u, 9u}) {
+        const Matrix a = reflected(
+            Matrix::made(n, n,
+                         [](std::size_t i, std::size_t j) { return i == j ? double(i) + 1 : 0.0; }),
+            n, 8);
+        for (std::size_t r = 1; r <= n; ++r) {
+            Matrix shifted = a;
+            Matrix v(n, 1);
+            Vector ev(n), ws(2 * n);
+            Trajex tx{};
+            EXPECT_EQ(TXEigenVector(&tx, int(n), shifted, double(r), ev.data(), ws.data()), 1);
+            for (std::size_t i = 0; i < n; ++i) v[i][0] = ev[i];
+            const Matrix image = a * v;
+            double squares = 0;
+            for (std::size_t i = 0; i < n; ++i) {
+                EXPECT_NEAR(image[i][0], double(r) * ev[i], 1e-12);
+                squares += ev[i] * ev[i];
+            }
+            EXPECT_NEAR(squares, 1, 1e-14);
+            EXPECT_GT(ev[n - 1], 0);
+        }
+    }
+}
+
+TEST(Lu, SolvesWithSmallBackwardError) {
+    for (const std::size_t n : {0u, 1u, 2u, 3u, 6u, 20u, 100u}) {
+        const Matrix a = random_matrix(n, 7);
+        Vector b(n, 1.0), work(2 * n);
+        Matrix factors = a;
+        Trajex tx{};
+        ASSERT_EQ(TXLinZero(&tx, int(n), factors, b.data(), work.data()), 1);
+        for (std::size_t i = 0; i < n; ++i) {
+            double residual = -1, size = 1;
+            for (std::size_t j = 0; j < n; ++j) {
+                residual += a[i][j] * b[j];
+                size += std::fabs(a[i][j] * b[j]);
+            }
+            EXPECT_LT(std::fabs(residual), 1e-15 * double(n) * size) << "n = " << n;
+        }
+    }
+}
+
+// A row of zeros is singular and stays; an unknown is not a zero. A zero pivot is raised, and of
+// equal candidates the later row is taken. An eigenvector of a singular pencil has length 1 anyway.
+TEST(SingularDeathTest, ReportsOnlyARowOfZeros) {
+    Trajex tx{};
+    double work[6], d = 0, er[3], ei[3], b[] = {1, 2, 3};
+    int indx[3];
+    Matrix same =
+        Matrix::made(2, 2, [](std::size_t i, std::size_t j) { return double((i + 1) * (j + 1)); });
+    EXPECT_EQ(LUdcmp(&tx, 2, same, indx, &d, work), 1);
+    EXPECT_TRUE(d == -1 && same[1][1] == 1e-20);
+
+    Matrix a = Matrix::made(
+        3, 3, [](std::size_t i, std::size_t j) { return i == 1 ? 0 : double(i + 2 * j * j); });
+    EXPECT_EQ(TXLinZero(&tx, 3, a, b, work), 0);
+    EXPECT_EQ(tx.ErrorCode, 22);
+    EXPECT_TRUE(a[0][2] == 8 && a[2][1] == 4 && b[0] == 1 && b[1] == 2 && b[2] == 3);
+    tx.TerminateOnFatalError = 1;
+    const auto ended = testing::ExitedWithCode(1);
+    EXPECT_EXIT(TXLinZero(&tx, 3, a, b, work), ended, "'LUdcmp'");
+    EXPECT_EXIT(LUdcmp(nullptr, 3, a, indx, &d, work), ended, "ERROR");
+    a[1][2] = not_a_number;
+    EXPECT_EQ(TXLinZero(&tx, 3, a, b, work), 1);
+    a = Matrix(3, 3, not_a_number);
+    EXPECT_EXIT(TXEigen(&tx, 3, a, er, ei), ended, "'Hqr': Too many");
+
+    tx.TerminateOnFatalError = 0;
+    Matrix nilpotent(2, 2);
+    nilpotent[0][1] = 1;
+    EXPECT_EQ(TXEigenVector(&tx, 2, nilpotent, 0, er, ei), 1);
+    EXPECT_EQ(tx.ErrorCode, 22);
+    EXPECT_DOUBLE_EQ(er[0] * er[0] + er[1] * er[1], 1);
+}
+
+}  // namespace
