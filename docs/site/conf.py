@@ -1,0 +1,18 @@
+"""The documentation site: pages in Markdown, the gallery made of its scripts, the reference from docstrings."""
+import re
+from pathlib import Path
+
+root = Path(__file__).resolve().parents[2]
+project = "tx"
+version = release = re.search(r'#define TX_VERSION "([0-9.]+)"', (root / "src/tx.h").read_text())[1]
+extensions = ["myst_parser", "sphinx.ext.autodoc", "sphinx.ext.mathjax", "sphinx_gallery.gen_gallery"]
+html_theme = "alabaster"
+html_theme_options = {"description": "Equilibria, cycles and bifurcations", "page_width": "1040px"}
+html_copy_source = False
+myst_enable_extensions = ["dollarmath"]
+autodoc_typehints = "description"
+autodoc_member_order = "bysource"
+sphinx_gallery_conf = {
+    "examples_dirs": str(root / "gallery"), "gallery_dirs": "gallery", "filename_pattern": r"\.py$",
+    "abort_on_example_error": True, "download_all_examples": False, "show_memory": False,
+}
