@@ -20,7 +20,7 @@
 namespace trajex {
 namespace {
 
-using Pair = std::array<std::size_t, 2>;
+using Indices = std::array<std::size_t, 2>;
 using Windows = std::array<tx::Window, 2>;
 
 BranchHead head_of(const SpecialData& special, std::vector<std::size_t> vary,
@@ -33,15 +33,15 @@ BranchHead head_of(const SpecialData& special, std::vector<std::size_t> vary,
             .parent = special.id};
 }
 
-BranchPtr nothing(const SpecialData& special, const Pair& vary, const Windows& windows,
+BranchPtr nothing(const SpecialData& special, const Indices& vary, const Windows& windows,
                   const std::string& reason) {
     return branch_without_points(special.point, {vary[0], vary[1]}, {windows[0], windows[1]},
                                  reason);
 }
 
 /// The problem with two parameters free at a special point, and z = (x, p1, p2).
-std::unique_ptr<EquilibriumProblem> equilibrium_below(const SpecialData& special, const Pair& vary,
-                                                      const Windows& windows,
+std::unique_ptr<EquilibriumProblem> equilibrium_below(const SpecialData& special,
+                                                      const Indices& vary, const Windows& windows,
                                                       const tx::Options& options,
                                                       std::vector<double>& z) {
     std::unique_ptr<Problem> problem = make_problem(special.point, vary, windows, options, z);
@@ -58,7 +58,7 @@ std::vector<double> with_unknown(const std::vector<double>& z, double value) {
     return out;
 }
 
-void check_windows(const SpecialData& special, const Pair& vary, const Windows& windows) {
+void check_windows(const SpecialData& special, const Indices& vary, const Windows& windows) {
     for (std::size_t j = 0; j < 2; ++j) {
         const tx::Window& window = windows[j];
         check_window(window, "window of " + special.point.model->parameters[vary[j]]);
@@ -73,7 +73,7 @@ void check_windows(const SpecialData& special, const Pair& vary, const Windows& 
 }
 
 template <class Curve>
-BranchPtr run_curve(const SpecialData& special, const Pair& vary, const Windows& windows,
+BranchPtr run_curve(const SpecialData& special, const Indices& vary, const Windows& windows,
                     const tx::Options& options, Curve& curve, const std::vector<double>& z) {
     check_windows(special, vary, windows);
     if (!curve.begin(z.data()))
@@ -157,7 +157,7 @@ std::vector<BranchPtr> branches_from_branch_point(const BranchPtr& branch, std::
     return out;
 }
 
-BranchPtr fold_curve(const BranchPtr& branch, std::size_t special, Pair vary, Windows windows,
+BranchPtr fold_curve(const BranchPtr& branch, std::size_t special, Indices vary, Windows windows,
                      const tx::Options& options) {
     const SpecialData& point = branch->specials[special];
     std::vector<double> z;
@@ -168,7 +168,7 @@ BranchPtr fold_curve(const BranchPtr& branch, std::size_t special, Pair vary, Wi
     return run_curve(point, vary, windows, options, curve, z);
 }
 
-BranchPtr hopf_curve(const BranchPtr& branch, std::size_t special, Pair vary, Windows windows,
+BranchPtr hopf_curve(const BranchPtr& branch, std::size_t special, Indices vary, Windows windows,
                      const tx::Options& options) {
     const SpecialData& point = branch->specials[special];
     std::vector<double> z;
@@ -178,7 +178,7 @@ BranchPtr hopf_curve(const BranchPtr& branch, std::size_t special, Pair vary, Wi
     return run_curve(point, vary, windows, options, curve, with_unknown(z, start_kappa(point)));
 }
 
-BranchPtr branch_point_curve(const BranchPtr& branch, std::size_t special, Pair vary,
+BranchPtr branch_point_curve(const BranchPtr& branch, std::size_t special, Indices vary,
                              Windows windows, const tx::Options& options) {
     const SpecialData& point = branch->specials[special];
     std::vector<double> z;
@@ -189,7 +189,7 @@ BranchPtr branch_point_curve(const BranchPtr& branch, std::size_t special, Pair 
     return run_curve(point, vary, windows, options, curve, with_unknown(z, 0));
 }
 
-BranchPtr other_curve(const BranchPtr& branch, std::size_t special, Pair vary, Windows windows,
+BranchPtr other_curve(const BranchPtr& branch, std::size_t special, Indices vary, Windows windows,
                       const tx::Options& options) {
     return branch->kind == "LP curve" ? hopf_curve(branch, special, vary, windows, options)
                                       : fold_curve(branch, special, vary, windows, options);

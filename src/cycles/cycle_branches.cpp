@@ -63,13 +63,13 @@ std::unique_ptr<CycleProblem> problem_at(const PointData& point, std::span<const
 }
 
 /// What both kinds of branches need: the branch's parameter with its window.
-struct Place {
+struct Departure {
     const SpecialData& special;
     std::vector<std::size_t> vary;
     std::vector<tx::Window> windows;
     const tx::Options& options;
 
-    Place(const BranchPtr& branch, std::size_t index, const tx::Options& given)
+    Departure(const BranchPtr& branch, std::size_t index, const tx::Options& given)
         : special(branch->specials[index]),
           vary(branch->vary),
           windows(branch->windows),
@@ -107,7 +107,7 @@ std::unique_ptr<Problem> make_cycle_problem(const PointData& point,
 
 std::vector<BranchPtr> cycles_from_hopf(const BranchPtr& branch, std::size_t special,
                                         const tx::Options& options) {
-    const Place place(branch, special, options);
+    const Departure place(branch, special, options);
     if (place.vary.size() != 1) return place.nothing("cycles are followed in one parameter");
     const PointData& point = place.special.point;
     HopfPoint hopf{.state = point.state.empty() ? point.description.state : point.state,
@@ -130,7 +130,7 @@ std::vector<BranchPtr> cycles_from_hopf(const BranchPtr& branch, std::size_t spe
 
 std::vector<BranchPtr> cycles_from_doubling(const BranchPtr& branch, std::size_t special,
                                             const tx::Options& options) {
-    const Place place(branch, special, options);
+    const Departure place(branch, special, options);
     if (place.vary.size() != 1) return place.nothing("cycles are followed in one parameter");
     const std::unique_ptr<CycleProblem> problem =
         problem_at(place.special.point, place.vary, place.windows, options);
