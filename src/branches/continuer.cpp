@@ -599,6 +599,11 @@ void Continuer::finish_event(Located& located) {
     finding.bracket[1] = most;
     finding.z = at.z;
     finding.tangent = at.tangent;
+    if (located.what.branch || located.what.curved || located.what.real_pairs) {
+        // Where the kernel is larger any vector of it is a tangent to the solver.
+        for (std::size_t i = 0; i < finding.tangent.size(); ++i)
+            finding.tangent[i] = 0.5 * (located.before.tangent[i] + located.after.tangent[i]);
+    }
     finding.spectrum = at.spectrum;
     finding.error = location_error(located);
     judge(located, finding);

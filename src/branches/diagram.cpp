@@ -34,15 +34,20 @@ bool can_be_entered(std::string_view type) {
     });
 }
 
-/// Whether two records are of the same point of two branches.
+/// Whether two records are of the same point of two branches. A Hopf point at which a branch of
+/// cycles ends is that of the equilibria: there the cycle is a point, and its period no property
+/// of it.
 bool same_point(const SpecialData& a, const SpecialData& b, double width, std::size_t parameter) {
-    if (a.finding.type != b.finding.type || a.point.kind != b.point.kind) return false;
+    if (a.finding.type != b.finding.type) return false;
     const Description& p = a.point.description;
     const Description& q = b.point.description;
     constexpr double close = 1e-5;
     if (std::abs(p.parameters[parameter] - q.parameters[parameter]) > close * width) return false;
     const double size = std::max({p.norm, q.norm, 1e-3});
-    if (std::abs(p.period - q.period) > close * std::max(p.period, q.period)) return false;
+    if (a.finding.type != "H") {
+        if (a.point.kind != b.point.kind) return false;
+        if (std::abs(p.period - q.period) > close * std::max(p.period, q.period)) return false;
+    }
     for (std::size_t i = 0; i < p.state.size(); ++i) {
         if (std::abs(p.state[i] - q.state[i]) > close * size) return false;
     }

@@ -479,6 +479,7 @@ bool CycleProblem::hopf_end(const double* z, Finding& finding) {
     finding.z[state_size()] = 2 * std::numbers::pi / hopf.omega;
     finding.z[state_size() + 1] = hopf.parameters[vary_[0]];
     finding.error = 1e-10 * settings_.widths[0];
+    finding.coefficients.push_back({"omega", hopf.omega, 0});
     return true;
 }
 
