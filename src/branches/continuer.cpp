@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "branches/locate.hpp"
+#include "linalg/vectors.hpp"
 
 namespace trajex {
 namespace {
@@ -46,12 +47,6 @@ tx::StopReason stop_reason(std::string_view text) {
     if (text == "branch_point") return branch_point;
     if (text == "user") return user;
     return inconsistent;
-}
-
-double product(const std::vector<double>& a, const std::vector<double>& b) {
-    double sum = 0;
-    for (std::size_t i = 0; i < a.size(); ++i) sum += a[i] * b[i];
-    return sum;
 }
 
 /// A place of the step where the run ends.
@@ -205,7 +200,7 @@ void Continuer::remember_start() {
 double Continuer::beyond_start(const Sample& x) const {
     const std::size_t first = x.z.size() - problem_.active_parameters();
     const double value =
-        start_row_.empty() ? start_sign_ * x.z[first + start_parameter_] : product(start_row_, x.z);
+        start_row_.empty() ? start_sign_ * x.z[first + start_parameter_] : dot(start_row_, x.z);
     return value - start_value_;
 }
 

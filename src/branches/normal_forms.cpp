@@ -16,28 +16,28 @@ namespace trajex {
 namespace {
 
 using Complex = Forms::Complex;
-using Vector = Forms::Vector;
+using ComplexVector = Forms::Vector;
 using Real = std::vector<double>;
 
 constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
 
 // ---- Vectors ----
 
-Vector complex(const Real& v) {
+ComplexVector complex(const Real& v) {
     return {v.begin(), v.end()};
 }
 
-Vector conj(Vector v) {
+ComplexVector conj(ComplexVector v) {
     for (Complex& z : v) z = std::conj(z);
     return v;
 }
 /// What has no value.
-Vector undefined(std::size_t n) {
-    Vector v(n, not_a_number);
+ComplexVector undefined(std::size_t n) {
+    ComplexVector v(n, not_a_number);
     return v;
 }
 /// <u, v> = conj(u)' v.
-Complex dot(const Vector& u, const Vector& v) {
+Complex inner(const ComplexVector& u, const ComplexVector& v) {
     Complex sum = 0;
     for (std::size_t i = 0; i < u.size(); ++i) sum += std::conj(u[i]) * v[i];
     return sum;
@@ -52,11 +52,11 @@ V plus(V u, typename V::value_type factor, const V& v) {
     for (std::size_t i = 0; i < u.size(); ++i) u[i] += factor * v[i];
     return u;
 }
-double norm(const Vector& v) {
-    return std::sqrt(dot(v, v).real());
+double norm(const ComplexVector& v) {
+    return std::sqrt(inner(v, v).real());
 }
 
-Vector unit(Vector v) {
+ComplexVector unit(ComplexVector v) {
     const double length = norm(v);
     return times(1 / length, std::move(v));
 }
@@ -64,14 +64,15 @@ Vector unit(Vector v) {
 /// factor F(arguments), a summand of a right-hand side.
 struct Summand {
     double factor = 0;
-    std::initializer_list<Vector> arguments;
+    std::initializer_list<ComplexVector> arguments;
 };
 /// The sum, and the sum of the sizes of what was added, by which rounding is judged.
-Vector sum_of(Forms& forms, std::initializer_list<Summand> summands, double* size = nullptr) {
-    Vector sum(forms.size());
+ComplexVector sum_of(Forms& forms, std::initializer_list<Summand> summands,
+                     double* size = nullptr) {
+    ComplexVector sum(forms.size());
     if (size != nullptr) *size = 0;
     for (const Summand& s : summands) {
-        const Vector form = forms(s.arguments);
+        const ComplexVector form = forms(s.arguments);
         sum = plus(std::move(sum), s.factor, form);
         if (size != nullptr) *size += std::fabs(s.factor) * norm(form);
     }
@@ -81,7 +82,7 @@ Vector sum_of(Forms& forms, std::initializer_list<Summand> summands, double* siz
 // ---- Linear systems with A ----
 
 /// h of (z - A) h = r.
-Vector resolvent(const Forms& forms, Complex z, Vector r) {
+ComplexVector resolvent(const Forms& forms, Complex z, ComplexVector r) {
     const std::size_t n = forms.size();
     ComplexLu lu(n);
     Complex* const matrix = lu.matrix(n);
@@ -100,8 +101,8 @@ Vector resolvent(const Forms& forms, Complex z, Vector r) {
 ///
 ///     [ z - A    q ] [h]   [r]
 ///     [ p*       0 ] [g] = [0]
-Vector bordered_resolvent(const Forms& forms, Complex z, const Vector& q, const Vector& p,
-                          Vector r) {
+ComplexVector bordered_resolvent(const Forms& forms, Complex z, const ComplexVector& q,
+                                 const ComplexVector& p, ComplexVector r) {
     const std::size_t n = forms.size();
     ComplexLu lu(n + 1);
     Complex* const matrix = lu.matrix(n + 1);
@@ -120,7 +121,7 @@ Vector bordered_resolvent(const Forms& forms, Complex z, const Vector& q, const 
     return r;
 }
 
-Real real_parts(const Vector& v) {
+Real real_parts(const ComplexVector& v) {
     Real r;
     for (const Complex& z : v) r.push_back(z.real());
     return r;
@@ -129,7 +130,7 @@ Real real_parts(const Vector& v) {
 // ---- Critical eigenvectors ----
 
 /// Turns q so that its largest component is real and positive, of unit length.
-Vector normalised(Vector q) {
+ComplexVector normalised(ComplexVector q) {
     const auto larger = [](const Complex& u, const Complex& v) {
         return std::norm(u) < std::norm(v);
     };
@@ -139,8 +140,8 @@ Vector normalised(Vector q) {
 }
 
 struct Eigenvectors {
-    Vector q;
-    Vector p;
+    ComplexVector q;
+    ComplexVector p;
 };
 
 /// Null vectors of z - A, right (q) and left (p), by inverse iteration with the matrix and its
@@ -154,7 +155,7 @@ Eigenvectors null_vectors(const Forms& forms, Complex z) {
         for (std::size_t j = 0; j < n; ++j) matrix[i * n + j] = -forms.jacobian()[i * n + j];
         matrix[i * n + i] += z;
     }
-    Eigenvectors vectors{Vector(n), Vector(n)};
+    Eigenvectors vectors{ComplexVector(n), ComplexVector(n)};
     if (!lu.decompose_in_place()) return {undefined(n), undefined(n)};
     // A start that no symmetry makes orthogonal to what is looked for.
     for (std::size_t i = 0; i < n; ++i) vectors.q[i] = 1 + 0.37 * std::sin(1.0 + 2.3 * double(i));
@@ -173,7 +174,7 @@ Eigenvectors null_vectors(const Forms& forms, Complex z) {
 /// The same, <p, q> = 1. Infinite where the eigenvalue is defective.
 Eigenvectors eigenvectors(const Forms& forms, Complex z) {
     Eigenvectors vectors = null_vectors(forms, z);
-    const Complex product = dot(vectors.p, vectors.q);
+    const Complex product = inner(vectors.p, vectors.q);
     vectors.p = times(1.0 / std::conj(product), std::move(vectors.p));
     return vectors;
 }
@@ -245,34 +246,34 @@ ZeroForm fold_form(Forms& forms) {
     ZeroForm form{real_parts(v.q), real_parts(v.p), {}, {not_a_number, 0}};
     form.a = estimates<1>(forms, [&] {
         double size = 0;
-        const Vector B = sum_of(forms, {{0.5, {v.q, v.q}}}, &size);
-        return Sums<1>{{dot(v.p, B).real()}, {norm(v.p) * size}};
+        const ComplexVector B = sum_of(forms, {{0.5, {v.q, v.q}}}, &size);
+        return Sums<1>{{inner(v.p, B).real()}, {norm(v.p) * size}};
     })[0];
     return form;
 }
 
 ZeroForm cusp_form(Forms& forms) {
     ZeroForm form = fold_form(forms);
-    const Vector q = complex(form.q);
-    const Vector p = complex(form.p);
+    const ComplexVector q = complex(form.q);
+    const ComplexVector p = complex(form.p);
     // c = <p, C(q,q,q) + 3 B(q,h)> / 6,  A h = -(B(q,q) - 2 a q),  <p, h> = 0.
     form.c = estimates<1>(forms, [&] {
-        const Vector B = forms({q, q});
-        const Vector r = plus(B, -dot(p, B), q);
-        const Vector h = bordered_resolvent(forms, 0, q, p, r);
+        const ComplexVector B = forms({q, q});
+        const ComplexVector r = plus(B, -inner(p, B), q);
+        const ComplexVector h = bordered_resolvent(forms, 0, q, p, r);
         double size = 0;
-        const Vector sum = sum_of(forms, {{1.0 / 6, {q, q, q}}, {0.5, {q, h}}}, &size);
-        return Sums<1>{{dot(p, sum).real()}, {norm(p) * size}};
+        const ComplexVector sum = sum_of(forms, {{1.0 / 6, {q, q, q}}, {0.5, {q, h}}}, &size);
+        return Sums<1>{{inner(p, sum).real()}, {norm(p) * size}};
     })[0];
     return form;
 }
 
-Complex eigenvalue_slope(Forms& forms, const Vector& q, const Vector& p, const Real& x_s,
-                         const Real& c_s) {
-    Vector along = complex(x_s);
+Complex eigenvalue_slope(Forms& forms, const ComplexVector& q, const ComplexVector& p,
+                         const Real& x_s, const Real& c_s) {
+    ComplexVector along = complex(x_s);
     along.insert(along.end(), c_s.begin(), c_s.end());
     const auto [re, im] = estimates<2>(forms, [&] {
-        const Complex slope = dot(p, forms({q, along}));
+        const Complex slope = inner(p, forms({q, along}));
         return Sums<2>{{slope.real(), slope.imag()}, {std::abs(slope), std::abs(slope)}};
     });
     return {re.value, im.value};
@@ -289,14 +290,14 @@ HopfForm hopf_form(Forms& forms, double omega) {
     form.real_part = lambda.real();
     form.q = v.q;
     form.p = v.p;
-    const Vector qb = conj(v.q);
+    const ComplexVector qb = conj(v.q);
     const auto compute = [&] {
         form.h11 = resolvent(forms, 0, forms({v.q, qb}));
         form.h20 = resolvent(forms, Complex(0, 2 * form.omega), forms({v.q, v.q}));
         double size = 0;
-        const Vector sum = sum_of(
+        const ComplexVector sum = sum_of(
             forms, {{0.5, {v.q, v.q, qb}}, {1, {v.q, form.h11}}, {0.5, {qb, form.h20}}}, &size);
-        const Complex product = dot(v.p, sum);
+        const Complex product = inner(v.p, sum);
         size *= norm(v.p);
         return Sums<2>{{product.real(), product.imag()}, {size, size}};
     };
@@ -353,8 +354,8 @@ TakensBogdanovForm takens_bogdanov_form(Forms& forms) {
     form.p0.resize(n);
     form.p0 = plus(form.p0, -dot(form.p0, form.q1), form.p1);
 
-    const Vector q0 = complex(form.q0);
-    const Vector q1 = complex(form.q1);
+    const ComplexVector q0 = complex(form.q0);
+    const ComplexVector q1 = complex(form.q1);
     const auto [a, b] = estimates<2>(forms, [&] {
         const Real B00 = real_parts(forms({q0, q0}));
         const Real B01 = real_parts(forms({q0, q1}));
@@ -377,55 +378,55 @@ BautinForm bautin_form(Forms& forms, double omega) {
     if (forms.highest_order() < 5 || lambda == 0.0) return form;
     const auto [q, p] = eigenvectors(forms, lambda);
     const Complex i_omega(0, form.omega);
-    const Vector qb = conj(q);
+    const ComplexVector qb = conj(q);
 
-    const Vector h11 = resolvent(forms, 0, forms({q, qb}));
-    const Vector h20 = resolvent(forms, 2.0 * i_omega, forms({q, q}));
-    const Vector h20b = conj(h20);
-    const Vector h30 =
+    const ComplexVector h11 = resolvent(forms, 0, forms({q, qb}));
+    const ComplexVector h20 = resolvent(forms, 2.0 * i_omega, forms({q, q}));
+    const ComplexVector h20b = conj(h20);
+    const ComplexVector h30 =
         resolvent(forms, 3.0 * i_omega, sum_of(forms, {{1, {q, q, q}}, {3, {q, h20}}}));
 
-    const Vector r21 = sum_of(forms, {{1, {q, q, qb}}, {2, {q, h11}}, {1, {qb, h20}}});
-    const Complex G21 = dot(p, r21);
-    const Vector h21 = bordered_resolvent(forms, i_omega, q, p, plus(r21, -G21, q));
-    const Vector h21b = conj(h21);
+    const ComplexVector r21 = sum_of(forms, {{1, {q, q, qb}}, {2, {q, h11}}, {1, {qb, h20}}});
+    const Complex G21 = inner(p, r21);
+    const ComplexVector h21 = bordered_resolvent(forms, i_omega, q, p, plus(r21, -G21, q));
+    const ComplexVector h21b = conj(h21);
 
-    const Vector r31 = sum_of(forms, {{1, {q, q, q, qb}},
-                                      {3, {q, q, h11}},
-                                      {3, {q, qb, h20}},
-                                      {3, {h20, h11}},
-                                      {1, {qb, h30}},
-                                      {3, {q, h21}}});
-    const Vector h31 = resolvent(forms, 2.0 * i_omega, plus(r31, -3.0 * G21, h20));
-    const Vector r22 = sum_of(forms, {{1, {q, q, qb, qb}},
-                                      {4, {q, qb, h11}},
-                                      {1, {qb, qb, h20}},
-                                      {1, {q, q, h20b}},
-                                      {2, {h11, h11}},
-                                      {2, {q, h21b}},
-                                      {2, {qb, h21}},
-                                      {1, {h20b, h20}}});
-    const Vector h22 = resolvent(forms, 0, plus(r22, -4 * G21.real(), h11));
+    const ComplexVector r31 = sum_of(forms, {{1, {q, q, q, qb}},
+                                             {3, {q, q, h11}},
+                                             {3, {q, qb, h20}},
+                                             {3, {h20, h11}},
+                                             {1, {qb, h30}},
+                                             {3, {q, h21}}});
+    const ComplexVector h31 = resolvent(forms, 2.0 * i_omega, plus(r31, -3.0 * G21, h20));
+    const ComplexVector r22 = sum_of(forms, {{1, {q, q, qb, qb}},
+                                             {4, {q, qb, h11}},
+                                             {1, {qb, qb, h20}},
+                                             {1, {q, q, h20b}},
+                                             {2, {h11, h11}},
+                                             {2, {q, h21b}},
+                                             {2, {qb, h21}},
+                                             {1, {h20b, h20}}});
+    const ComplexVector h22 = resolvent(forms, 0, plus(r22, -4 * G21.real(), h11));
 
     double size = 0;
-    const Vector r32 = sum_of(forms,
-                              {{1, {q, q, q, qb, qb}},
-                               {1, {q, q, q, h20b}},
-                               {3, {q, qb, qb, h20}},
-                               {6, {q, q, qb, h11}},
-                               {1, {qb, qb, h30}},
-                               {3, {q, q, h21b}},
-                               {6, {q, qb, h21}},
-                               {3, {q, h20b, h20}},
-                               {6, {q, h11, h11}},
-                               {6, {qb, h20, h11}},
-                               {2, {qb, h31}},
-                               {3, {q, h22}},
-                               {1, {h20b, h30}},
-                               {3, {h21b, h20}},
-                               {6, {h11, h21}}},
-                              &size);
-    form.re_c2 = {dot(p, r32).real() / 12, 1e-13 * norm(p) * size};
+    const ComplexVector r32 = sum_of(forms,
+                                     {{1, {q, q, q, qb, qb}},
+                                      {1, {q, q, q, h20b}},
+                                      {3, {q, qb, qb, h20}},
+                                      {6, {q, q, qb, h11}},
+                                      {1, {qb, qb, h30}},
+                                      {3, {q, q, h21b}},
+                                      {6, {q, qb, h21}},
+                                      {3, {q, h20b, h20}},
+                                      {6, {q, h11, h11}},
+                                      {6, {qb, h20, h11}},
+                                      {2, {qb, h31}},
+                                      {3, {q, h22}},
+                                      {1, {h20b, h30}},
+                                      {3, {h21b, h20}},
+                                      {6, {h11, h21}}},
+                                     &size);
+    form.re_c2 = {inner(p, r32).real() / 12, 1e-13 * norm(p) * size};
     form.l2 = {form.re_c2.value / form.omega, form.re_c2.error / form.omega};
     return form;
 }

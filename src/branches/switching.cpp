@@ -12,24 +12,18 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
-#include <numeric>
 #include <string>
 #include <utility>
 
 #include "branches/bordered_newton.hpp"
 #include "branches/derivatives.hpp"
 #include "branches/kernel.hpp"
+#include "linalg/vectors.hpp"
 
 namespace trajex {
 namespace {
 
 using Vector = std::vector<double>;
-
-double product(const Vector& a, const Vector& b) {
-    double sum = 0;
-    for (std::size_t i = 0; i < a.size(); ++i) sum += a[i] * b[i];
-    return sum;
-}
 
 Vector moved(const Vector& z, const Vector& direction, double by) {
     Vector out(z);
@@ -156,9 +150,9 @@ bool Analysis::directions(Crossing& crossing, const Vector& tangent) {
     const double* psi = crossing.psi.data();
     if (!derivatives_.second(crossing.z.data(), n1.data(), 1, psi, r1.data(), true)) return false;
     if (!derivatives_.second(crossing.z.data(), n2.data(), 1, psi, r2.data(), true)) return false;
-    const double c11 = product(r1, n1);
-    const double c12 = (product(r1, n2) + product(r2, n1)) / 2;
-    const double c22 = product(r2, n2);
+    const double c11 = dot(r1, n1);
+    const double c12 = (dot(r1, n2) + dot(r2, n1)) / 2;
+    const double c22 = dot(r2, n2);
     const double size = std::max({std::abs(c11), std::abs(c12), std::abs(c22)});
     const double discriminant = c12 * c12 - c11 * c22;
     constexpr double degenerate = 1e-6;
@@ -219,8 +213,8 @@ bool Analysis::describe_curve(Crossing& crossing) {
     Vector r(n);
     if (!derivatives_.second(crossing.z.data(), phi.data(), 1, crossing.psi.data(), r.data(), true))
         return false;
-    const double c12 = product(r, trunk);
-    const double c22 = product(r, phi);
+    const double c12 = dot(r, trunk);
+    const double c22 = dot(r, phi);
     crossing.slope = -c22 / (2 * c12);
     const double error = derivatives_.error();
     crossing.slope_error =
@@ -254,7 +248,7 @@ bool Analysis::curvature(Crossing& crossing, double c12) {
     problem_.solve(h.data());
     Vector r(n);
     if (!derivatives_.second(z, phi, 1, crossing.psi.data(), r.data(), true)) return false;
-    const double second = std::inner_product(r.begin(), r.end(), h.begin(), 0.0);
+    const double second = dot(r.data(), h.data(), n);
     crossing.curvature = -(third + 3 * second) / (6 * c12);
     crossing.curvature_error = (third_error + 3 * derivatives_.error() * metric().norm(h.data()) +
                                 3 * single_difference * std::abs(second)) /
@@ -297,7 +291,7 @@ Crossing Analysis::cross(const Vector& z, const Vector& tangent) {
 bool Analysis::beside(const Vector& z, const Vector& direction, double xi, Vector& out) {
     metric().row(direction.data(), row_.data());
     out = moved(z, direction, xi);
-    return static_cast<bool>(newton_.correct(out, row_.data(), product(row_, out), metric()));
+    return static_cast<bool>(newton_.correct(out, row_.data(), dot(row_, out), metric()));
 }
 
 // The first point of a half branch must not have fallen back onto the branch at hand: the part of z

@@ -7,7 +7,9 @@
 #include <complex>
 #include <limits>
 
+#include "branches/metric.hpp"
 #include "linalg/dense.hpp"
+#include "linalg/vectors.hpp"
 
 namespace trajex {
 
@@ -16,12 +18,8 @@ namespace {
 constexpr std::size_t samples = 64;
 
 std::vector<double> sample(const Orbit& orbit, const std::vector<double>& scale, double shift) {
-    std::vector<double> points(samples * orbit.states);
-    for (std::size_t k = 0; k < samples; ++k) {
-        double* const point = &points[k * orbit.states];
-        orbit.at(static_cast<double>(k) / samples + shift, point);
-        for (std::size_t a = 0; a < orbit.states; ++a) point[a] /= scale[a];
-    }
+    std::vector<double> points = orbit.sampled(samples, shift);
+    for (std::size_t i = 0; i < points.size(); ++i) points[i] /= scale[i % orbit.states];
     return points;
 }
 
@@ -163,37 +161,27 @@ bool correct_at_fixed_parameters(Problem& problem, std::vector<double>& z, doubl
     const std::size_t d = size - N;
     std::vector<double> rows(d * size, 0.0);
     for (std::size_t k = 0; k < d; ++k) rows[k * size + N + k] = 1;
-    std::vector<double> weights(size);
-    problem.metric(weights);
+    const Metric metric(problem);
     std::vector<double> step(size);
     std::vector<double> trial(size);
     std::vector<double> f(N);
     double before = std::numeric_limits<double>::infinity();
     for (int i = 0; i < most_steps; ++i) {
         if (!problem.linearise(z.data(), f.data())) return false;
-        double residual = 0;
-        for (const double v : f) residual = std::hypot(residual, v);
+        const double residual = euclidean(f);
         if (!problem.factor({0, rows.data(), nullptr})) return false;
         std::fill(step.begin(), step.end(), 0.0);
         for (std::size_t k = 0; k < N; ++k) step[k] = -f[k];
         problem.solve(step.data());
-        double length = 0;
-        double norm = 0;
-        for (std::size_t k = 0; k < size; ++k) {
-            length += weights[k] * step[k] * step[k];
-            norm += weights[k] * z[k] * z[k];
-        }
-        length = std::sqrt(length);
+        const double length = metric.norm(step.data());
         if (!std::isfinite(length)) return false;
-
-        double factor = std::min(1.0, (0.5 + 0.5 * std::sqrt(norm)) / length);
-        for (; factor > 1e-4; factor *= 0.5) {
+        const auto improves = [&](double factor) {
             for (std::size_t k = 0; k < size; ++k) trial[k] = z[k] + factor * step[k];
-            if (!problem.residual(trial.data(), f.data())) continue;
-            double next = 0;
-            for (const double v : f) next = std::hypot(next, v);
-            if (next <= residual * (1 - 0.1 * factor) || length < 1e-6) break;
-        }
+            return problem.residual(trial.data(), f.data()) &&
+                   (euclidean(f) <= residual * (1 - 0.1 * factor) || length < 1e-6);
+        };
+        double factor = std::min(1.0, 0.5 * (1 + metric.norm(z.data())) / length);
+        while (factor > 1e-4 && !improves(factor)) factor *= 0.5;
         if (factor <= 1e-4) return false;
         z = trial;
         if (length <= tolerance || (length < 1e-8 && length >= 0.3 * before)) return true;

@@ -11,7 +11,7 @@ namespace trajex {
 struct GaussRule {
     static constexpr std::size_t m_max = 7;
 
-    explicit GaussRule(std::size_t m);
+    explicit GaussRule(std::size_t order);
 
     std::size_t m;
     double zeta[m_max];              ///< Gauss points in (0, 1)

@@ -163,6 +163,12 @@ bool ProductEigenvalues::group_eigenvalues(std::size_t first, std::size_t size, 
         carried += e * std::numbers::ln2;
     }
     if (!eigen_.eigenvalues(size, product_.data(), re_.data(), im_.data())) return false;
+    append_exponents(size, carried, out);
+    return true;
+}
+
+// The logarithms of the eigenvalues found, of the product divided by e^carried.
+void ProductEigenvalues::append_exponents(std::size_t size, double carried, Spectrum& out) const {
     for (std::size_t k = 0; k < size; ++k) {
         const double modulus = std::hypot(re_[k], im_[k]);
         const bool real = std::fabs(im_[k]) <= real_tolerance * modulus;
@@ -175,7 +181,6 @@ bool ProductEigenvalues::group_eigenvalues(std::size_t first, std::size_t size, 
         exponent.resolved = modulus > 0;
         out.push_back(exponent);
     }
-    return true;
 }
 
 bool ProductEigenvalues::compute(std::size_t d, std::size_t count, const double* factors,

@@ -26,6 +26,7 @@ class ProductEigenvalues {
     void find_groups();
     bool settled() const;
     bool group_eigenvalues(std::size_t first, std::size_t size, Spectrum& out);
+    void append_exponents(std::size_t size, double carried, Spectrum& out) const;
 
     std::size_t d_ = 0;
     std::size_t kept_ = 0;  // factors after compression

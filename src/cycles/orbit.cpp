@@ -82,6 +82,13 @@ void Orbit::at(double tau, double* out) const {
     for (std::size_t a = 0; a < states; ++a) out[a] = combine(basis, m, first + a, states);
 }
 
+std::vector<double> Orbit::sampled(std::size_t count, double shift) const {
+    std::vector<double> points(count * states);
+    for (std::size_t k = 0; k < count; ++k)
+        at(static_cast<double>(k) / static_cast<double>(count) + shift, &points[k * states]);
+    return points;
+}
+
 void Orbit::derivative_at(double tau, double* out) const {
     const Place place = locate(*this, tau);
     double basis[GaussRule::m_max + 1];

@@ -24,6 +24,8 @@ struct Orbit {
 
     /// The state at a scaled time, of which the integer part does not count.
     void at(double tau, double* out) const;
+    /// `count` states at equal distances in scaled time, one after another.
+    std::vector<double> sampled(std::size_t count, double shift = 0) const;
     /// Its derivative by scaled time.
     void derivative_at(double tau, double* out) const;
     /// Least and largest value of each state, of the polynomials and not of the nodes only.

@@ -75,16 +75,23 @@ void Rate::scalar_derivatives(std::size_t count, const double* tau, const double
 // G_c = [8 (G(c + e) - G(c - e)) - (G(c + 2e) - G(c - 2e))] / 12 e, error e^4.
 void Rate::difference(std::size_t count, const double* tau, const double* x, std::size_t parameter,
                       double* g_q) {
-    struct Restore {
-        Rate& rate;
-        std::size_t parameter;
-        double c;
-        double period;
+    class Restore {  // also when the right-hand side throws
+      public:
+        Restore(Rate& rate, std::size_t parameter)
+            : c(rate.c_[parameter]), rate_(rate), parameter_(parameter), period_(rate.period_) {}
+        Restore(const Restore&) = delete;
+        Restore& operator=(const Restore&) = delete;
         ~Restore() {
-            rate.c_[parameter] = c;
-            rate.period_ = period;
+            rate_.c_[parameter_] = c;
+            rate_.period_ = period_;
         }
-    } const restore{*this, parameter, c_[parameter], period_};
+        const double c;
+
+      private:
+        Rate& rate_;
+        std::size_t parameter_;
+        double period_;
+    } const restore(*this, parameter);
 
     constexpr std::pair<double, double> terms[] = {{1, 8}, {-1, -8}, {2, -1}, {-2, 1}};
     const double e = 1e-3 * std::fabs(restore.c);

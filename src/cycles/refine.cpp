@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "branches/bordered_newton.hpp"
 #include "branches/metric.hpp"
@@ -16,13 +17,13 @@ namespace {
 
 class EventFunction {
   public:
-    EventFunction(CycleProblem& problem, const std::vector<double>& start,
-                  const std::vector<double>& tangent, const Finding& finding)
+    EventFunction(CycleProblem& problem, std::vector<double> start, std::vector<double> tangent,
+                  const Finding& finding)
         : problem_(problem),
           metric_(problem),
           newton_(problem, 1e-11),
-          z0_(start),
-          tangent_(tangent),
+          z0_(std::move(start)),
+          tangent_(std::move(tangent)),
           fold_(finding.type == "LPC"),
           kind_(finding.type == "PD"   ? Exponent::Kind::alternating
                 : finding.type == "NS" ? Exponent::Kind::pair
@@ -82,7 +83,7 @@ RefinedPoint refine_event(CycleProblem& fine, std::vector<double> z, std::vector
     constexpr double farthest = 1e-2;
     constexpr int most_steps = 12;
     RefinedPoint result;
-    EventFunction event(fine, z, tangent, finding);
+    EventFunction event(fine, std::move(z), std::move(tangent), finding);
     if (!event.prepare()) return result;
     double s0 = 0;
     double s1 = first_step;

@@ -18,7 +18,7 @@ namespace trajex {
 namespace {
 
 constexpr int most_iterations = 8;
-constexpr double converged = 1e-9;
+constexpr double small_step = 1e-9;
 constexpr double good_enough = 1e-7;  // where rounding, or growth along the chain, allows no more
 constexpr double agreement = 1e-6;    // asked of any system
 
@@ -118,7 +118,7 @@ bool CycleByShooting::solve() {
     double size = 0;
     for (int k = 0; k < most_iterations; ++k) {
         if (!step(size)) return false;
-        if (size <= converged) return true;
+        if (size <= small_step) return true;
     }
     return size <= good_enough;
 }
@@ -168,7 +168,7 @@ void check_by_shooting(const CycleProblem& problem, Finding& finding) {
     double error = 0;  // of the multipliers by integration
     const double distance = critical_distance(finding, spectrum, error);
     const double difference = std::max(cycle.moved(), distance);
-    finding.coefficients.push_back({"shooting error", difference, std::max(converged, error)});
+    finding.coefficients.push_back({"shooting error", difference, std::max(small_step, error)});
     if (difference <= std::max({agreement, 10 * problem.mesh_error(), 100 * stated})) return;
     finding.status = "unresolved";
     say("integration over the period disagrees");

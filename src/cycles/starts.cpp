@@ -87,7 +87,7 @@ CycleStart start_from_hopf(const std::shared_ptr<const Equations>& equations, co
     CycleStart start;
     const std::size_t n = equations->states();
     std::vector<Complex> q;
-    if (!hopf_vector(*equations, hopf, q)) {
+    if (n == 0 || !hopf_vector(*equations, hopf, q)) {
         start.trouble = "the eigenvector of the Hopf point is not computable";
         return start;
     }

@@ -21,7 +21,7 @@ struct CycleStart {
 
 /// The family of small cycles around a Hopf point, with the first of `vary` free.
 CycleStart start_from_hopf(const std::shared_ptr<const Equations>& equations, const HopfPoint& hopf,
-                           const std::vector<std::size_t>& vary, const CycleSettings& settings);
+                           const std::vector<std::size_t>& vary, const CycleSettings& given);
 
 /// The cycles of twice the period beside a period doubling z of `problem` (linearised there).
 CycleStart start_doubled(CycleProblem& problem, const std::vector<double>& z);

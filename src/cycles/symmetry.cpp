@@ -15,24 +15,16 @@ namespace trajex {
 
 namespace {
 
-constexpr std::size_t samples = 64;  // even
-
-/// States at equal times, one after another.
-std::vector<double> sample(const Orbit& orbit) {
-    std::vector<double> points(samples * orbit.states);
-    for (std::size_t k = 0; k < samples; ++k)
-        orbit.at(static_cast<double>(k) / samples, &points[k * orbit.states]);
-    return points;
-}
+constexpr std::size_t phases = 64;  // even
 
 std::size_t half_later(std::size_t k) {
-    return (k + samples / 2) % samples;
+    return (k + phases / 2) % phases;
 }
 
 /// The largest |x_a(tau + 1/2) - sign x_a(tau)|.
 double misfit(const std::vector<double>& points, std::size_t n, std::size_t a, int sign) {
     double largest = 0;
-    for (std::size_t k = 0; k < samples; ++k)
+    for (std::size_t k = 0; k < phases; ++k)
         largest =
             std::max(largest, std::fabs(points[half_later(k) * n + a] - sign * points[k * n + a]));
     return largest;
@@ -49,8 +41,8 @@ bool is_equivariant(const Rate& rate, const Orbit& orbit, const std::vector<doub
     double largest = 0;
     std::vector<double> misfits(n, 0.0), sizes(n, 0.0);
     for (std::size_t i = 0; i < places; ++i) {
-        const std::size_t k = i * samples / places;
-        const double t = orbit.t0 + orbit.period * static_cast<double>(k) / samples;
+        const std::size_t k = i * phases / places;
+        const double t = orbit.t0 + orbit.period * static_cast<double>(k) / phases;
         const double later = t + 0.5 * orbit.period;
         for (std::size_t a = 0; a < n; ++a) {
             const auto seed = static_cast<double>(1 + a + n * i);
@@ -75,7 +67,7 @@ bool is_equivariant(const Rate& rate, const Orbit& orbit, const std::vector<doub
 std::vector<int> half_period_symmetry(const Rate& rate, const Orbit& orbit,
                                       const std::vector<double>& scale, double tolerance) {
     const std::size_t n = orbit.states;
-    const std::vector<double> points = sample(orbit);
+    const std::vector<double> points = orbit.sampled(phases);
     std::vector<int> signs(n, 1);
     std::vector<std::size_t> open;  // either sign fits
     bool identity = true;
@@ -106,10 +98,10 @@ double half_period_multiplier(const Orbit& orbit, std::span<const double> v,
     Orbit curve = orbit;
     curve.x.assign(v.begin(), v.end());
     curve.x.insert(curve.x.end(), v.begin(), v.begin() + static_cast<std::ptrdiff_t>(n));
-    const std::vector<double> points = sample(curve);
+    const std::vector<double> points = curve.sampled(phases);
     double product = 0;
     double square = 0;
-    for (std::size_t k = 0; k < samples; ++k) {
+    for (std::size_t k = 0; k < phases; ++k) {
         for (std::size_t a = 0; a < n; ++a) {
             const double now = points[k * n + a] / scale[a];
             product += signs[a] * now * points[half_later(k) * n + a] / scale[a];

@@ -21,7 +21,7 @@ struct RadauBasis {
     RadauBasis();
 
     double real;
-    std::array<double, 3> real_left, real_right;
+    std::array<double, 3> real_left{}, real_right{};
     Complex pair;
     std::array<Complex, 3> pair_left, pair_right;
 };

@@ -27,7 +27,7 @@ constexpr std::size_t node_count = 7;
 /// Chebyshev points of the second kind in [0, 1], and their barycentric weights.
 const double* node_positions() {
     static const auto positions = [] {
-        std::array<double, node_count> p;
+        std::array<double, node_count> p{};
         for (std::size_t j = 0; j < node_count; ++j) {
             p[j] = (1 - std::cos(std::numbers::pi * static_cast<double>(j) / (node_count - 1))) / 2;
         }

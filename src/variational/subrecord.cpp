@@ -28,6 +28,7 @@ class Arguments {
     double perturbation() { return va_arg(list_, double); }
     int count() { return va_arg(list_, int); }
     jac_t jacobian() { return va_arg(list_, jac_t); }
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the constructor has copied it
     double* parameter() { return va_arg(list_, double*); }
 
   private:
