@@ -5,7 +5,14 @@ from pathlib import Path
 root = Path(__file__).resolve().parents[2]
 project = "tx"
 version = release = re.search(r'#define TX_VERSION "([0-9.]+)"', (root / "src/tx.h").read_text())[1]
-extensions = ["myst_parser", "sphinx.ext.autodoc", "sphinx.ext.mathjax", "sphinx_gallery.gen_gallery"]
+extensions = ["myst_parser", "sphinx.ext.autodoc", "sphinx.ext.mathjax", "sphinx_gallery.gen_gallery", "breathe"]
+breathe_projects = {"tx": str(root / "build/site/doxygen/xml")}
+breathe_default_project = "tx"
+breathe_domain_by_extension = {"h": "c", "hpp": "cpp"}
+nitpicky = True
+nitpick_ignore_regex = [  # what these pages do not describe: other libraries, and what is ours alone
+    ("py:class", r"(np|numpy|collections|concurrent|os|_core)\..*"), ("c:identifier", "FILE"), ("cpp:identifier", "tx|(std|trajex).*"),
+]
 html_theme = "alabaster"
 html_theme_options = {"description": "Equilibria, cycles and bifurcations", "page_width": "1040px"}
 html_copy_source = False

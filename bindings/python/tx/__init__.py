@@ -38,3 +38,6 @@ from .system import Equilibria, Forced, Lyapunov, System, Trajectory
 
 __all__ = ["System", "Forced", "Point", "Branch", "Special", "Diagram", "Trajectory", "Lyapunov", "Equilibria", "load",
            "sweep", "Sweep", "Error", "EquationError", "CompilerError"]
+
+for _name in __all__:  # what programs, messages and the reference call them
+    globals()[_name].__module__ = "tx"
