@@ -1,6 +1,7 @@
 """Builds the Python package: CMake makes the library and the module that holds it.
 
 CMAKE_ARGS in the environment adds options of CMake, CMAKE_BUILD_PARALLEL_LEVEL says how many compilers run at once.
+With -DTX_PYTHON_LIBRARY=/path/to/libtx.a the library is not built, but taken from there.
 """
 
 import os
@@ -25,7 +26,7 @@ class CMakeBuild(build_ext):
             "CMAKE_BUILD_TYPE": "Release", "BUILD_SHARED_LIBS": "OFF", "TX_BUILD_BOTH": "OFF", "TX_INSTALL": "OFF",
             "TX_BUILD_TESTS": "OFF", "TX_BUILD_EXAMPLES": "OFF", "TX_BUILD_PYTHON": "ON",
             "Python_EXECUTABLE": sys.executable, "TX_PYTHON_MODULE_DIR": str(target.parent),
-            "CMAKE_POSITION_INDEPENDENT_CODE": "ON",
+            "CMAKE_POSITION_INDEPENDENT_CODE": "ON", "TX_DEVELOPER": "OFF", "TX_PYTHON_LIBRARY": "",
         }
         generator = ["-G", "Ninja"] if shutil.which("ninja") else []
         given = shlex.split(os.environ.get("CMAKE_ARGS", ""))

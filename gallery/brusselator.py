@@ -5,7 +5,6 @@ Brusselator: a supercritical Hopf point
 The reaction starts to oscillate at B = 1 + A^2, softly; the coefficient of the normal form is known
 in closed form.
 """
-import matplotlib.pyplot as plt
 import tx
 
 A = 0.8
@@ -13,9 +12,8 @@ s = tx.System("x' = A - (B + 1)*x + x^2*y; y' = B*x - x^2*y", A=A, B=1.0)
 d = s.diagram("B", (1, 3), start=[A, 1 / A])
 print(d)
 
-fig, (left, right) = plt.subplots(1, 2, figsize=(11, 4.2), layout="constrained")
-d.plot("B", "x", ax=left)
-d["H1"].follow("A", "B", A=(0.2, 1.4), B=(1, 3)).plot("A", "B", ax=right)
+d.plot("B", "x")
+d["H1"].follow("A", "B", A=(0.2, 1.4), B=(1, 3)).plot("A", "B")
 
 hopf = d["H1"]
 assert abs(hopf.parameters["B"] - (1 + A**2)) < 1e-8 and hopf.subtype == "supercritical"

@@ -5,7 +5,6 @@ Duffing: jumps of a forced oscillator
 The response to forcing bends over: between two folds of cycles there are two stable amplitudes, and
 the oscillator jumps from one to the other.
 """
-import matplotlib.pyplot as plt
 import tx
 
 s = tx.System("x'' = -d*x' - x - x^3 + F*cos(w*t)", d=0.15, F=0.6, w=0.5)
@@ -13,9 +12,8 @@ forced = s.forced(frequency="w")
 b = forced.cycle([0, 0]).follow("w", (0.5, 3))
 print(b)
 
-fig, (left, right) = plt.subplots(1, 2, figsize=(11, 4.2), layout="constrained")
-b.plot("w", "x", ax=left)
-b.orbit(len(b) // 2).plot("x", "x'", ax=right)
+b.plot("w", "x")
+b.orbit(len(b) // 2).plot("x", "x'")
 
 folds = [p.parameters["w"] for p in b.specials if p.type == "LPC"]
 for expected in (2.00756062017, 1.48108537222):

@@ -88,5 +88,24 @@ code_lines() {
             END { print lines + 0 }'
 }
 
+# python_package DIRECTORY [LIBRARY]: builds the wheel and installs it in a fresh virtual environment,
+# DIRECTORY/venv, that sees the system's packages. Takes the static library that is given; without one
+# builds it, too.
+python_package() {
+    local work=$1 library=${2:-} options="-DTX_DEVELOPER=ON ${CMAKE_ARGS:-}"
+    # The interpreter that the Debian packages belong to; another one may come first on the path.
+    local python=${PYTHON:-/usr/bin/python3}
+    need_packages g++ cmake ninja-build pybind11-dev python3-dev python3-venv python3-pip python3-setuptools \
+        python3-wheel python3-pybind11 python3-numpy python3-sympy python3-matplotlib
+    if [ -n "$library" ]; then options+=" -DTX_PYTHON_LIBRARY=$(realpath -e "$library")"; fi
+    if command -v ccache >/dev/null; then options+=" -DCMAKE_CXX_COMPILER_LAUNCHER=ccache"; fi
+    rm -rf "$work" build/lib.*
+    mkdir -p "$work"
+    CMAKE_ARGS=$options logged python-wheel \
+        "$python" -m pip wheel --no-build-isolation --no-deps --no-index -w "$work" .
+    logged python-venv "$python" -m venv --system-site-packages "$work/venv"
+    logged python-install "$work/venv/bin/python" -m pip install --no-index --no-deps "$work"/tx-*.whl
+}
+
 log_dir=build/logs
 mkdir -p "$log_dir"

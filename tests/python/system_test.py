@@ -168,7 +168,7 @@ def test_interrupts_end_runs_without_points(fhn):
     timer = threading.Timer(0.3, os.kill, (os.getpid(), signal.SIGINT))
     timer.start()
     with pytest.raises(KeyboardInterrupt):
-        fhn.with_(I=0.5).lyapunov([1, 0], time=1e9)
+        fhn.with_(I=0.5).lyapunov([1, 0], time=1e9, integrate={"max_steps": 10**12})
 
 
 def test_threads_run_beside_each_other(fhn):
@@ -180,10 +180,13 @@ def test_threads_run_beside_each_other(fhn):
 
     other = threading.Thread(target=count)
     other.start()
-    with ThreadPoolExecutor(2) as pool:
-        runs = list(pool.map(lambda eps: fhn.with_(eps=eps, I=0.5).lyapunov([1, 0], time=3000), [0.07, 0.08, 0.08]))
-    done.set()
-    other.join()
+    try:
+        with ThreadPoolExecutor(2) as pool:
+            runs = list(pool.map(lambda eps: fhn.with_(eps=eps, I=0.5).lyapunov([1, 0], time=3000),
+                                 [0.07, 0.08, 0.08]))
+    finally:
+        done.set()
+        other.join()
     assert len(counting) > 5  # the interpreter was free
     assert np.array_equal(runs[1].exponents, runs[2].exponents)
 

@@ -21,7 +21,7 @@ Options of runs, with their defaults::
 
     start=None (found by integration), direction="both" ("up", "down"), max_points=2000, h_max=0.05, tol=1e-10,
     mesh_tol=1e-6, m=4, N_max=400, max_period=0 (1000 first periods), depth=3, detect="all" ("none", ["H", "LP"]),
-    verify=False, max_branches=50, max_doublings=2, keep_all=False, norm_bound=1e6, at={"I": [0.5]},
+    verify=False, max_branches=50, max_doublings=2, keep_all=False, norm_bound=1e9, at={"I": [0.5]},
     when={"name": function of a point}, stop_when={...}, progress=None (True, False, a function)
 
 Misuse raises tx.Error. What numerics decide does not: a branch has a reason to stop, a special point a status, a
@@ -38,3 +38,6 @@ from .system import Equilibria, Forced, Lyapunov, System, Trajectory
 
 __all__ = ["System", "Forced", "Point", "Branch", "Special", "Diagram", "Trajectory", "Lyapunov", "Equilibria", "load",
            "sweep", "Sweep", "Error", "EquationError", "CompilerError"]
+
+for _name in __all__:  # what programs, messages and the reference call them
+    globals()[_name].__module__ = "tx"

@@ -112,7 +112,7 @@ class _Labels:
         frame = self.ax.get_window_extent(renderer)
         best = None
         for dx, dy in self.OFFSETS:
-            label = self.ax.annotate(text, (x, y), (dx, dy), textcoords="offset points", fontsize=8,
+            label = self.ax.annotate(text, (x, y), (dx, dy), textcoords="offset points", fontsize="small",
                                      ha="left" if dx > 0 else "right" if dx < 0 else "center", **how)
             e = label.get_window_extent(renderer)
             box = (e.x0, e.y0, e.x1, e.y1)

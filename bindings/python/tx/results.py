@@ -26,7 +26,6 @@ def _number(value) -> float:
 
 
 Error = _core.Error  # misuse: the text names what was given and what is known
-Error.__module__ = "tx"
 
 
 class Point:
