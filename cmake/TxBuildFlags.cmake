@@ -8,7 +8,9 @@ add_library(tx_build_flags INTERFACE)
 if(TX_DEVELOPER)
     # Both compilers judge alike: the conversions of clang include those of an int that is an index.
     target_compile_options(tx_build_flags INTERFACE
-        -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
+        -Wall -Wextra -Wpedantic -Wconversion -Werror
+        # What one source calls a variable another, compiled with it, may call a constant.
+        $<$<NOT:$<BOOL:${TX_JOINT_SOURCES}>>:-Wshadow>
         $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion>)
     # GCC 12 takes the assignment of a literal to a string for a copy that may overlap.
     set(tx_gcc_12 $<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>)
