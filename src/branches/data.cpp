@@ -41,6 +41,22 @@ Exponent::Kind kind_of(std::complex<double> value, bool multiplier) {
     return negative ? Exponent::Kind::alternating : Exponent::Kind::pair;
 }
 
+/// The orbit of what was the last point, where it can be computed again.
+void forget_last_orbit(BranchData& branch) {
+    constexpr std::size_t every = 10;
+    constexpr double flat =
+        0.05;  // share of the parameter in the tangent, nearer to a fold than this
+    if (branch.orbits.empty() || branch.options.keep_all) return;
+    const std::size_t last = branch.size() - 1;
+    const auto pdot = std::find(branch.column_names.begin(), branch.column_names.end(),
+                                own_name("pdot", *branch.model));
+    const double slope =
+        branch.columns[static_cast<std::size_t>(pdot - branch.column_names.begin())][last];
+    const tx::Window& window = branch.windows[0];
+    if (last % every == 0 || std::abs(slope) <= flat * (window.hi - window.lo)) return;
+    branch.orbits[last].reset();
+}
+
 double largest_error(const Spectrum& spectrum) {
     double largest = 0;
     for (const Exponent& exponent : spectrum) largest = std::max(largest, exponent.error);
@@ -69,8 +85,9 @@ void begin_columns(BranchData& branch) {
     branch.columns.assign(names.size(), {});
 }
 
-void append_point(BranchData& branch, std::span<const double> z, const Description& description,
-                  const Spectrum& spectrum, const PointRecord& record) {
+void append_point(BranchData& branch, const Description& description, const Spectrum& spectrum,
+                  const PointRecord& record) {
+    forget_last_orbit(branch);
     auto column = branch.columns.begin();
     const auto put = [&](double value) { (column++)->push_back(value); };
     put(record.s);
@@ -94,7 +111,7 @@ void append_point(BranchData& branch, std::span<const double> z, const Descripti
         for (const Orbit::Response& response : responses) put(response.amplitude);
         for (const Orbit::Response& response : responses) put(response.phase);
     }
-    if (branch.solutions.empty()) {  // what only this kind of branch knows of its points
+    if (branch.orbits.empty()) {  // what only this kind of branch knows of its points
         for (const auto& [name, value] : description.more) {
             branch.column_names.push_back(own_name(std::string(name), *branch.model));
             branch.columns.emplace_back();
@@ -102,7 +119,6 @@ void append_point(BranchData& branch, std::span<const double> z, const Descripti
         column = branch.columns.end() - static_cast<std::ptrdiff_t>(description.more.size());
     }
     for (const auto& [name, value] : description.more) put(value);
-    branch.solutions.emplace_back(z.begin(), z.end());
     std::vector<std::complex<double>>& exponents = branch.exponents.emplace_back();
     exponents.reserve(spectrum.size());
     for (const Exponent& exponent : spectrum) exponents.push_back(exponent.value);

@@ -59,11 +59,10 @@ struct BranchData {
     std::vector<std::string> column_names;  ///< filled by begin_columns and append_point only
     std::vector<std::vector<double>> columns;
     std::vector<std::vector<std::complex<double>>> exponents;  ///< one spectrum per point
-    std::vector<std::vector<double>> solutions;        ///< z of every point (equilibria, curves)
-    std::vector<std::shared_ptr<const Orbit>> orbits;  ///< of the points that keep theirs
+    std::vector<std::shared_ptr<const Orbit>> orbits;  ///< of the points that keep theirs, or null
     std::vector<SpecialData> specials;
 
-    std::size_t size() const { return solutions.size(); }
+    std::size_t size() const { return orbits.size(); }
 };
 
 /// What a run knows of one of its points beside the solution, its description and its spectrum.
@@ -77,10 +76,11 @@ struct PointRecord {
 /// Names the columns of a branch whose model, solution kind and varied parameters are set.
 void begin_columns(BranchData& branch);
 
-/// Adds a point behind the others: its solution z, its numbers to the columns, its exponents, its
-/// orbit.
-void append_point(BranchData& branch, std::span<const double> z, const Description& description,
-                  const Spectrum& spectrum, const PointRecord& record);
+/// Adds a point behind the others: its numbers to the columns, its exponents, its orbit. Of cycles
+/// the first, the last and every tenth keep theirs, and those that the parameter determines badly;
+/// the others can be computed from these again.
+void append_point(BranchData& branch, const Description& description, const Spectrum& spectrum,
+                  const PointRecord& record);
 
 /// A branch of no points that could not be begun, and the reason.
 std::shared_ptr<BranchData> branch_without_points(const PointData& start,

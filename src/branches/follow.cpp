@@ -122,7 +122,7 @@ class Assembly {
         record.pdot = backwards ? -pdot : pdot;
         record.newton_iterations = point.newton_iterations;
         record.residual = point.correction;
-        append_point(branch_, point.z, point.description, point.spectrum, record);
+        append_point(branch_, point.description, point.spectrum, record);
     }
 
     void add_special(TraceSpecial& special, bool backwards, std::size_t after) {

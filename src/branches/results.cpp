@@ -269,7 +269,8 @@ std::vector<double> Point::at(double t) const {
     const PointData& point = Access::data(*this);
     if (!is_cycle(point)) return point.state;
     const trajex::Orbit* const orbit = point.description.orbit.get();
-    if (orbit == nullptr) throw Error("the orbit of this point was not kept: see keep_all");
+    if (orbit == nullptr)
+        throw Error("the orbit of this point was not kept, nor found again: see keep_all");
     std::vector<double> x(point.state.size());
     orbit->at(t / orbit->period, x.data());
     return x;
@@ -466,7 +467,9 @@ std::vector<std::complex<double>> Branch::eigenvalues(std::size_t point) const {
 Point Branch::point(std::size_t index) const {
     const BranchData& branch = Access::data(*this);
     trajex::check_index(index, branch.size(), "point");
-    return Point(std::make_shared<const PointData>(trajex::point_of(branch, index)));
+    PointData point = trajex::point_of(branch, index);
+    if (is_cycle(point)) trajex::restore_orbit(branch, index, point);
+    return Point(std::make_shared<const PointData>(std::move(point)));
 }
 
 std::vector<Special> Branch::specials() const {

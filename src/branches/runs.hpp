@@ -25,6 +25,10 @@ std::unique_ptr<Problem> make_problem(const PointData& point, std::span<const st
 BranchPtr follow(const PointData& point, std::size_t parameter, tx::Window window,
                  const tx::Options& options);
 
+/// Gives the point number `index` of a branch of cycles its orbit, computed from those kept around
+/// it where it was not kept itself. False: what is found there is another cycle.
+bool restore_orbit(const BranchData& branch, std::size_t index, PointData& point);
+
 /// The branches that leave `branch` at its special point number `special`.
 std::vector<BranchPtr> switch_branch(const BranchPtr& branch, std::size_t special,
                                      const tx::Options& options);

@@ -105,6 +105,56 @@ std::unique_ptr<Problem> make_cycle_problem(const PointData& point,
     return problem;
 }
 
+namespace {
+
+/// The orbit that lies between two on a branch, at a fraction r of the way.
+Orbit between(const Orbit& a, const Orbit& b, double r) {
+    Orbit orbit = a;
+    std::vector<double> x(a.states);
+    for (std::size_t k = 0; k < a.nodes(); ++k) {
+        b.at(a.time_of_node(k), x.data());
+        for (std::size_t i = 0; i < a.states; ++i)
+            orbit.x[k * a.states + i] += r * (x[i] - orbit.x[k * a.states + i]);
+    }
+    return orbit;
+}
+
+bool agree(const Description& a, const Description& b) {
+    constexpr double same = 1e-5;
+    for (std::size_t i = 0; i < a.state.size(); ++i) {
+        const double size = same * (a.high[i] - a.low[i]);
+        if (!(std::fabs(a.low[i] - b.low[i]) <= size && std::fabs(a.high[i] - b.high[i]) <= size))
+            return false;
+    }
+    return std::fabs(a.period - b.period) <= same * a.period;
+}
+
+}  // namespace
+
+bool restore_orbit(const BranchData& branch, std::size_t index, PointData& point) {
+    if (point.description.orbit != nullptr) return true;
+    std::size_t before = index;
+    std::size_t after = index;
+    while (before > 0 && branch.orbits[before] == nullptr) --before;
+    while (after + 1 < branch.size() && branch.orbits[after] == nullptr) ++after;
+    if (branch.orbits[before] == nullptr || branch.orbits[after] == nullptr) return false;
+    const std::vector<double>& s = branch.columns[0];
+    PointData guess = point;
+    auto orbit = std::make_shared<Orbit>(between(*branch.orbits[before], *branch.orbits[after],
+                                                 (s[index] - s[before]) / (s[after] - s[before])));
+    orbit->period = point.description.period;
+    guess.description.orbit = std::move(orbit);
+    const std::unique_ptr<CycleProblem> problem =
+        problem_at(guess, branch.vary, branch.windows, branch.options);
+    std::vector<double> z = problem->start();
+    if (!solve_cycle(*problem, z, branch.options.tol)) return false;
+    const Description found = problem->describe(z.data());
+    if (!agree(found, point.description)) return false;
+    point.description.orbit = found.orbit;
+    complete(point);
+    return true;
+}
+
 std::vector<BranchPtr> cycles_from_hopf(const BranchPtr& branch, std::size_t special,
                                         const tx::Options& options) {
     const Departure place(branch, special, options);

@@ -52,7 +52,7 @@ tx::Branch branch_of(const tx::System& system, const std::vector<Sample>& sample
         description.state = {sample.x0, sample.x1};
         description.norm = std::hypot(sample.x0, sample.x1);
         const auto kind = sample.lambda.imag() == 0 ? Exponent::Kind::real : Exponent::Kind::pair;
-        append_point(*branch, std::array{sample.x0, sample.x1, sample.p}, description,
+        append_point(*branch, description,
                      {{sample.lambda, 1e-15, kind}, {std::conj(sample.lambda), 1e-15, kind}},
                      {0.5, -1, 3, 1e-14});
     }
