@@ -13,7 +13,8 @@ inline constexpr double pi = std::numbers::pi;
 inline constexpr double infinity = std::numeric_limits<double>::infinity();
 inline constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
 
-using RightHandSide = void (*)(double t, double* y, double* f);
+using Flow = void (*)(double t, double* y, double* f);
+using Cut = double (*)(double t, double* y);
 
 /// Counts the calls of this thread. When its calls are used up, every further one throws or, if
 /// so set, is no number.
@@ -33,7 +34,7 @@ struct Probe {
         if (throws) throw Thrown();
         return true;
     }
-    template <RightHandSide Flow>
+    template <Flow Flow>
     static void flow(double t, double* y, double* f) {
         Flow(t, y, f);
         if (used_up()) f[0] = not_a_number;

@@ -1,21 +1,9 @@
 // Location and classification of bifurcations of equilibria. Continuation runs locate more of them.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <vector>
-
 #include "bifurcation/record.hpp"
 #include "continuation/recorder.hpp"
-#include "core/guards.hpp"
-#include "handles.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
-
-using namespace testing_support;
-using trajex::Temporarily;
 
 double c = 0;
 double unused = 5;
@@ -23,9 +11,7 @@ double unused = 5;
 void two_folds(double, double* y, double* f) {  // at y = +-1 / sqrt 3
     f[0] = c + y[0] - y[0] * y[0] * y[0];
 }
-void never_critical(double, double* y, double* f) {
-    f[0] = c - y[0];
-}
+constexpr Flow never_critical = [](auto, auto y, auto f) { f[0] = c - y[0]; };
 void undefined_above_zero(double, double* y, double* f) {
     f[0] = c > 0 ? std::nan("") : c - y[0];
 }
@@ -130,10 +116,7 @@ void slope(double, double* y, double** J) {
     if ((raised_c = c) != entry_c) throw Thrown();
     J[0][0] = -2 * y[0];
 }
-void parameter_slope(double, double*, double** J) {
-    J[0][0] = 0;
-    J[0][1] = 1;
-}
+constexpr jac_t parameter_slope = [](double, double*, double** J) { J[0][0] = 0, J[0][1] = 1; };
 
 // The first evaluation with another parameter is one for a difference quotient: with numerical
 // Jacobians that of f, with analytic ones that of the criterion.

@@ -1,20 +1,9 @@
 // Searches for bifurcations of orbits that must end, and what they tell where they have to be told
 // a section first.
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <string>
-
 #include "continuation/recorder.hpp"
-#include "core/guards.hpp"
-#include "handles.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
-
-using namespace testing_support;
-using trajex::Temporarily;
 
 double c = 0;
 
@@ -75,8 +64,8 @@ TEST(BifurcationLimits, AMissingSectionIsReported) {
     EXPECT_EQ(tx->ErrorCode, 8);
     tx->TerminateOnFatalError = 1;
     Roessler::c = located - 0.01;
-    EXPECT_EXIT(TXLocateBif(tx.get(), tx->txb, &Roessler::c, 1, nullptr),
-                testing::ExitedWithCode(1), "'TXLocateBif': No Poincare-section defined");
+    EXPECT_EXIT(TXLocateBif(tx.get(), tx->txb, &Roessler::c, 1, nullptr), ExitedWithCode(1),
+                "'TXLocateBif': No Poincare-section defined");
 }
 
 }  // namespace

@@ -1,26 +1,15 @@
 // The bifurcation record, the stability criteria over its eigenvalues, and its reports.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <sstream>
-#include <string>
 #include <type_traits>
-#include <vector>
 
 #include "bifurcation/criteria.hpp"
 #include "bifurcation/record.hpp"
 #include "continuation/recorder.hpp"
-#include "handles.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
-
-using namespace testing_support;
 
 TEST(Record, IsOneBlockInTheStatedOrder) {
     const auto tx = open_variational(Uncoupled::flow, 2, nullptr, nullptr, 1e-6, &Uncoupled::a);

@@ -1,23 +1,10 @@
 // What is refused, in one table: a call that is refused leaves everything as it was and a code,
 // or ends the process under the policy to do so; without a handle every operation ends it. All
 // under the name of the operation.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
-#include <limits>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "files.hpp"
 #include "operations.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
-
-using namespace testing_support;
-using testing::ExitedWithCode;
 
 constexpr auto circles = Circles::flow;
 void ignored_jacobian(double, double*, double**) {}

@@ -2,19 +2,12 @@
 // value that is no number from there on. What it promises to put back is back, and another run on
 // the same handle gives what it gives on a new one, to the last bit. Leaks are the business of the
 // sanitizers; allocations that fail, of the tests beside the fuzzer.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "operations.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
-
-using namespace testing_support;
 
 class Interrupted : public testing::TestWithParam<std::tuple<bool, Operation>> {};
 

@@ -1,19 +1,10 @@
 // Where integration comes to its limits: steps that carry no information on their error, right-hand
 // sides that are defined in part, times far from zero, sizes at the ends of the exponent range.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
 #include <stdexcept>
-#include <vector>
 
-#include "handles.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
-
-using namespace testing_support;
 
 // Evaluations that are left: a run that needs more ends instead of going on.
 thread_local long budget = 0;
@@ -21,10 +12,7 @@ void evaluate() {
     if (--budget < 0) throw std::runtime_error("too many evaluations");
 }
 
-void jumps(double t, double*, double* f) {
-    evaluate();
-    f[0] = t < 0.5 ? 1 : 2;
-}
+constexpr Flow jumps = [](auto t, auto, auto f) { evaluate(), f[0] = t < 0.5 ? 1 : 2; };
 void square_wave(double t, double*, double* f) {
     evaluate();
     f[0] = std::fmod(t, 2) < 1 ? 1 : -1;
@@ -34,13 +22,8 @@ void dry_friction(double t, double* y, double* f) {
     f[0] = y[1];
     f[1] = 2 * std::sin(t) - (y[1] > 0 ? 0.5 : -0.5);
 }
-void constant(double, double*, double* f) {
-    evaluate();
-    f[0] = 1;
-}
-void no_jacobian(double, double*, double** J) {
-    J[0][0] = 0;
-}
+constexpr Flow constant = [](double, double*, double* f) { evaluate(), f[0] = 1; };
+constexpr jac_t no_jacobian = [](double, double*, double** J) { J[0][0] = 0; };
 
 // After a jump the step is tiny and its error exactly 0 for as long as the system stays simple.
 TEST(Limits, StepsGrowAgainWhereTheErrorIsNone) {
@@ -92,9 +75,7 @@ TEST(Limits, StepsWithoutErrorKeepTheirSizeForAWhile) {
 void with_a_gap(double t, double*, double* f) {
     f[0] = t > 0.45 && t < 0.55 ? not_a_number : 1;
 }
-double at_three_tenths(double, double* y) {
-    return y[0] - 0.3;
-}
+constexpr Cut at_three_tenths = [](double, double* y) { return y[0] - 0.3; };
 thread_local std::vector<double> samples;
 void take(double t, double* y) {
     samples.push_back(t);
@@ -132,7 +113,7 @@ TEST(Limits, DenseOutputThatIsNotFiniteIsAFailure) {
         tx->TerminateOnFatalError = 1;
         t = y = 0;
         tx->h = 1;
-        EXPECT_EXIT(c.operation(tx.get(), &t, &y), testing::ExitedWithCode(1), c.name);
+        EXPECT_EXIT(c.operation(tx.get(), &t, &y), ExitedWithCode(1), c.name);
     }
     const OpenHandle tx = open_recording(with_a_gap, 1, 1e-6, 1);
     TXSetCut(tx.get(), at_three_tenths, 1e-8);

@@ -1,21 +1,11 @@
 // Lyapunov exponents of systems whose exponents are known, and their file.
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <cstddef>
-#include <filesystem>
 #include <numbers>
 
-#include "core/guards.hpp"
-#include "files.hpp"
-#include "handles.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
 
 using std::numbers::ln2;
-using namespace testing_support;
 
 double good_from = 0;  // before this time a perturbation along the first axis meets no number
 

@@ -1,37 +1,19 @@
 // Poincare sections: crossings of the harmonic oscillator, whose times are known, and cut functions
 // that cannot be bracketed.
 #include "integration/section.hpp"
-
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <limits>
-
-#include "handles.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
 
-using namespace testing_support;
-
 constexpr auto oscillator = Probe::flow<Oscillator::flow>;
 
-double jump(double, double* y) {
-    return y[0] > 0 ? 1 : -1;
-}
+constexpr Cut jump = [](double, double* y) { return y[0] > 0 ? 1.0 : -1.0; };
 double undefined_between(double, double* y) {
     return std::fabs(y[0]) < 0.05 ? not_a_number : y[0];
 }
-double undefined_at_first(double t, double* y) {
-    return t == 0 ? not_a_number : y[0];
-}
-double undefined_later(double t, double*) {
-    return t == 0 ? 1 : not_a_number;
-}
-double constant(double, double*) {
-    return 1;
-}
+constexpr Cut undefined_at_first = [](auto t, auto y) { return t == 0 ? not_a_number : y[0]; };
+constexpr Cut undefined_later = [](double t, double*) { return t == 0 ? 1 : not_a_number; };
+constexpr Cut constant = [](double, double*) { return 1.0; };
 
 /// On its way down through the section at t = away.
 struct Crossing {

@@ -1,19 +1,9 @@
 // One step and its dense output: their orders, the limits of the step size, and the ways in which a
 // step can fail. That they are those of the method to the last bit is the subject of
 // textbook_test.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
-#include <cmath>
-
-#include "handles.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
-
-using namespace testing_support;
 
 /// Largest errors of one step of size h: of the solution, of its estimate, of the dense output.
 std::array<double, 3> step_errors(double h) {
@@ -79,18 +69,10 @@ TEST(Step, KeepsItsSizeWithinTheLimits) {
     }
 }
 
-void not_defined(double, double*, double* f) {
-    f[0] = not_a_number;
-}
-void unbounded(double, double*, double* f) {
-    f[0] = infinity;
-}
-void ends_at_one(double t, double* y, double* f) {
-    f[0] = t <= 1 ? -y[0] : not_a_number;
-}
-void blows_up(double, double* y, double* f) {  // y = 1 / (1 - t)
-    f[0] = y[0] * y[0];
-}
+constexpr Flow not_defined = [](double, double*, double* f) { f[0] = not_a_number; };
+constexpr Flow unbounded = [](double, double*, double* f) { f[0] = infinity; };
+constexpr Flow ends_at_one = [](auto t, auto y, auto f) { f[0] = t <= 1 ? -y[0] : not_a_number; };
+constexpr Flow blows_up = [](auto, auto y, auto f) { f[0] = y[0] * y[0]; };
 
 int integrate_on(Trajex* tx, double* t, double* y) {
     return TXIntegrate(tx, t, *t + 2, y);
@@ -99,7 +81,7 @@ int integrate_on(Trajex* tx, double* t, double* y) {
 // Code 29, and the caller has what it had: at once, or where the solution ends.
 TEST(Step, EndsWhereTheSystemIsNotDefined) {
     struct {
-        RightHandSide f;
+        Flow f;
         double tolerance, end;
     } const cases[] = {{not_defined, 1e-6, 0}, {not_defined, 0, 0},    {unbounded, 1e-6, 0},
                        {unbounded, 0, 0},      {ends_at_one, 1e-6, 1}, {blows_up, 1e-6, 1}};
@@ -122,7 +104,7 @@ TEST(Step, EndsWhereTheSystemIsNotDefined) {
         EXPECT_NEAR(y[0], c.end, 1e-5);
         expect_failure(TXPoincareStep);
         tx->TerminateOnFatalError = 1;
-        EXPECT_EXIT(TXStep(tx.get(), &y[0], &y[1]), testing::ExitedWithCode(1),
+        EXPECT_EXIT(TXStep(tx.get(), &y[0], &y[1]), ExitedWithCode(1),
                     "'TXStep': Minimum stepsize reached");
     }
 }

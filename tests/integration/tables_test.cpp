@@ -1,22 +1,7 @@
 // Tables: rows byte by byte, the cost of samples, and what is left after a failure.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
-#include <cmath>
-#include <cstdio>
-#include <filesystem>
-#include <string>
-#include <vector>
-
-#include "files.hpp"
-#include "handles.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
-
-using namespace testing_support;
 
 std::vector<std::array<double, 3>> samples;
 void take(double t, double* y) {
@@ -24,12 +9,8 @@ void take(double t, double* y) {
 }
 
 // y = (1 + t, 3 - 8 t) from (1, 3): exact in every step of every size.
-void straight(double, double*, double* f) {
-    f[0] = 1, f[1] = -8;
-}
-void walled(double t, double*, double* f) {
-    f[0] = t < 0.45 ? 1 : not_a_number, f[1] = -8;
-}
+constexpr Flow straight = [](double, double*, double* f) { f[0] = 1, f[1] = -8; };
+constexpr Flow walled = [](auto t, auto, auto f) { f[0] = t < 0.45 ? 1 : not_a_number, f[1] = -8; };
 
 class Tables : public testing::Test {
   protected:
@@ -184,7 +165,7 @@ TEST_F(Tables, TellThatTheFileIsIncomplete) {
     EXPECT_EQ(t, 2);
     std::fclose(stream);
     tx->TerminateOnFatalError = 1;
-    EXPECT_EXIT(TXftablef(tx.get(), full_device, "166", &t, 3, 4, y), testing::ExitedWithCode(1),
+    EXPECT_EXIT(TXftablef(tx.get(), full_device, "166", &t, 3, 4, y), ExitedWithCode(1),
                 "'TXftablef': Unable to open output file \\(No space left on device\\)\n");
 }
 

@@ -1,18 +1,9 @@
 // Whole trajectories against the method as its tables state it, with plain loops and nothing shared
 // between stages, to the last bit; what an integration costs.
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <cstddef>
-#include <vector>
-
-#include "handles.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
 
-using namespace testing_support;
 using Vector = std::vector<double>;
 
 constexpr double nodes[8] = {0, 1.0 / 6, 4.0 / 15, 2.0 / 3, 5.0 / 6, 1, 1.0 / 15, 1};
@@ -37,7 +28,7 @@ constexpr double middle[9] = {121.0 / 1536, 0,          317125.0 / 861696, 397.0
                               1.0 / 32};
 
 struct Integrator {
-    RightHandSide f;
+    Flow f;
     std::size_t n;
     double RelTol, AbsTol, h;
 

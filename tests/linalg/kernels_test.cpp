@@ -1,21 +1,13 @@
 // The kernels of linear algebra: every bit as recorded, known spectra and solutions, matrices
 // that are singular, not finite, or could keep an iteration from ending.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
 #include <complex>
 #include <numbers>
-#include <vector>
 
 #include "checksums.hpp"
-#include "matrices.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
 
-using namespace testing_support;
 using Complex = std::complex<double>;
 using Vector = std::vector<double>;
 
@@ -231,7 +223,7 @@ TEST(SingularDeathTest, ReportsOnlyARowOfZeros) {
     EXPECT_EQ(tx.ErrorCode, 22);
     EXPECT_TRUE(a[0][2] == 8 && a[2][1] == 4 && b[0] == 1 && b[1] == 2 && b[2] == 3);
     tx.TerminateOnFatalError = 1;
-    const auto ended = testing::ExitedWithCode(1);
+    const auto ended = ExitedWithCode(1);
     EXPECT_EXIT(TXLinZero(&tx, 3, a, b, work), ended, "'LUdcmp'");
     EXPECT_EXIT(LUdcmp(nullptr, 3, a, indx, &d, work), ended, "ERROR");
     a[1][2] = not_a_number;

@@ -1,17 +1,7 @@
 // The public operations on matrices near the ends of the exponent range.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <vector>
-
-#include "handles.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
-
-using namespace testing_support;
 
 struct Square {
     explicit Square(std::vector<double> elements)

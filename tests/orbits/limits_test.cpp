@@ -1,29 +1,11 @@
 // Searches for equilibria and orbits that must end, and answers that are none.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-
 #include "allocation.hpp"
-#include "core/guards.hpp"
-#include "handles.hpp"
-#include "matrices.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
 
-using namespace testing_support;
-using trajex::Temporarily;
-
-void logarithm(double, double* y, double* f) {
-    f[0] = std::log(y[0]);
-    f[1] = y[1];
-}
-void reciprocal(double, double* y, double* f) {
-    f[0] = 1 / (y[0] * y[0]);
-    f[1] = y[1];
-}
+constexpr Flow logarithm = [](auto, auto y, auto f) { f[0] = std::log(y[0]), f[1] = y[1]; };
+constexpr Flow reciprocal = [](auto, auto y, auto f) { f[0] = 1 / (y[0] * y[0]), f[1] = y[1]; };
 void nowhere(double, double* y, double* f) {
     f[0] = std::sqrt(-1 - y[0] * y[0]);
     f[1] = y[1];
@@ -77,10 +59,7 @@ TEST(SearchLimits, ForcedOrbitsThatRunAwayAreNotFollowed) {
 }
 
 double damping = 0;
-void damped(double, double* y, double* f) {
-    f[0] = y[1];
-    f[1] = -y[0] - damping * y[1];
-}
+constexpr Flow damped = [](auto, auto y, auto f) { f[0] = y[1], f[1] = -y[0] - damping * y[1]; };
 
 TEST(SearchLimits, AnEquilibriumIsNoOrbit) {
     for (const double strength : {0.02, 0.2, 0.6}) {

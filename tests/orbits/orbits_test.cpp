@@ -1,26 +1,11 @@
 // Searches for equilibria and for periodic orbits, against those with known place, period and
 // multipliers.
-#include <gtest/gtest.h>
-
-#include <cmath>
-
-#include "core/guards.hpp"
-#include "handles.hpp"
-#include "matrices.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
 
-using namespace testing_support;
-using trajex::Temporarily;
-
-void shifted(double, double* y, double* f) {
-    f[0] = y[0] - 1, f[1] = y[1] + 2;
-}
-void identity(double, double*, double** J) {
-    J[0][0] = J[1][1] = 1, J[0][1] = J[1][0] = 0;
-}
+constexpr Flow shifted = [](auto, auto y, auto f) { f[0] = y[0] - 1, f[1] = y[1] + 2; };
+constexpr jac_t identity = [](auto, auto, auto J) { J[0][0] = J[1][1] = 1, J[0][1] = J[1][0] = 0; };
 
 // From a guess, from the equilibrium itself, and from anywhere when there are no tolerances.
 TEST(EquiPoint, TakesOneCorrectionWhereTheSystemIsLinear) {
@@ -41,18 +26,10 @@ TEST(EquiPoint, TakesOneCorrectionWhereTheSystemIsLinear) {
     }
 }
 
-void root_of_two(double, double* y, double* f) {
-    f[0] = y[0] * y[0] - 2;
-}
-void slope_of_root(double, double* y, double** J) {
-    J[0][0] = 2 * y[0];
-}
-void arctangent(double, double* y, double* f) {  // Newton's method diverges beyond |y| = 1.39
-    f[0] = std::atan(y[0]);
-}
-void no_root(double, double* y, double* f) {
-    f[0] = y[0] * y[0] + 1;
-}
+constexpr Flow root_of_two = [](auto, auto y, auto f) { f[0] = y[0] * y[0] - 2; };
+constexpr jac_t slope_of_root = [](double, double* y, double** J) { J[0][0] = 2 * y[0]; };
+constexpr Flow arctangent = [](auto, auto y, auto f) { f[0] = std::atan(y[0]); };
+constexpr Flow no_root = [](auto, auto y, auto f) { f[0] = y[0] * y[0] + 1; };
 void undefined_right(double, double* y, double* f) {
     f[0] = y[0] > 1 ? not_a_number : y[0] - 2;
 }
@@ -60,7 +37,7 @@ void undefined_right(double, double* y, double* f) {
 // Code 30, the guess back in place, whatever the reason.
 TEST(EquiPoint, GivesTheGuessBackWhenItFails) {
     struct {
-        RightHandSide f;
+        Flow f;
         jac_t jac;
         double guess;
         int limit;
@@ -90,7 +67,7 @@ struct Search {
     double y[2], T = -1;
     Matrix Phi{2, 2};
 
-    Search(RightHandSide flow, double RelTol, double y0, double y1)
+    Search(Flow flow, double RelTol, double y0, double y1)
         : tx(open_variational(flow, 2, nullptr, nullptr, RelTol, &Circles::c1)), y{y0, y1} {
         TXSetCut(tx.get(), second_component, 10 * RelTol);
     }
@@ -182,9 +159,7 @@ TEST(AutonomousOrbit, MeetsThePublishedFiguresOfVanDerPol) {
     }
 }
 
-double height_above_a_tenth(double, double* y) {
-    return y[1] - 0.1;
-}
+constexpr Cut height_above_a_tenth = [](double, double* y) { return y[1] - 0.1; };
 
 // A weakly attracting circle on a section that it crosses aslant: corrections leave the section,
 // and steps are so short that not even extrapolation finds it again. It is then regained along the

@@ -1,21 +1,9 @@
 // The extended system: state, fundamental matrix and sensitivities against closed forms and
 // invariants.
-#include <gtest/gtest.h>
-
-#include <array>
-#include <cmath>
-#include <cstddef>
-#include <vector>
-
 #include "checksums.hpp"
-#include "handles.hpp"
-#include "matrices.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
-
-using namespace testing_support;
 
 void expect_sensitivities(unsigned flags, jac_t paramjac, double RelTol) {
     constexpr double t1 = 1.5, error = 50;

@@ -1,22 +1,10 @@
 // Numerical Jacobians against analytic ones.
-#include <gtest/gtest.h>
-
-#include <cstddef>
-
-#include "core/guards.hpp"
-#include "handles.hpp"
-#include "matrices.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
 
-using namespace testing_support;
-
 double level = 1e-9;
-double first_component_at_level(double, double* y) {
-    return y[0] - level;
-}
+constexpr Cut first_component_at_level = [](double, double* y) { return y[0] - level; };
 
 // A forward difference of f errs by eps f'' / 2. The values are such that x + eps - eps is not x:
 // only a saved value comes back exactly.

@@ -1,16 +1,7 @@
 // Opening and closing of the variational sub-record: which variable arguments are read.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <initializer_list>
-
-#include "handles.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
-
-using namespace testing_support;
 
 constexpr auto oscillator = Oscillator::flow;
 constexpr jac_t numerical = nullptr;
