@@ -16,11 +16,11 @@ TEST(Record, IsOneBlockInTheStatedOrder) {
     TrajexBif* bif = tx->txb = TXCreateBif(tx.get());
     ASSERT_NE(bif, nullptr);
     EXPECT_EQ(bif->order, 2);
-    const int rows = 2 + 1 + 1;
-    EXPECT_EQ(bif->Phi[0], bif->y + 2);
-    for (int i = 1; i < rows; ++i) EXPECT_EQ(bif->Phi[i], bif->Phi[i - 1] + rows);
-    EXPECT_EQ(bif->c, bif->Phi[rows - 1] + rows);
-    const double* next = bif->c + 1;
+    constexpr int rows = 2 + 1 + 1;
+    const double* next = bif->y + 2;
+    for (int i = 0; i < rows; ++i) EXPECT_EQ(bif->Phi[i], next + i * rows);
+    EXPECT_EQ(bif->c, next += rows * rows);
+    ++next;
     for (const double* vector : {bif->er, bif->ei, bif->trans, bif->tang, bif->intang, bif->top,
                                  bif->bot, bif->left, bif->right}) {
         EXPECT_EQ(vector, next);
