@@ -62,21 +62,6 @@ struct Oscillator {
     }
 };
 
-/// A rotation whose speed is the squared radius, and, beside it, y' = -2 t y^2: neither linear nor
-/// autonomous, and all in closed form.
-struct TwistAndDecay {
-    static void flow(double t, double* y, double* f) {
-        const double speed = y[0] * y[0] + y[1] * y[1];
-        f[0] = -speed * y[1], f[1] = speed * y[0], f[2] = -2 * t * y[2] * y[2];
-    }
-    static void solution(double t0, const double* start, double t1, double* end) {
-        const double angle = (start[0] * start[0] + start[1] * start[1]) * (t1 - t0);
-        end[0] = std::cos(angle) * start[0] - std::sin(angle) * start[1];
-        end[1] = std::sin(angle) * start[0] + std::cos(angle) * start[1];
-        end[2] = 1 / (1 / start[2] + t1 * t1 - t0 * t0);
-    }
-};
-
 struct Lorenz {
     static inline double sigma = 10, rho = 28, beta = 8.0 / 3;
     static void flow(double, double* y, double* f) {

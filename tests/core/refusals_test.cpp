@@ -243,6 +243,14 @@ TEST(Refusal, OfASubRecord) {
     expect_refused(26, 2, ignored_jacobian, 4, ignored_jacobian, a, a, a, none);
     expect_refused(15, 2, ignored_jacobian, huge, ignored_jacobian);  // beyond an int
     expect_refused(15, 46341, ignored_jacobian, 0);
+    const double steppable[][2] = {
+        {-1e-9, 0.1}, {not_a_number, 0.1}, {1e-9, 0}, {1e-9, -0.1}, {1e-9, not_a_number}};
+    for (const auto& [RelTol, h] : steppable) {  // no step could be made on it
+        const OpenHandle tx = open_recording(circles, 2);
+        tx->RelTol = RelTol, tx->h = h;
+        EXPECT_EQ(TXVarOpenTrajex(tx.get(), ignored_jacobian, 0), 0);
+        EXPECT_TRUE(tx->ErrorCode == 15 && tx->TX == nullptr);
+    }
 }
 
 }  // namespace

@@ -52,33 +52,6 @@ TEST(Step, HasTheRecordedBits) {
     EXPECT_EQ(sum.value(), 5619779513462367502u);
 }
 
-/// Largest errors of one step of size h: of the solution, of its estimate, of the dense output.
-std::array<double, 3> step_errors(double h) {
-    const OpenHandle tx = open_terminating(TwistAndDecay::flow, 3, 0, h);
-    const double start[] = {0.8, 0.6, 1};
-    double y[] = {0.8, 0.6, 1}, exact[3], t = 1;
-    TXStep(tx.get(), &t, y);
-    std::array<double, 3> largest{0, *std::max_element(tx->abs_err, tx->abs_err + 3), 0};
-    for (int tenth = 10; tenth > 0; --tenth) {
-        const double at = 1 + h * tenth / 10;
-        if (tenth < 10) TXInterpolate(tx.get(), at, y);
-        TwistAndDecay::solution(1, start, at, exact);
-        double& error = largest[tenth < 10 ? 2 : 0];
-        for (int i = 0; i < 3; ++i) error = std::max(error, std::fabs(y[i] - exact[i]));
-    }
-    return largest;
-}
-
-TEST(Step, HasTheErrorsOfItsOrders) {
-    const double orders[] = {7, 6, 7};
-    for (const double h : {0.025, 0.0125}) {
-        const auto coarse = step_errors(2 * h), fine = step_errors(h);
-        for (std::size_t i = 0; i < 3; ++i) {
-            EXPECT_NEAR(std::log2(coarse[i] / fine[i]), orders[i], 0.15);
-        }
-    }
-}
-
 // Where a fixed step ends, there is no interpolation; to reach where one is, nothing at all.
 TEST(Integrate, EvaluatesNothingInVain) {
     for (const double t1 : {0.0, 1.0}) {

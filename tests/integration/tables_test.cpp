@@ -111,25 +111,22 @@ TEST_F(Tables, SampleTheDenseOutputOfFreeSteps) {
 }
 
 TEST_F(Tables, HaveTheFirstRowOnlyWhereNoIntervalAdvances) {
-    struct {
-        double t, t1;
-        long n;
-    } const cases[] = {{2, 3, 0},
-                       {2, 3, -5},
-                       {2, 2, 4},
-                       {2, 1, 4},
-                       {2, 1, -4},
-                       {2, infinity, 4},
-                       {2, not_a_number, 4},
-                       {not_a_number, 3, 4},
-                       {1e17, 1e17 + 64, 1000}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.t << " to " << c.t1 << ", " << c.n << " intervals");
+    const double cases[][3] = {{2, 3, 0},
+                               {2, 3, -5},
+                               {2, 2, 4},
+                               {2, 1, 4},
+                               {2, 1, -4},
+                               {2, infinity, 4},
+                               {2, not_a_number, 4},
+                               {not_a_number, 3, 4},
+                               {1e17, 1e17 + 64, 1000}};
+    for (const auto& [from, to, intervals] : cases) {
+        SCOPED_TRACE(testing::Message() << from << " to " << to << ", intervals " << intervals);
         samples.clear();
-        t = c.t;
-        EXPECT_EQ(TXftableg(tx.get(), &t, c.t1, c.n, y, take), 1);
+        t = from;
+        EXPECT_EQ(TXftableg(tx.get(), &t, to, long(intervals), y, take), 1);
         EXPECT_EQ(samples.size(), 1U);
-        EXPECT_TRUE((t == c.t || std::isnan(c.t)) && y[0] == 1 && y[1] == 3);
+        EXPECT_TRUE((t == from || std::isnan(from)) && y[0] == 1 && y[1] == 3);
     }
     EXPECT_EQ(Probe::calls, 0);
 }
