@@ -164,6 +164,8 @@ struct KnownStudy : Study {
         }
         if (bif.biftype == trajex::saddle_node) {
             EXPECT_EQ(bif.cleft + bif.tang[0], -2 * 77);
+            const bool top_is_stabler = bif.btype[1] > bif.btype[5];
+            EXPECT_EQ(displaced(bif.top) * dc > 0, top_is_stabler);
             return;
         }
         expect_orbit(bif.left, bif.cleft, bif.Tleft, "left");

@@ -49,6 +49,7 @@ TEST(EquiPoint, GivesTheGuessBackWhenItFails) {
     } const cases[] = {{root_of_two, slope_of_root, 1, 5, false},
                        {root_of_two, slope_of_root, 1, 6, true},
                        {root_of_two, nullptr, 1, 10, true},
+                       {root_of_two, slope_of_root, 0, 10, true},  // a singular start
                        {root_of_two, slope_of_root, std::sqrt(2.0), 1, false},
                        {arctangent, nullptr, 20, 100, false},
                        {no_root, slope_of_root, 0.3, 30, false},
@@ -60,7 +61,7 @@ TEST(EquiPoint, GivesTheGuessBackWhenItFails) {
     for (const auto& c : cases) {
         const OpenHandle tx = open_variational(c.f, 1, c.jac, nullptr, 1e-10);
         TXSetMaxNewtSteps(tx.get(), c.limit);
-        (c.guess == 0 ? tx->NewtAbsTol : tx->NewtRelTol) = 0;
+        (c.guess == 0 && !c.found ? tx->NewtAbsTol : tx->NewtRelTol) = 0;
         double y[] = {c.guess};
         EXPECT_EQ(TXEquiPoint(tx.get(), y), c.found);
         EXPECT_EQ(tx->ErrorCode, c.found ? 0 : 30);
@@ -133,6 +134,11 @@ TEST(AutonomousOrbit, FindsTheCircle) {
     ASSERT_EQ(found.run(), 1);
     EXPECT_TRUE(found.y[0] == 3 && found.y[1] == 1e-10);
     EXPECT_NEAR(found.T, 2 * pi, 1e-8);
+    for (const int limit : {0, 1, 2}) {
+        Search search(Circles::flow, 1e-10, 3.2, 0.1);
+        TXSetMaxNewtSteps(search.tx.get(), limit);
+        EXPECT_EQ(search.run(), limit == 2);
+    }
     for (const int limit : {0, 1, 3}) {  // the section is not reached: no code
         Search lost(Circles::flow, 1e-10, 2.1, 0.1);
         TXSetMaxPeriodSteps(lost.tx.get(), limit);
@@ -184,6 +190,7 @@ TEST(AutonomousOrbit, RegainsTheSectionAlongTheTrajectory) {
         EXPECT_NEAR(search.T, 2 * pi, 1e-6);
         EXPECT_NEAR(std::hypot(search.y[0] - 1.8016, search.y[1]), 0.2, 1e-6);
         EXPECT_NEAR(search.y[1], 0.1, 1e-8);
+        EXPECT_GT(search.y[0], 1.8016) << guess;
     }
 }
 
@@ -263,7 +270,7 @@ TEST(SearchLimits, AnEquilibriumIsNoOrbit) {
         }
     }
     const Temporarily small(Cycle::a, 1e-10);
-    for (const double tolerance : {1e-7, 1e-4}) {
+    for (const double tolerance : {1e-7, 3e-5, 1e-4}) {
         Search search(Cycle::flow, 1e-12, 1e-5, 1e-7);
         search.tx->NewtAbsTol = tolerance;
         EXPECT_EQ(search.run(), tolerance < 1e-5);
