@@ -120,70 +120,70 @@ inline const std::vector<Operation>& operations() {
     using enum Restores;
     constexpr int torus = 1, fold = 3, hopf = 6;
     static const std::vector<Operation> all = {
-        {"Step", parameters, [](Bench& b) { return TXStep(b.tx.get(), &b.t, b.y); }},
-        {"Integrate", parameters, [](Bench& b) { return TXIntegrate(b.tx.get(), &b.t, 1, b.y); }},
-        {"SetAutoCut", everything, [](Bench& b) { return TXSetAutoCut(b.tx.get(), b.t, b.y); }},
-        {"ClosestCut", parameters, [](Bench& b) { return CLOSESTCUT(b.tx.get(), &b.t, b.y); }},
+        {"Step", parameters, [](auto& b) { return TXStep(b.tx.get(), &b.t, b.y); }},
+        {"Integrate", parameters, [](auto& b) { return TXIntegrate(b.tx.get(), &b.t, 1, b.y); }},
+        {"SetAutoCut", everything, [](auto& b) { return TXSetAutoCut(b.tx.get(), b.t, b.y); }},
+        {"ClosestCut", parameters, [](auto& b) { return CLOSESTCUT(b.tx.get(), &b.t, b.y); }},
         {"PoincareStep", parameters,
-         [](Bench& b) {
+         [](auto& b) {
              b.start(2, -1e-5, 0.5);
              return TXPoincareStep(b.tx.get(), &b.t, b.y);
          }},
-        {"NumJac", everything, [](Bench& b) { return TXNumJac(b.tx.get(), b.t, b.y, b.Phi); }},
+        {"NumJac", everything, [](auto& b) { return TXNumJac(b.tx.get(), b.t, b.y, b.Phi); }},
         {"NumParamJac", everything,
-         [](Bench& b) { return TXNumParamJac(b.tx.get(), b.t, b.y, b.Phi); }},
+         [](auto& b) { return TXNumParamJac(b.tx.get(), b.t, b.y, b.Phi); }},
         {"NumCutJac", everything,
-         [](Bench& b) { return TXNumCutJac(b.tx.get(), b.t, b.y, &b.c1, &b.c2, b.Phi[0]); }},
-        {"VarStep", parameters, [](Bench& b) { return TXVarStep(b.tx.get(), &b.t, b.y, b.Phi); }},
+         [](auto& b) { return TXNumCutJac(b.tx.get(), b.t, b.y, &b.c1, &b.c2, b.Phi[0]); }},
+        {"VarStep", parameters, [](auto& b) { return TXVarStep(b.tx.get(), &b.t, b.y, b.Phi); }},
         {"VarIntegrate", parameters,
-         [](Bench& b) { return TXVarIntegrate(b.tx.get(), &b.t, 1, b.y, b.Phi); }},
+         [](auto& b) { return TXVarIntegrate(b.tx.get(), &b.t, 1, b.y, b.Phi); }},
         {"VarPoincareStep", parameters,
-         [](Bench& b) {
+         [](auto& b) {
              b.start(2, -1e-5, 0.5);
              return TXVarPoincareStep(b.tx.get(), &b.t, b.y, b.Phi);
          }},
-        {"EquiPoint", everything, [](Bench& b) { return TXEquiPoint(b.tx.get(), b.y); }},
+        {"EquiPoint", everything, [](auto& b) { return TXEquiPoint(b.tx.get(), b.y); }},
         {"NonAutoOrbit", parameters,
-         [](Bench& b) { return TXNonAutoOrbit(b.tx.get(), b.t, b.y, b.Phi, b.T); }},
+         [](auto& b) { return TXNonAutoOrbit(b.tx.get(), b.t, b.y, b.Phi, b.T); }},
         {"AutoOrbit", parameters,
-         [](Bench& b) {
+         [](auto& b) {
              b.start_circle();
              return TXAutoOrbit(b.tx.get(), b.t, b.y, b.Phi, 1, &b.T);
          }},
         {"LocateEquiBif", other_parameter,
-         [](Bench& b) {
+         [](auto& b) {
              TrajexBif* bif = b.describe(0.9, -0.05, 0, 0);
              return bif == nullptr ? 0 : TXLocateEquiBif(b.tx.get(), bif, &b.c1, nullptr);
          }},
         {"LocateBif", other_parameter,
-         [](Bench& b) {
+         [](auto& b) {
              TrajexBif* bif = b.describe(0.9, -0.05, 5, 0);
              return bif == nullptr ? 0 : TXLocateBif(b.tx.get(), bif, &b.c1, 0, nullptr);
          }},
         {"CheckBif", other_parameter,
-         [](Bench& b) {
+         [](auto& b) {
              TrajexBif* bif = b.describe(0.9, -0.05, 5, 0);
              if (bif == nullptr || TXLocateBif(b.tx.get(), bif, &b.c1, 0, nullptr) != 1) return 0;
              return TXCheckBif(b.tx.get(), bif, &b.c1, 0.05, 0, nullptr);
          }},
-        {"EquiCont", other_parameter, [](Bench& b) { return b.branch(TXEquiCont, b.y); }},
+        {"EquiCont", other_parameter, [](auto& b) { return b.branch(TXEquiCont, b.y); }},
         {"NonAutoCont", other_parameter,
-         [](Bench& b) { return b.branch(TXNonAutoCont, b.t, b.y, b.T); }},
+         [](auto& b) { return b.branch(TXNonAutoCont, b.t, b.y, b.T); }},
         {"AutoCont", other_parameter,
-         [](Bench& b) {
+         [](auto& b) {
              b.start_circle(), b.tx->MaxContSteps = 3;
              return b.branch(TXAutoCont, b.t, b.y, 1, &b.T);
          }},
         {"Equi2DCont", nothing,
-         [](Bench& b) { return b.describe(1, 0, 0, hopf) ? b.curve(TXEqui2DCont) : 0; }},
+         [](auto& b) { return b.describe(1, 0, 0, hopf) ? b.curve(TXEqui2DCont) : 0; }},
         {"NonAuto2DCont", nothing,
-         [](Bench& b) { return b.describe(1, 0, 5, torus) ? b.curve(TXNonAuto2DCont) : 0; }},
+         [](auto& b) { return b.describe(1, 0, 5, torus) ? b.curve(TXNonAuto2DCont) : 0; }},
         {"Auto2DCont", nothing,
-         [](Bench& b) { return b.describe(1, -1, 2 * pi, fold) ? b.curve(TXAuto2DCont) : 0; }},
+         [](auto& b) { return b.describe(1, -1, 2 * pi, fold) ? b.curve(TXAuto2DCont) : 0; }},
         {"LyapCalc", parameters,
-         [](Bench& b) { return TXLyapCalc(b.tx.get(), &b.t, b.y, 1e-5, 0.25, 2, 4, b.Phi[0], 2); }},
+         [](auto& b) { return TXLyapCalc(b.tx.get(), &b.t, b.y, 1e-5, 0.25, 2, 4, b.Phi[0], 2); }},
         {"Table", parameters,
-         [](Bench& b) { return TXftableg(b.tx.get(), &b.t, 1, 4, b.y, &Bench::take_sample); }},
+         [](auto& b) { return TXftableg(b.tx.get(), &b.t, 1, 4, b.y, &Bench::take_sample); }},
     };
     return all;
 }

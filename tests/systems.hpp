@@ -13,7 +13,8 @@ inline constexpr double pi = std::numbers::pi;
 inline constexpr double infinity = std::numeric_limits<double>::infinity();
 inline constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();
 
-using RightHandSide = void (*)(double t, double* y, double* f);
+using Flow = void (*)(double t, double* y, double* f);
+using Cut = double (*)(double t, double* y);
 
 /// Counts the calls of this thread. When its calls are used up, every further one throws or, if
 /// so set, is no number.
@@ -33,7 +34,7 @@ struct Probe {
         if (throws) throw Thrown();
         return true;
     }
-    template <RightHandSide Flow>
+    template <Flow Flow>
     static void flow(double t, double* y, double* f) {
         Flow(t, y, f);
         if (used_up()) f[0] = not_a_number;
@@ -58,21 +59,6 @@ struct Oscillator {
     static void flow(double, double* y, double* f) { f[0] = y[1], f[1] = -y[0]; }
     static void jacobian(double, double*, double** J) {
         J[0][0] = J[1][1] = 0, J[0][1] = 1, J[1][0] = -1;
-    }
-};
-
-/// A rotation whose speed is the squared radius, and, beside it, y' = -2 t y^2: neither linear nor
-/// autonomous, and all in closed form.
-struct TwistAndDecay {
-    static void flow(double t, double* y, double* f) {
-        const double speed = y[0] * y[0] + y[1] * y[1];
-        f[0] = -speed * y[1], f[1] = speed * y[0], f[2] = -2 * t * y[2] * y[2];
-    }
-    static void solution(double t0, const double* start, double t1, double* end) {
-        const double angle = (start[0] * start[0] + start[1] * start[1]) * (t1 - t0);
-        end[0] = std::cos(angle) * start[0] - std::sin(angle) * start[1];
-        end[1] = std::sin(angle) * start[0] + std::cos(angle) * start[1];
-        end[2] = 1 / (1 / start[2] + t1 * t1 - t0 * t0);
     }
 };
 

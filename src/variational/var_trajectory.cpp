@@ -18,6 +18,7 @@ int TXVarIntegrate(Trajex* handle, double* t0, double t1, double* y, double** Ph
     return integrate_to(flow, t0, t1, where);
 }
 
+// It reports under the name of its plain namesake, which applications have come to know.
 int TXVarInterpolate(Trajex* handle, double t, double* y, double** Phi) {
     constexpr const char* where = "TXInterpolate";
     ExtendedFlow flow(enter_variational(handle, where), y, Phi);

@@ -1,10 +1,50 @@
 /* A program as an application's author writes it, in the common subset of C99 and C++: fixed and
- * variable arguments, callbacks, the records, the tables. It says what went wrong, or nothing. */
+ * variable arguments, callbacks, the records, the tables. It has functions of its own under short
+ * names that the library also exports: it links, and the library never calls them in place of its
+ * own. It says what went wrong, or nothing. */
+#define TX_NO_SHORT_NAMES
 #include <tx.h>
 
 #include <math.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+static int trap(void) {
+    fprintf(stderr, "the library called a function of the application\n");
+    exit(2);
+}
+
+#define OWN(name)      \
+    int name(void);    \
+    int name(void) {   \
+        return trap(); \
+    }
+OWN(step)
+OWN(order)
+OWN(integrate)
+OWN(interpolate)
+OWN(dot)
+#undef OWN
+#ifdef __cplusplus
+}
+#endif
+
+/* Brings every part of the library into the program. */
+typedef void (*any_function)(void);
+static any_function volatile everything[] = {
+    (any_function)TXPoincareStep, (any_function)TXVarPoincareStep,
+    (any_function)TXEquiPoint,    (any_function)TXStateBifOutput,
+    (any_function)TXCheckEquiBif, (any_function)TXLocateEquiBif,
+    (any_function)TXEquiCont,     (any_function)TXLyapCalcFile,
+    (any_function)TXftablea,      (any_function)TXAutoOrbit,
+    (any_function)TXNonAutoOrbit, (any_function)TXCheckBif,
+    (any_function)TXLocateBif,    (any_function)TXEqui2DCont,
+    (any_function)TXEigenVector,  (any_function)CRIT2,
+};
 
 static double level = 2.0;
 static int failures = 0;
@@ -43,6 +83,12 @@ static void integrate_an_oscillation(void) {
     expect(tx->StepTaken == 1 && tx->order == 2, "the fields of the handle");
 
     tx->TerminateOnFatalError = 0;
+    TXSetCut(tx, NULL, 1e-6);
+    expect(TXSetAutoCut(tx, t, y) == 1 && everything[0] != NULL, "a section");
+    while (TXPoincareStep(tx, &t, y) == 0) {
+        if (TXErrorTrajex(tx) != 0) break;
+    }
+    expect(TXErrorTrajex(tx) == 0, "a crossing");
     expect(TXSetMaxStep(tx, -1.0) == 0 && TXErrorTrajex(tx) == 11, "a refused setting");
     expect(strcmp(TXStrErrorTrajex(tx), TrajexFatalError[11]) == 0, "the text of an error");
     expect(TXCloseTrajex(tx) == 1, "TXCloseTrajex");

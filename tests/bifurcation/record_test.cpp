@@ -1,37 +1,26 @@
 // The bifurcation record, the stability criteria over its eigenvalues, and its reports.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <sstream>
-#include <string>
 #include <type_traits>
-#include <vector>
 
 #include "bifurcation/criteria.hpp"
 #include "bifurcation/record.hpp"
 #include "continuation/recorder.hpp"
-#include "handles.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
-
-using namespace testing_support;
 
 TEST(Record, IsOneBlockInTheStatedOrder) {
     const auto tx = open_variational(Uncoupled::flow, 2, nullptr, nullptr, 1e-6, &Uncoupled::a);
     TrajexBif* bif = tx->txb = TXCreateBif(tx.get());
     ASSERT_NE(bif, nullptr);
     EXPECT_EQ(bif->order, 2);
-    const int rows = 2 + 1 + 1;
-    EXPECT_EQ(bif->Phi[0], bif->y + 2);
-    for (int i = 1; i < rows; ++i) EXPECT_EQ(bif->Phi[i], bif->Phi[i - 1] + rows);
-    EXPECT_EQ(bif->c, bif->Phi[rows - 1] + rows);
-    const double* next = bif->c + 1;
+    constexpr int rows = 2 + 1 + 1;
+    const double* next = bif->y + 2;
+    for (int i = 0; i < rows; ++i) EXPECT_EQ(bif->Phi[i], next + i * rows);
+    EXPECT_EQ(bif->c, next += rows * rows);
+    ++next;
     for (const double* vector : {bif->er, bif->ei, bif->trans, bif->tang, bif->intang, bif->top,
                                  bif->bot, bif->left, bif->right}) {
         EXPECT_EQ(vector, next);

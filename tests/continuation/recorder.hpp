@@ -2,18 +2,8 @@
 // holds them when they are reported.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstddef>
-#include <cstdio>
-#include <string>
-#include <vector>
-
-#include "files.hpp"
-#include "handles.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "bifurcation/record.hpp"
+#include "support.hpp"
 
 namespace testing_support {
 
@@ -27,8 +17,9 @@ struct Point {
     static Point of(const Trajex& tx) {
         const TrajexBif& bif = *tx.txb;
         const auto copy = [](const double* first, int n) { return std::vector(first, first + n); };
+        const std::string name = bif.biftype == 0 ? "" : TrajexBifName[bif.biftype];
         return {bif.steps,
-                bif.biftype == 0 ? "" : std::string(TrajexBifName[bif.biftype]) + bif.btype,
+                name.empty() ? "" : name + bif.btype,
                 bif.indir,
                 bif.T,
                 copy(bif.c, tx.nparam),
@@ -40,23 +31,52 @@ struct Point {
 };
 using Points = std::vector<Point>;
 
-/// Runs with a state stream and a user output. The latter takes the points in place of a stream.
-struct Recording {
-    Points points;
-    std::string text;
-    double t = 0, T = 0, dc = 0;
+enum Kind { equilibria, forced, cycles };
+using CurveRun = int (*)(Trajex*, double*, double*, double*, int, ...);
 
-    int equilibria(const auto& tx, double* y, double& c, double step, int nrbif = 0) {
-        return follow(TXEquiCont, *tx, y, &c, &(dc = step), nrbif);
+/// A handle at settings that suit bifurcations, a start, and runs from there with a state stream
+/// and a user output. The latter takes the points in place of a stream.
+struct Study {
+    /// The parameters of the handle are those listed, or the one that a branch is followed in.
+    template <class... Listed>
+    Study(Flow flow, std::vector<double> guess, double& parameter, double value, Listed&... listed)
+        : y(std::move(guess)), c(parameter), start(parameter, value) {
+        const int order = static_cast<int>(y.size());
+        if constexpr (sizeof...(listed) == 0) {
+            tx = open_variational(flow, order, nullptr, nullptr, 1e-9, &parameter);
+        } else {
+            tx = open_variational(flow, order, nullptr, nullptr, 1e-9, &listed...);
+        }
+        tx->LambdaNewtRelTol = 1e-6;
+        TXSetCut(tx.get(), second_component, 1e-9);
     }
-    int cycles(const auto& tx, double* y, int turns, double& c, double step, int nrbif = 0) {
-        return follow(TXAutoCont, *tx, t, y, turns, &T, &c, &(dc = step), nrbif);
+    Trajex* operator->() const { return tx.get(); }
+
+    /// Gives the handle a record at the state with the parameters' present values.
+    TrajexBif& record(double period = 0, int biftype = 0) {
+        if (tx->txb == nullptr) tx->txb = TXCreateBif(tx.get());
+        TrajexBif& bif = *tx->txb;
+        bif.T = period, bif.biftype = biftype;
+        std::copy(y.begin(), y.end(), bif.y);
+        for (int q = 0; q < tx->nparam; ++q) bif.c[q] = *tx->c[q];
+        for (double* const values : {bif.er, bif.ei}) std::fill_n(values, y.size(), 0.0);
+        return bif;
     }
-    int forced(const auto& tx, double* y, double period, double& c, double step, int nrbif = 0) {
-        return follow(TXNonAutoCont, *tx, t, y, period, &c, &(dc = step), nrbif);
+
+    /// T is the period of the forcing, or what the search for the first cycle leaves there.
+    int follow(Kind kind, double step, int nrbif = 0) {
+        dc = step;
+        switch (kind) {
+            case equilibria:
+                return recorded(TXEquiCont, y.data(), &c, &dc, nrbif);
+            case forced:
+                return recorded(TXNonAutoCont, t, y.data(), T, &c, &dc, nrbif);
+            default:
+                return recorded(TXAutoCont, t, y.data(), turns, &T, &c, &dc, nrbif);
+        }
     }
-    int curve(auto kind, const auto& tx, double& c1, double& c2, double step) {
-        return follow(kind, *tx, &c1, &c2, &(dc = step));
+    int curve(CurveRun run, double& c1, double& c2, double step) {
+        return recorded(run, &c1, &c2, &(dc = step));
     }
 
     /// The bifurcations found on a branch: they have the step number of the point before.
@@ -67,7 +87,13 @@ struct Recording {
         }
         return found;
     }
-
+    void expect_located(std::vector<double> parameters, double accuracy) const {
+        const Points found = located();
+        ASSERT_EQ(found.size(), parameters.size());
+        for (std::size_t i = 0; i < found.size(); ++i) {
+            EXPECT_NEAR(found[i].c.back(), parameters[i], accuracy);
+        }
+    }
     /// As the text reports them.
     std::vector<double> step_sizes() const {
         std::vector<double> sizes;
@@ -76,45 +102,35 @@ struct Recording {
         }
         return sizes;
     }
+    /// The application's parameters are those of the record, which holds the last point.
+    void expect_stopped_there() const {
+        ASSERT_FALSE(points.empty());
+        EXPECT_EQ(Point::of(*tx), points.back());
+        for (int q = 0; q < tx->nparam; ++q) EXPECT_EQ(*tx->c[q], tx->txb->c[q]);
+    }
 
-    static void record(Trajex* tx, FILE* points) {
+    static void take(Trajex* tx, FILE* points) {
         reinterpret_cast<Points*>(points)->push_back(Point::of(*tx));
     }
 
+    OpenHandle tx;
+    std::vector<double> y;
+    double& c;
+    const Temporarily<double> start;
+    double t = 0, T = 0, dc = 0;
+    int turns = 1;
+    Points points;
+    std::string text;
+
   private:
-    int follow(auto operation, Trajex& tx, auto... arguments) {
+    int recorded(auto operation, auto... arguments) {
         points.clear();
         const TextStream state;
-        const int result = operation(&tx, arguments..., 1 | 4, static_cast<FILE*>(state), record,
+        const int result = operation(tx.get(), arguments..., 1 | 4, static_cast<FILE*>(state), take,
                                      reinterpret_cast<FILE*>(&points));
         text = state.text();
         return result;
     }
 };
-
-/// A handle for runs, at settings that suit bifurcations.
-template <class... Parameter>
-OpenHandle open_study(void (*fcn)(double, double*, double*), int order, Parameter&... parameters) {
-    OpenHandle tx = open_variational(fcn, order, nullptr, nullptr, 1e-9, &parameters...);
-    tx->LambdaNewtRelTol = 1e-6;
-    TXSetCut(tx.get(), second_component, 1e-9);
-    return tx;
-}
-
-/// Gives the handle a record at the state with the parameters' present values.
-inline void start_at(Trajex& tx, const std::vector<double>& y, double T = 0, int biftype = 0) {
-    tx.txb = TXCreateBif(&tx);
-    tx.txb->T = T;
-    tx.txb->biftype = biftype;
-    std::copy(y.begin(), y.end(), tx.txb->y);
-    for (int q = 0; q < tx.nparam; ++q) tx.txb->c[q] = *tx.c[q];
-    for (int i = 0; i < tx.order; ++i) tx.txb->er[i] = tx.txb->ei[i] = 0;
-}
-
-/// The application's parameters are those of the record, which holds this point.
-inline void expect_stopped_at(const Trajex& tx, const Point& point) {
-    EXPECT_EQ(Point::of(tx), point);
-    for (int q = 0; q < tx.nparam; ++q) EXPECT_EQ(*tx.c[q], tx.txb->c[q]) << "parameter " << q;
-}
 
 }  // namespace testing_support

@@ -1,21 +1,10 @@
 // Opening, defaults, setters; the policy, the texts and the stream of error reports.
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <string>
 
 #include "core/errors.hpp"
-#include "files.hpp"
-#include "handles.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
-
-using namespace testing_support;
-using testing::ExitedWithCode;
 
 constexpr auto oscillator = Oscillator::flow;
 

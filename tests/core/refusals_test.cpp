@@ -1,23 +1,10 @@
 // What is refused, in one table: a call that is refused leaves everything as it was and a code,
 // or ends the process under the policy to do so; without a handle every operation ends it. All
 // under the name of the operation.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
-#include <limits>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "files.hpp"
 #include "operations.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
-
-using namespace testing_support;
-using testing::ExitedWithCode;
 
 constexpr auto circles = Circles::flow;
 void ignored_jacobian(double, double*, double**) {}
@@ -58,63 +45,57 @@ constexpr const char* const no_name = nullptr;
 
 // On a handle with a sub-record and a cut function.
 const Refusal refusals[] = {
-    {"TXSetMaxStep", 11, [](const Call& c) { return TXSetMaxStep(c.tx, c.x); }, not_positive},
-    {"TXSetRelTol", 5, [](const Call& c) { return TXSetRelTol(c.tx, c.x); }, negative},
-    {"TXSetAbsTol", 5, [](const Call& c) { return TXSetAbsTol(c.tx, c.x); }, negative},
-    {"TXSetNewtTol", 17, [](const Call& c) { return TXSetNewtTol(c.tx, c.x); }, not_positive},
-    {"TXSetCut", 16, [](const Call& c) { return TXSetCut(c.tx, nullptr, c.x); }, not_positive},
-    {"TXIntegrate", 7, [](const Call& c) { return TXIntegrate(c.tx, c.t, c.x, c.y); }, no_time},
-    {"TXInterpolate", 12, [](const Call& c) { return TXInterpolate(c.tx, 0, c.y); }},
+    {"TXSetMaxStep", 11, [](auto& c) { return TXSetMaxStep(c.tx, c.x); }, not_positive},
+    {"TXSetRelTol", 5, [](auto& c) { return TXSetRelTol(c.tx, c.x); }, negative},
+    {"TXSetAbsTol", 5, [](auto& c) { return TXSetAbsTol(c.tx, c.x); }, negative},
+    {"TXSetNewtTol", 17, [](auto& c) { return TXSetNewtTol(c.tx, c.x); }, not_positive},
+    {"TXSetCut", 16, [](auto& c) { return TXSetCut(c.tx, nullptr, c.x); }, not_positive},
+    {"TXIntegrate", 7, [](auto& c) { return TXIntegrate(c.tx, c.t, c.x, c.y); }, no_time},
+    {"TXInterpolate", 12, [](auto& c) { return TXInterpolate(c.tx, 0, c.y); }},
     {"TXSetAutoCut", 10,
-     [](const Call& c) {
+     [](auto& c) {
          return TXSetAutoCut(c.tx, 0, std::array{c.x, 0.0}.data());
      },
      no_length},
-    {"TXCutSurface", 8, [](const Call& c) { return TXCutSurface(c.tx, c.y, c.y); }},
-    {"TXAutoCut", 8, [](const Call& c) { return int(TXAutoCut(c.tx, 0, c.y)); }},
-    {"TXftablef", 25, [](const Call& c) { return TXftablef(c.tx, no_name, "1", c.t, 1, 4, c.y); }},
+    {"TXCutSurface", 8, [](auto& c) { return TXCutSurface(c.tx, c.y, c.y); }},
+    {"TXAutoCut", 8, [](auto& c) { return int(TXAutoCut(c.tx, 0, c.y)); }},
+    {"TXftablef", 25, [](auto& c) { return TXftablef(c.tx, no_name, "1", c.t, 1, 4, c.y); }},
     {"TXftablef", 25,
-     [](const Call& c) { return TXftablef(c.tx, impossible_file, "1", c.t, 1, 4, c.y); }},
-    {"TXftablea", 25, [](const Call& c) { return TXftablea(c.tx, no_file, "1", c.t, 1, 4, c.y); }},
-    {"TXLyapCalcFile", 26,
-     [](const Call& c) { return c.lyapunov(no_name, 1e-3, 0.5, 0, 5, int(c.x)); }, no_count},
-    {"TXLyapCalcFile", 23, [](const Call& c) { return c.lyapunov(no_name, c.x, 0.5, 0, 5, 2); },
+     [](auto& c) { return TXftablef(c.tx, impossible_file, "1", c.t, 1, 4, c.y); }},
+    {"TXftablea", 25, [](auto& c) { return TXftablea(c.tx, no_file, "1", c.t, 1, 4, c.y); }},
+    {"TXLyapCalcFile", 26, [](auto& c) { return c.lyapunov(no_name, 1e-3, 0.5, 0, 5, int(c.x)); },
+     no_count},
+    {"TXLyapCalcFile", 23, [](auto& c) { return c.lyapunov(no_name, c.x, 0.5, 0, 5, 2); },
      no_number},
-    {"TXLyapCalcFile", 7, [](const Call& c) { return c.lyapunov(no_name, 1e-3, c.x, 0, 5, 2); },
-     no_time},
+    {"TXLyapCalcFile", 7, [](auto& c) { return c.lyapunov(no_name, 1e-3, c.x, 0, 5, 2); }, no_time},
     {"TXLyapCalcFile", 24,
-     [](const Call& c) { return c.lyapunov(no_name, 1e-3, 0.5, long(c.x), -1 - long(c.x), 2); },
+     [](auto& c) { return c.lyapunov(no_name, 1e-3, 0.5, long(c.x), -1 - long(c.x), 2); },
      no_limit},
-    {"TXLyapCalcFile", 25, [](const Call& c) { return c.lyapunov(no_name, 1e-3, 0.5, 0, 5, 2); }},
-    {"TXLyapCalcFile", 25,
-     [](const Call& c) { return c.lyapunov(impossible_file, 1e-3, 0.5, 0, 5, 2); }},
-    {"TXVarIntegrate", 7, [](const Call& c) { return TXVarIntegrate(c.tx, c.t, c.x, c.y, c.Phi); },
+    {"TXLyapCalcFile", 25, [](auto& c) { return c.lyapunov(no_name, 1e-3, 0.5, 0, 5, 2); }},
+    {"TXLyapCalcFile", 25, [](auto& c) { return c.lyapunov(impossible_file, 1e-3, 0.5, 0, 5, 2); }},
+    {"TXVarIntegrate", 7, [](auto& c) { return TXVarIntegrate(c.tx, c.t, c.x, c.y, c.Phi); },
      no_time},
-    {"TXNonAutoOrbit", 7, [](const Call& c) { return TXNonAutoOrbit(c.tx, 1, c.y, c.Phi, c.x); },
+    {"TXNonAutoOrbit", 7, [](auto& c) { return TXNonAutoOrbit(c.tx, 1, c.y, c.Phi, c.x); },
      no_period},
-    {"TXLocateEquiBif", 28,
-     [](const Call& c) { return TXLocateEquiBif(c.tx, c.bif(), c1, no_file); }},
-    {"TXCheckEquiBif", 28,
-     [](const Call& c) { return TXCheckEquiBif(c.tx, c.bif(), c1, 0.1, no_file); }},
-    {"TXLocateBif", 28, [](const Call& c) { return TXLocateBif(c.tx, c.bif(), c1, 0, no_file); }},
-    {"TXCheckBif", 28,
-     [](const Call& c) { return TXCheckBif(c.tx, c.bif(), c1, 0.1, 0, no_file); }},
-    {"TXEquiCont", 26, [](const Call& c) { return TXEquiCont(c.tx, c.y, &stranger, c.dc, 0, 0); }},
+    {"TXLocateEquiBif", 28, [](auto& c) { return TXLocateEquiBif(c.tx, c.bif(), c1, no_file); }},
+    {"TXCheckEquiBif", 28, [](auto& c) { return TXCheckEquiBif(c.tx, c.bif(), c1, 0.1, no_file); }},
+    {"TXLocateBif", 28, [](auto& c) { return TXLocateBif(c.tx, c.bif(), c1, 0, no_file); }},
+    {"TXCheckBif", 28, [](auto& c) { return TXCheckBif(c.tx, c.bif(), c1, 0.1, 0, no_file); }},
+    {"TXEquiCont", 26, [](auto& c) { return TXEquiCont(c.tx, c.y, &stranger, c.dc, 0, 0); }},
     {"TXNonAutoCont", 26,
-     [](const Call& c) { return TXNonAutoCont(c.tx, 0, c.y, 5, &stranger, c.dc, 0, 0); }},
+     [](auto& c) { return TXNonAutoCont(c.tx, 0, c.y, 5, &stranger, c.dc, 0, 0); }},
     {"TXAutoCont", 26,
-     [](const Call& c) { return TXAutoCont(c.tx, 0, c.y, 1, c.T, &stranger, c.dc, 0, 0); }},
-    {"TXEqui2DCont", 28, [](const Call& c) { return TXEqui2DCont(c.tx, c1, c2, c.dc, 0); }},
-    {"TXAuto2DCont", 28, [](const Call& c) { return TXAuto2DCont(c.tx, c1, c2, c.dc, 0); }},
-    {"TXNonAuto2DCont", 28, [](const Call& c) { return TXNonAuto2DCont(c.tx, c1, c2, c.dc, 0); }},
-    {"TXEqui2DCont", 26, [](const Call& c) { return TXEqui2DCont(c.tx, c1, c1, c.dc, 0); }, once,
+     [](auto& c) { return TXAutoCont(c.tx, 0, c.y, 1, c.T, &stranger, c.dc, 0, 0); }},
+    {"TXEqui2DCont", 28, [](auto& c) { return TXEqui2DCont(c.tx, c1, c2, c.dc, 0); }},
+    {"TXAuto2DCont", 28, [](auto& c) { return TXAuto2DCont(c.tx, c1, c2, c.dc, 0); }},
+    {"TXNonAuto2DCont", 28, [](auto& c) { return TXNonAuto2DCont(c.tx, c1, c2, c.dc, 0); }},
+    {"TXEqui2DCont", 26, [](auto& c) { return TXEqui2DCont(c.tx, c1, c1, c.dc, 0); }, once, 0},
+    {"TXEqui2DCont", 26, [](auto& c) { return TXEqui2DCont(c.tx, c1, &stranger, c.dc, 0); }, once,
      0},
-    {"TXEqui2DCont", 26, [](const Call& c) { return TXEqui2DCont(c.tx, c1, &stranger, c.dc, 0); },
-     once, 0},
-    {"TXEqui2DCont", 26, [](const Call& c) { return TXEqui2DCont(c.tx, &stranger, c2, c.dc, 0); },
-     once, 0},
+    {"TXEqui2DCont", 26, [](auto& c) { return TXEqui2DCont(c.tx, &stranger, c2, c.dc, 0); }, once,
+     0},
     {"TXAuto2DCont", 8,
-     [](const Call& c) {
+     [](auto& c) {
          if (c.tx != nullptr) c.tx->cut = nullptr;
          return TXAuto2DCont(c.tx, c1, c2, c.dc, 0);
      },
@@ -165,40 +146,40 @@ TEST(RefusalDeathTest, WithoutAHandleEveryOperationEndsTheProcess) {
     static double *y, *t, **Phi;
     y = own.y, t = &own.t, Phi = own.Phi;
     const std::pair<const char*, void (*)(Trajex*)> calls[] = {
-        {"TXNumJac", [](Trajex* tx) { TXNumJac(tx, 0, y, Phi); }},
-        {"TXEquiPoint", [](Trajex* tx) { TXEquiPoint(tx, y); }},
-        {"TXAutoOrbit", [](Trajex* tx) { TXAutoOrbit(tx, 0, y, Phi, 1, t); }},
-        {"TXNonAutoOrbit", [](Trajex* tx) { TXNonAutoOrbit(tx, 0, y, Phi, 1); }},
-        {"TXCloseTrajex", [](Trajex*) { TXCloseTrajex(nullptr); }},
-        {"TXOrder", [](Trajex*) { TXOrder(nullptr); }},
-        {"TXSetMaxPoincareSteps", [](Trajex*) { TXSetMaxPoincareSteps(nullptr, 1); }},
-        {"TXSetMaxPeriodSteps", [](Trajex*) { TXSetMaxPeriodSteps(nullptr, 1); }},
-        {"TXSetMaxNewtSteps", [](Trajex*) { TXSetMaxNewtSteps(nullptr, 1); }},
-        {"TXErrorTrajex", [](Trajex*) { TXErrorTrajex(nullptr); }},
-        {"TXStrError", [](Trajex*) { TXStrErrorTrajex(nullptr); }},
-        {"TXVarOpenTrajex", [](Trajex*) { TXVarOpenTrajex(nullptr, ignored_jacobian, 0); }},
-        {"TXEigen", [](Trajex*) { TXEigen(nullptr, 2, Phi, y, y); }},
-        {"TXLinZero", [](Trajex*) { TXLinZero(nullptr, 2, Phi, y, y); }},
-        {"closeTrajex", [](Trajex*) { closeTrajex(); }},
-        {"errorTrajex", [](Trajex*) { errorTrajex(); }},
-        {"order", [](Trajex*) { order(); }},
-        {"step", [](Trajex*) { step(t, y, circles); }},
-        {"integrate", [](Trajex*) { integrate(t, 1, y, circles); }},
-        {"interpolate", [](Trajex*) { interpolate(0, y, circles); }},
-        {"set_tol", [](Trajex*) { set_tol(1e-3); }},
-        {"set_max_step", [](Trajex*) { set_max_step(1); }},
-        {"set_abs_tol", [](Trajex*) { set_abs_tol(1e-3); }},
-        {"poincare_step", [](Trajex*) { poincare_step(t, y, circles, first_component, 1e-6); }},
-        {"set_max_poincare_steps", [](Trajex*) { set_max_poincare_steps(5); }},
-        {"cut_surface", [](Trajex*) { cut_surface(y, y); }},
-        {"auto_cut", [](Trajex*) { auto_cut(0, y); }},
-        {"set_auto_cut", [](Trajex*) { set_auto_cut(0, y, circles); }},
-        {"lyap_calc", [](Trajex*) { lyap_calc(t, y, 1e-3, 1, circles, 0, 1, exponents, 2); }},
+        {"TXNumJac", [](auto tx) { TXNumJac(tx, 0, y, Phi); }},
+        {"TXEquiPoint", [](auto tx) { TXEquiPoint(tx, y); }},
+        {"TXAutoOrbit", [](auto tx) { TXAutoOrbit(tx, 0, y, Phi, 1, t); }},
+        {"TXNonAutoOrbit", [](auto tx) { TXNonAutoOrbit(tx, 0, y, Phi, 1); }},
+        {"TXCloseTrajex", [](auto) { TXCloseTrajex(nullptr); }},
+        {"TXOrder", [](auto) { TXOrder(nullptr); }},
+        {"TXSetMaxPoincareSteps", [](auto) { TXSetMaxPoincareSteps(nullptr, 1); }},
+        {"TXSetMaxPeriodSteps", [](auto) { TXSetMaxPeriodSteps(nullptr, 1); }},
+        {"TXSetMaxNewtSteps", [](auto) { TXSetMaxNewtSteps(nullptr, 1); }},
+        {"TXErrorTrajex", [](auto) { TXErrorTrajex(nullptr); }},
+        {"TXStrError", [](auto) { TXStrErrorTrajex(nullptr); }},
+        {"TXVarOpenTrajex", [](auto) { TXVarOpenTrajex(nullptr, ignored_jacobian, 0); }},
+        {"TXEigen", [](auto) { TXEigen(nullptr, 2, Phi, y, y); }},
+        {"TXLinZero", [](auto) { TXLinZero(nullptr, 2, Phi, y, y); }},
+        {"closeTrajex", [](auto) { closeTrajex(); }},
+        {"errorTrajex", [](auto) { errorTrajex(); }},
+        {"order", [](auto) { order(); }},
+        {"step", [](auto) { step(t, y, circles); }},
+        {"integrate", [](auto) { integrate(t, 1, y, circles); }},
+        {"interpolate", [](auto) { interpolate(0, y, circles); }},
+        {"set_tol", [](auto) { set_tol(1e-3); }},
+        {"set_max_step", [](auto) { set_max_step(1); }},
+        {"set_abs_tol", [](auto) { set_abs_tol(1e-3); }},
+        {"poincare_step", [](auto) { poincare_step(t, y, circles, first_component, 1e-6); }},
+        {"set_max_poincare_steps", [](auto) { set_max_poincare_steps(5); }},
+        {"cut_surface", [](auto) { cut_surface(y, y); }},
+        {"auto_cut", [](auto) { auto_cut(0, y); }},
+        {"set_auto_cut", [](auto) { set_auto_cut(0, y, circles); }},
+        {"lyap_calc", [](auto) { lyap_calc(t, y, 1e-3, 1, circles, 0, 1, exponents, 2); }},
         {"lyap_calc_file",
-         [](Trajex*) { lyap_calc_file("", t, y, 1e-3, 1, 0, 1, circles, exponents, 2, 1); }},
-        {"ftablef", [](Trajex*) { ftablef("", "111", t, 1, 2, y, circles); }},
-        {"ftableg", [](Trajex*) { ftableg(t, 1, 2, y, circles, no_sample); }},
-        {"ftablea", [](Trajex*) { ftablea(stdout, "111", t, 1, 2, y, circles); }},
+         [](auto) { lyap_calc_file("", t, y, 1e-3, 1, 0, 1, circles, exponents, 2, 1); }},
+        {"ftablef", [](auto) { ftablef("", "111", t, 1, 2, y, circles); }},
+        {"ftableg", [](auto) { ftableg(t, 1, 2, y, circles, no_sample); }},
+        {"ftablea", [](auto) { ftablea(stdout, "111", t, 1, 2, y, circles); }},
     };
     ASSERT_EQ(openTrajex(3, 1e-6, 0.01), 1);
     ASSERT_EQ(closeTrajex(), 1);
@@ -256,6 +237,14 @@ TEST(Refusal, OfASubRecord) {
     expect_refused(26, 2, ignored_jacobian, 4, ignored_jacobian, a, a, a, none);
     expect_refused(15, 2, ignored_jacobian, huge, ignored_jacobian);  // beyond an int
     expect_refused(15, 46341, ignored_jacobian, 0);
+    const double steppable[][2] = {
+        {-1e-9, 0.1}, {not_a_number, 0.1}, {1e-9, 0}, {1e-9, -0.1}, {1e-9, not_a_number}};
+    for (const auto& [RelTol, h] : steppable) {  // no step could be made on it
+        const OpenHandle tx = open_recording(circles, 2);
+        tx->RelTol = RelTol, tx->h = h;
+        EXPECT_EQ(TXVarOpenTrajex(tx.get(), ignored_jacobian, 0), 0);
+        EXPECT_TRUE(tx->ErrorCode == 15 && tx->TX == nullptr);
+    }
 }
 
 }  // namespace

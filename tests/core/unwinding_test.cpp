@@ -2,19 +2,11 @@
 // value that is no number from there on. What it promises to put back is back, and another run on
 // the same handle gives what it gives on a new one, to the last bit. Leaks are the business of the
 // sanitizers; allocations that fail, of the tests beside the fuzzer.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
-#include <tuple>
-#include <vector>
 
 #include "operations.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
-
-using namespace testing_support;
 
 class Interrupted : public testing::TestWithParam<std::tuple<bool, Operation>> {};
 
@@ -66,30 +58,6 @@ TEST_P(Interrupted, PutsBackWhatItPromisesAndCanBeRepeated) {
             bench.restart();
             EXPECT_EQ(bench.outcome(operation.run(bench)), expected);
         }
-    }
-}
-
-// A step that was interrupted is no step, also after rejected attempts: the caller has what it had,
-// and dense output does not mix it with the step before.
-TEST(InterruptedStep, IsNoStepForDenseOutput) {
-    for (const bool variational : {false, true}) {
-        Bench bench(true);
-        Trajex* const tx = bench.tx.get();
-        const auto step = [&] {
-            return variational ? TXVarStep(tx, &bench.t, bench.y, bench.Phi)
-                               : TXStep(tx, &bench.t, bench.y);
-        };
-        ASSERT_EQ(step(), 1);
-        const std::vector<double> before = bench.outcome(0);
-        tx->h = tx->TX->h = 10;
-        Probe::set(variational ? 30 : 12);
-        EXPECT_THROW(step(), Probe::Thrown);
-        Probe::set(Probe::never);
-        EXPECT_EQ(bench.outcome(0), before);
-        EXPECT_EQ(variational ? TXVarInterpolate(tx, 0.01, bench.y, bench.Phi)
-                              : TXInterpolate(tx, 0.01, bench.y),
-                  0);
-        EXPECT_EQ((variational ? tx->TX : tx)->ErrorCode, 12);
     }
 }
 

@@ -1,25 +1,12 @@
-// The method: its order conditions over all rooted trees, and steps, dense output and crossings for
-// an owner that has no handle.
-#include <gtest/gtest.h>
-
-#include <array>
-#include <cmath>
-#include <cstddef>
+// The method: its order conditions over all rooted trees, and those of its dense output.
 #include <functional>
-#include <utility>
-#include <vector>
 
-#include "integration/crossing.hpp"
-#include "integration/spectrum.hpp"
-#include "integration/step_memory.hpp"
-#include "integration/stepper.hpp"
 #include "integration/verner_dense_output.hpp"
+#include "support.hpp"
 
 using namespace trajex;
 
 namespace {
-
-// ---- Order conditions --------------------------------------------------------------------------
 
 constexpr std::size_t stages = 12;  // f at the end, in the middle, at 0.9 and 0.95 after the eight
 using Weights = std::array<double, stages>;
@@ -134,72 +121,6 @@ TEST(Method, SatisfiesTheOrderConditionsOfAllTrees) {
         EXPECT_NEAR(basis.d0 + basis.d2, 1, 1e-13);
         EXPECT_LT(worst_condition(trees, b, 6, theta), 1e-13) << theta;
     }
-}
-
-// ---- An owner without a handle -----------------------------------------------------------------
-
-/// A right-hand side with parameters and a context, which counts.
-struct Calls {
-    long count = 0;
-};
-void oscillator(double, const double* x, const double* c, double* out, void* context) {
-    ++static_cast<Calls*>(context)->count;
-    out[0] = x[1];
-    out[1] = -c[0] * c[0] * x[0];
-}
-
-/// x = sin(c t), integrated by steps until a crossing of x[0] = 0 downwards is inside one.
-struct Rotation {
-    double c;
-    Calls calls;
-    StepMemory<Verner65> memory{2};
-
-    std::pair<double, double> crossing() {
-        const auto rhs = [this](double t, const double* x, double* out) {
-            oscillator(t, x, &c, out, &calls);
-        };
-        StepWork& work = memory.work();
-        work.abs_tol = work.rel_tol = 1e-10;
-        std::array<double, 2> x{0, c};
-        double t = 0;
-        for (double h = 0.1; t == 0 || work.upper[0] > 0; t = work.t_last) {
-            const StepOutcome step = accepted_step<Verner65>(2, work, x.data(), t, h, rhs);
-            if (!step.accepted) return {};
-            h = step.next_h;
-            x = {work.upper[0], work.upper[1]};
-        }
-        describe_step(2, work);
-        StepInterpolant<Verner65, StateSums, decltype(rhs)> dense(2, work, rhs);
-        const auto cut = [&](double at) { return dense.at(at)[0]; };
-        const bool found = bisect_crossing({1e-10, 100}, work.t_first, work.t_last, 1, &t, cut);
-        return found ? std::pair(t, work.argument[1]) : std::pair(0.0, 0.0);
-    }
-};
-
-TEST(Method, ServesOwnersWithoutAHandle) {
-    Rotation slow{1, {}}, fast{3, {}};
-    for (Rotation* rotation : {&slow, &fast, &slow}) {  // nothing is shared between them
-        const auto [t, velocity] = rotation->crossing();
-        EXPECT_NEAR(t, 3.14159265358979 / rotation->c, 1e-9);
-        EXPECT_NEAR(velocity, -rotation->c, 1e-8);
-    }
-    EXPECT_GT(slow.calls.count, 100);
-
-    const Measurement m{1e-4, 0.5, 2, 8, 1};
-    double sums[1], v[1], lengths[1], scratch[1], y[1] = {1};
-    double t = 0;
-    struct {
-        int intervals = 0;
-        void after_interval(const GrowthSums&, unsigned long, unsigned long) { ++intervals; }
-    } sink;
-    const auto grow = [](double* time, double t1, double* state) {
-        *state *= std::exp2(0.25 * (t1 - *time));
-        *time = t1;
-    };
-    measure_spectrum(1, m, {sums, m.interval, 1}, {v, lengths, scratch}, &t, y, grow, sink);
-    EXPECT_NEAR(sums[0], 0.25, 1e-10);
-    EXPECT_EQ(sink.intervals, 8);
-    EXPECT_EQ(t, 5);
 }
 
 }  // namespace

@@ -1,37 +1,17 @@
 // Poincare sections: crossings of the harmonic oscillator, whose times are known, and cut functions
 // that cannot be bracketed.
 #include "integration/section.hpp"
-
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <limits>
-
-#include "handles.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
 
-using namespace testing_support;
-
 constexpr auto oscillator = Probe::flow<Oscillator::flow>;
-
-double jump(double, double* y) {
-    return y[0] > 0 ? 1 : -1;
-}
-double undefined_between(double, double* y) {
-    return std::fabs(y[0]) < 0.05 ? not_a_number : y[0];
-}
-double undefined_at_first(double t, double* y) {
-    return t == 0 ? not_a_number : y[0];
-}
-double undefined_later(double t, double*) {
-    return t == 0 ? 1 : not_a_number;
-}
-double constant(double, double*) {
-    return 1;
-}
+constexpr Cut jump = [](auto, auto y) { return y[0] > 0 ? 1.0 : -1.0; };
+constexpr Cut undefined_between = [](auto, auto y) { return std::fabs(y[0]) < 0.05 ? NAN : y[0]; };
+constexpr Cut undefined_at_first = [](auto t, auto y) { return t == 0 ? NAN : y[0]; };
+constexpr Cut undefined_later = [](auto t, auto) { return t == 0 ? 1 : not_a_number; };
+constexpr Cut constant = [](auto, auto) { return 1.0; };
+constexpr Cut cubic = [](auto, auto y) { return y[0] * y[0] * y[0] + y[0]; };
 
 /// On its way down through the section at t = away.
 struct Crossing {
@@ -136,6 +116,38 @@ TEST(ClosestCut, MovesToTheNearbyPointBeyondTheSection) {
         EXPECT_EQ(CLOSESTCUT(c.tx.get(), &c.t, c.y) + c.tx->ErrorCode, 0);
         EXPECT_EQ(c.t, 0.0625);
         EXPECT_DOUBLE_EQ(c.y[0], c.tx->ylast[0]);
+    }
+}
+
+// At most MaxNewtSteps + 1 iterates are tested; a call in vain leaves the one after them, here by
+// the plain secant iteration on the same dense output.
+TEST(ClosestCut, InterpolatesBeforeItGivesUp) {
+    for (const int limit : {0, 1}) {
+        const auto start = [limit] {
+            return std::make_unique<Crossing>(cubic, 0.0625, 1e-300, 0.3);
+        };
+        const auto c = start();
+        TXSetMaxNewtSteps(c->tx.get(), limit);
+        EXPECT_EQ(CLOSESTCUT(c->tx.get(), &c->t, c->y), 0);
+        EXPECT_NEAR(c->y[0], std::sin(0.3 - c->t), 1e-6) << "time and state belong together";
+        double t1 = 0, t2 = 0.0625, y[2], g1 = cubic(0, start()->y);
+        for (int k = 0; k < limit + 2; ++k) {
+            TXInterpolate(c->tx.get(), t2, y);
+            const double g2 = cubic(t2, y), next = t2 - (t1 - t2) * g2 / (g1 - g2);
+            t1 = std::exchange(t2, next), g1 = g2;
+        }
+        EXPECT_NEAR(c->t, t2, 1e-12);
+    }
+}
+
+TEST(Hyperplane, OfSmallAndLargeFlows) {
+    for (const double size : {1e-162, 1e-300, 1.0, 1e200, 1e308}) {
+        const OpenHandle tx = open_recording(Oscillator::flow, 2);
+        double y[] = {-0.8 * size, 0.6 * size}, state[2], normal[2];
+        ASSERT_EQ(TXSetAutoCut(tx.get(), 0, y), 1) << size;
+        ASSERT_EQ(TXCutSurface(tx.get(), state, normal), 1);
+        EXPECT_NEAR(normal[0], 0.6, 1e-15);
+        EXPECT_NEAR(normal[1], 0.8, 1e-15);
     }
 }
 

@@ -1,22 +1,7 @@
 // Tables: rows byte by byte, the cost of samples, and what is left after a failure.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
-#include <cmath>
-#include <cstdio>
-#include <filesystem>
-#include <string>
-#include <vector>
-
-#include "files.hpp"
-#include "handles.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
-
-using namespace testing_support;
 
 std::vector<std::array<double, 3>> samples;
 void take(double t, double* y) {
@@ -24,12 +9,8 @@ void take(double t, double* y) {
 }
 
 // y = (1 + t, 3 - 8 t) from (1, 3): exact in every step of every size.
-void straight(double, double*, double* f) {
-    f[0] = 1, f[1] = -8;
-}
-void walled(double t, double*, double* f) {
-    f[0] = t < 0.45 ? 1 : not_a_number, f[1] = -8;
-}
+constexpr Flow straight = [](double, double*, double* f) { f[0] = 1, f[1] = -8; };
+constexpr Flow walled = [](auto t, auto, auto f) { f[0] = t < 0.45 ? 1 : not_a_number, f[1] = -8; };
 
 class Tables : public testing::Test {
   protected:
@@ -130,25 +111,22 @@ TEST_F(Tables, SampleTheDenseOutputOfFreeSteps) {
 }
 
 TEST_F(Tables, HaveTheFirstRowOnlyWhereNoIntervalAdvances) {
-    struct {
-        double t, t1;
-        long n;
-    } const cases[] = {{2, 3, 0},
-                       {2, 3, -5},
-                       {2, 2, 4},
-                       {2, 1, 4},
-                       {2, 1, -4},
-                       {2, infinity, 4},
-                       {2, not_a_number, 4},
-                       {not_a_number, 3, 4},
-                       {1e17, 1e17 + 64, 1000}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.t << " to " << c.t1 << ", " << c.n << " intervals");
+    const double cases[][3] = {{2, 3, 0},
+                               {2, 3, -5},
+                               {2, 2, 4},
+                               {2, 1, 4},
+                               {2, 1, -4},
+                               {2, infinity, 4},
+                               {2, not_a_number, 4},
+                               {not_a_number, 3, 4},
+                               {1e17, 1e17 + 64, 1000}};
+    for (const auto& [from, to, intervals] : cases) {
+        SCOPED_TRACE(testing::Message() << from << " to " << to << ", intervals " << intervals);
         samples.clear();
-        t = c.t;
-        EXPECT_EQ(TXftableg(tx.get(), &t, c.t1, c.n, y, take), 1);
+        t = from;
+        EXPECT_EQ(TXftableg(tx.get(), &t, to, long(intervals), y, take), 1);
         EXPECT_EQ(samples.size(), 1U);
-        EXPECT_TRUE((t == c.t || std::isnan(c.t)) && y[0] == 1 && y[1] == 3);
+        EXPECT_TRUE((t == from || std::isnan(from)) && y[0] == 1 && y[1] == 3);
     }
     EXPECT_EQ(Probe::calls, 0);
 }
@@ -184,7 +162,7 @@ TEST_F(Tables, TellThatTheFileIsIncomplete) {
     EXPECT_EQ(t, 2);
     std::fclose(stream);
     tx->TerminateOnFatalError = 1;
-    EXPECT_EXIT(TXftablef(tx.get(), full_device, "166", &t, 3, 4, y), testing::ExitedWithCode(1),
+    EXPECT_EXIT(TXftablef(tx.get(), full_device, "166", &t, 3, 4, y), ExitedWithCode(1),
                 "'TXftablef': Unable to open output file \\(No space left on device\\)\n");
 }
 

@@ -2,15 +2,10 @@
 // a number, and the ends of the exponent range.
 #include "linalg/dense.hpp"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
 #include <complex>
-#include <limits>
-#include <random>
-#include <utility>
-#include <vector>
+
+#include "checksums.hpp"
+#include "support.hpp"
 
 using namespace trajex;
 
@@ -18,16 +13,13 @@ namespace {
 
 using Complex = std::complex<double>;
 
-constexpr double inf = std::numeric_limits<double>::infinity();
-
 template <class Number>
 std::vector<Number> random_numbers(std::size_t count, unsigned seed) {
-    std::mt19937 engine(seed);
-    std::uniform_real_distribution<double> uniform(-1, 1);
+    Numbers numbers(seed);
     std::vector<Number> x(count);
     for (Number& value : x) {
-        value = uniform(engine);
-        if constexpr (!std::is_same_v<Number, double>) value += Complex(0, uniform(engine));
+        value = numbers.next();
+        if constexpr (!std::is_same_v<Number, double>) value += Complex(0, numbers.next());
     }
     return x;
 }
@@ -56,7 +48,7 @@ std::vector<Number> transposed(const std::vector<Number>& A, std::size_t columns
 
 template <class Number>
 double distance(const std::vector<Number>& x, const std::vector<Number>& y) {
-    double largest = x.size() == y.size() ? 0 : inf;
+    double largest = x.size() == y.size() ? 0 : infinity;
     for (std::size_t i = 0; i < x.size(); ++i) largest = std::max(largest, std::abs(x[i] - y[i]));
     return largest;
 }
@@ -64,7 +56,7 @@ double distance(const std::vector<Number>& x, const std::vector<Number>& y) {
 // All three solutions come back to B, and the determinant is that of a product of known ones.
 template <class Lu, class Number>
 void check_solutions(Lu& lu, std::size_t n, std::size_t k) {
-    SCOPED_TRACE(::testing::Message() << "n = " << n << ", k = " << k);
+    SCOPED_TRACE(testing::Message() << "n = " << n << ", k = " << k);
     auto A = random_numbers<Number>(n * n, static_cast<unsigned>(n));
     for (std::size_t i = 0; i < n; ++i) A[i * n + (i + 1) % n] += 4.0;  // well off the diagonal
     const auto B = random_numbers<Number>(n * k, 7);
@@ -92,10 +84,11 @@ TEST(Dense, SolutionsSatisfyTheirSystems) {
             check_solutions<ComplexLu, Complex>(complex, n, k);
         }
     }
+    std::vector<double> b(64, 1.0), x = b;
+    real.solve(b.data());
     const DenseLu moved = std::move(real);
-    std::vector<double> b(64, 1.0);
-    moved.solve(b.data());
-    EXPECT_TRUE(std::isfinite(b[63]));
+    moved.solve(x.data());
+    EXPECT_EQ(x, b);
 }
 
 TEST(Dense, Determinants) {
@@ -131,7 +124,7 @@ TEST(Dense, SingularMatricesGiveHugeSolutionsAndSaySo) {
         ASSERT_TRUE(real.decompose(A.data(), 2) && complex.decompose(Z.data(), 2));
         EXPECT_TRUE(real.singular() && complex.singular());
         EXPECT_EQ(real.sign_det(), 0);
-        EXPECT_EQ(real.log_abs_det(), -inf);
+        EXPECT_EQ(real.log_abs_det(), -infinity);
         EXPECT_EQ(real.pivot_ratio(), 0);
         double b[] = {1, -1};
         Complex z[] = {1, -1};
@@ -140,7 +133,7 @@ TEST(Dense, SingularMatricesGiveHugeSolutionsAndSaySo) {
         EXPECT_GT(std::max(std::fabs(b[0]), std::fabs(b[1])), 1e15);
         EXPECT_GT(std::max(std::abs(z[0]), std::abs(z[1])), 1e15);
     }
-    for (const double bad : {inf, -inf, std::nan("")}) {
+    for (const double bad : {infinity, -infinity, not_a_number}) {
         const std::vector<double> A{1, 0, bad, 1};
         const std::vector<Complex> Z{1, 0, Complex(0, bad), 1};
         EXPECT_FALSE(real.decompose(A.data(), 2));
@@ -156,7 +149,7 @@ TEST(Dense, SolvesAtTheEndsOfTheExponentRange) {
                        {1, 1e-310},      {1e300, 1e-5},    {1e-300, 1e150}, {1e150, 1e-310}};
     DenseLu lu;
     for (const auto& [p, q] : cases) {
-        SCOPED_TRACE(::testing::Message() << p << ", " << q);
+        SCOPED_TRACE(testing::Message() << p << ", " << q);
         const std::vector<double> A{p, 2 * p, 3 * q, 1 * q};
         ASSERT_TRUE(lu.decompose(A.data(), 2));
         EXPECT_FALSE(lu.singular());
@@ -181,22 +174,17 @@ TEST(Dense, EigenvaluesOfKnownMatrices) {
         for (double& x : a) x *= size;
         double re[4], im[4];
         ASSERT_TRUE(eigen.eigenvalues(4, a.data(), re, im));
-        std::vector<std::pair<double, double>> found;
-        for (int i = 0; i < 4; ++i) found.emplace_back(re[i] / size, im[i] / size);
-        std::sort(found.begin(), found.end());
-        const std::pair<double, double> expected[] = {{-2, 0}, {1, -2}, {1, 0}, {1, 2}};
-        for (std::size_t i = 0; i < 4; ++i) {
-            const auto same = [&](const auto& z) {
-                return std::hypot(z.first - expected[i].first, z.second - expected[i].second) <
-                       1e-11;
-            };
-            EXPECT_EQ(std::count_if(found.begin(), found.end(), same), 1) << i;
+        for (const Complex& expected : {Complex(-2), Complex(1), Complex(1, 2), Complex(1, -2)}) {
+            int same = 0;
+            for (int i = 0; i < 4; ++i) {
+                same += std::abs(Complex(re[i] / size, im[i] / size) - expected) < 1e-11;
+            }
+            EXPECT_EQ(same, 1) << expected;
         }
     }
-    double re[2], im[2];
-    for (const double bad : {inf, std::nan("")}) {
-        std::vector<double> a{1, bad, 0, 1};
-        EXPECT_FALSE(eigen.eigenvalues(2, a.data(), re, im));
+    for (double bad : {infinity, not_a_number}) {
+        double a[] = {1, bad, 0, 1}, re[2], im[2];
+        EXPECT_FALSE(eigen.eigenvalues(2, a, re, im));
     }
 }
 
@@ -207,7 +195,7 @@ TEST(Dense, OrthogonalFactors) {
     } const cases[] = {{1, 1, 1, 1}, {4, 4, 4, 1},      {12, 4, 9, 1},
                        {3, 7, 7, 1}, {6, 3, 3, 1e-300}, {6, 3, 3, 1e300}};
     for (const auto& [rows, columns, lda, size] : cases) {
-        SCOPED_TRACE(::testing::Message() << rows << " x " << columns);
+        SCOPED_TRACE(testing::Message() << rows << " x " << columns);
         auto a = random_numbers<double>(rows * lda, 3);
         std::fill_n(a.begin(), columns, 0.0);
         for (double& x : a) x *= size;

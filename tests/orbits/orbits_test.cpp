@@ -1,26 +1,11 @@
 // Searches for equilibria and for periodic orbits, against those with known place, period and
-// multipliers.
-#include <gtest/gtest.h>
-
-#include <cmath>
-
-#include "core/guards.hpp"
-#include "handles.hpp"
-#include "matrices.hpp"
-#include "systems.hpp"
-#include "tx.h"
+// multipliers; searches that must end, and answers that are none.
+#include "support.hpp"
 
 namespace {
 
-using namespace testing_support;
-using trajex::Temporarily;
-
-void shifted(double, double* y, double* f) {
-    f[0] = y[0] - 1, f[1] = y[1] + 2;
-}
-void identity(double, double*, double** J) {
-    J[0][0] = J[1][1] = 1, J[0][1] = J[1][0] = 0;
-}
+constexpr Flow shifted = [](auto, auto y, auto f) { f[0] = y[0] - 1, f[1] = y[1] + 2; };
+constexpr jac_t identity = [](auto, auto, auto J) { J[0][0] = J[1][1] = 1, J[0][1] = J[1][0] = 0; };
 
 // From a guess, from the equilibrium itself, and from anywhere when there are no tolerances.
 TEST(EquiPoint, TakesOneCorrectionWhereTheSystemIsLinear) {
@@ -41,26 +26,22 @@ TEST(EquiPoint, TakesOneCorrectionWhereTheSystemIsLinear) {
     }
 }
 
-void root_of_two(double, double* y, double* f) {
-    f[0] = y[0] * y[0] - 2;
-}
-void slope_of_root(double, double* y, double** J) {
-    J[0][0] = 2 * y[0];
-}
-void arctangent(double, double* y, double* f) {  // Newton's method diverges beyond |y| = 1.39
-    f[0] = std::atan(y[0]);
-}
-void no_root(double, double* y, double* f) {
-    f[0] = y[0] * y[0] + 1;
-}
-void undefined_right(double, double* y, double* f) {
-    f[0] = y[0] > 1 ? not_a_number : y[0] - 2;
-}
+constexpr Flow root_of_two = [](auto, auto y, auto f) { f[0] = y[0] * y[0] - 2; };
+constexpr jac_t slope_of_root = [](auto, auto y, auto J) { J[0][0] = 2 * y[0]; };
+// Newton's method diverges beyond |y| = 1.39.
+constexpr Flow arctangent = [](auto, auto y, auto f) { f[0] = std::atan(y[0]); };
+constexpr Flow no_root = [](auto, auto y, auto f) { f[0] = y[0] * y[0] + 1; };
+constexpr Flow undefined_right = [](auto, auto y, auto f) { f[0] = y[0] > 1 ? NAN : y[0] - 2; };
+// Not finite where a component is 0, and has no tolerance then: it is not examined, but has to be a
+// number.
+constexpr Flow logarithm = [](auto, auto y, auto f) { f[0] = std::log(y[0]); };
+constexpr Flow reciprocal = [](auto, auto y, auto f) { f[0] = 1 / (y[0] * y[0]); };
+constexpr Flow nowhere = [](auto, auto y, auto f) { f[0] = std::sqrt(-1 - y[0] * y[0]); };
 
 // Code 30, the guess back in place, whatever the reason.
 TEST(EquiPoint, GivesTheGuessBackWhenItFails) {
     struct {
-        RightHandSide f;
+        Flow f;
         jac_t jac;
         double guess;
         int limit;
@@ -68,15 +49,19 @@ TEST(EquiPoint, GivesTheGuessBackWhenItFails) {
     } const cases[] = {{root_of_two, slope_of_root, 1, 5, false},
                        {root_of_two, slope_of_root, 1, 6, true},
                        {root_of_two, nullptr, 1, 10, true},
+                       {root_of_two, slope_of_root, 0, 10, true},  // a singular start
                        {root_of_two, slope_of_root, std::sqrt(2.0), 1, false},
                        {arctangent, nullptr, 20, 100, false},
                        {no_root, slope_of_root, 0.3, 30, false},
-                       {undefined_right, nullptr, 0, 10, false},
-                       {undefined_right, nullptr, 3, 10, false}};
+                       {undefined_right, nullptr, 0.5, 10, false},
+                       {undefined_right, nullptr, 3, 10, false},
+                       {logarithm, nullptr, 0, 10, false},
+                       {reciprocal, nullptr, 0, 10, false},
+                       {nowhere, nullptr, 0, 10, false}};
     for (const auto& c : cases) {
         const OpenHandle tx = open_variational(c.f, 1, c.jac, nullptr, 1e-10);
         TXSetMaxNewtSteps(tx.get(), c.limit);
-        tx->NewtRelTol = 0;
+        (c.guess == 0 && !c.found ? tx->NewtAbsTol : tx->NewtRelTol) = 0;
         double y[] = {c.guess};
         EXPECT_EQ(TXEquiPoint(tx.get(), y), c.found);
         EXPECT_EQ(tx->ErrorCode, c.found ? 0 : 30);
@@ -90,10 +75,12 @@ struct Search {
     double y[2], T = -1;
     Matrix Phi{2, 2};
 
-    Search(RightHandSide flow, double RelTol, double y0, double y1)
+    Search(Flow flow, double RelTol, double y0, double y1)
         : tx(open_variational(flow, 2, nullptr, nullptr, RelTol, &Circles::c1)), y{y0, y1} {
         TXSetCut(tx.get(), second_component, 10 * RelTol);
+        tx->cp[0] = 1;  // there is no room for a column of sensitivities
     }
+    ~Search() { EXPECT_TRUE(Phi.untouched_outside()); }
     int run(int p = 1, double t = 0) { return TXAutoOrbit(tx.get(), t, y, Phi, p, &T); }
 
     void expect_multipliers(double other) {
@@ -147,6 +134,11 @@ TEST(AutonomousOrbit, FindsTheCircle) {
     ASSERT_EQ(found.run(), 1);
     EXPECT_TRUE(found.y[0] == 3 && found.y[1] == 1e-10);
     EXPECT_NEAR(found.T, 2 * pi, 1e-8);
+    for (const int limit : {0, 1, 2}) {
+        Search search(Circles::flow, 1e-10, 3.2, 0.1);
+        TXSetMaxNewtSteps(search.tx.get(), limit);
+        EXPECT_EQ(search.run(), limit == 2);
+    }
     for (const int limit : {0, 1, 3}) {  // the section is not reached: no code
         Search lost(Circles::flow, 1e-10, 2.1, 0.1);
         TXSetMaxPeriodSteps(lost.tx.get(), limit);
@@ -182,9 +174,7 @@ TEST(AutonomousOrbit, MeetsThePublishedFiguresOfVanDerPol) {
     }
 }
 
-double height_above_a_tenth(double, double* y) {
-    return y[1] - 0.1;
-}
+constexpr Cut height_above_a_tenth = [](double, double* y) { return y[1] - 0.1; };
 
 // A weakly attracting circle on a section that it crosses aslant: corrections leave the section,
 // and steps are so short that not even extrapolation finds it again. It is then regained along the
@@ -200,6 +190,7 @@ TEST(AutonomousOrbit, RegainsTheSectionAlongTheTrajectory) {
         EXPECT_NEAR(search.T, 2 * pi, 1e-6);
         EXPECT_NEAR(std::hypot(search.y[0] - 1.8016, search.y[1]), 0.2, 1e-6);
         EXPECT_NEAR(search.y[1], 0.1, 1e-8);
+        EXPECT_GT(search.y[0], 1.8016) << guess;
     }
 }
 
@@ -225,6 +216,66 @@ TEST(AutonomousOrbit, EndsWithTheCodeOfAFailingStep) {
     EXPECT_EQ(TXNonAutoOrbit(forced.tx.get(), 0, forced.y, forced.Phi, 2 * pi), 0);
     EXPECT_EQ(TXErrorTrajex(forced.tx.get()), 29);
     Probe::set(Probe::never);
+}
+
+/// x' = (1 - arctan x) / 10 draws Newton's method away from its equilibrium; the other component is
+/// stiffer the farther away it is, with a power of the distance.
+template <int power>
+void receding(double t, double* y, double* f) {
+    f[0] = 0.1 * (1 - std::atan(y[0]));
+    f[1] = (1 + std::pow(std::fabs(y[0]), power)) * (std::cos(t) - y[1]);
+}
+template <int power>
+void receding_slope(double t, double* y, double** J) {
+    const double distance = std::fabs(y[0]);
+    J[0][0] = -0.1 / (1 + y[0] * y[0]);
+    J[0][1] = 0;
+    J[1][0] = power * std::pow(distance, power - 1) * (y[0] < 0 ? -1 : 1) * (std::cos(t) - y[1]);
+    J[1][1] = -1 - std::pow(distance, power);
+}
+
+// From 5 the next iterate is far away, or near enough but with a period that takes too many steps.
+TEST(SearchLimits, ForcedOrbitsThatRunAwayAreNotFollowed) {
+    struct {
+        void (*flow)(double, double*, double*);
+        jac_t slope;
+        long evaluations;
+    } const cases[] = {{Probe::flow<receding<1>>, receding_slope<1>, 300'000},
+                       {Probe::flow<receding<3>>, receding_slope<3>, 30'000'000}};
+    for (const auto& c : cases) {
+        const OpenHandle tx = open_variational(c.flow, 2, c.slope, nullptr, 1e-6);
+        const Temporarily limit(Probe::left, c.evaluations);
+        double y[] = {5, 0.5};
+        Matrix Phi(2, 2);
+        int result = 1;
+        EXPECT_NO_THROW(result = TXNonAutoOrbit(tx.get(), 0, y, Phi, 2 * pi));
+        EXPECT_EQ(result, 0);
+        EXPECT_EQ(tx->ErrorCode, 30);
+    }
+}
+
+double damping = 0;
+constexpr Flow damped = [](auto, auto y, auto f) { f[0] = y[1], f[1] = -y[0] - damping * y[1]; };
+
+// A small orbit is one, as long as the tolerance tells its points apart.
+TEST(SearchLimits, AnEquilibriumIsNoOrbit) {
+    for (const double strength : {0.02, 0.2, 0.6}) {
+        for (const double guess : {1e-9, 0.5, 5.0}) {
+            const Temporarily set(damping, strength);
+            Search search(damped, 1e-9, guess, 0.1 * guess);
+            TXSetCut(search.tx.get(), second_component, 1e-9);
+            EXPECT_EQ(search.run(), 0);
+            EXPECT_EQ(search.tx->ErrorCode, 20) << strength << ' ' << guess;
+            EXPECT_LT(std::hypot(search.y[0], search.y[1]), 1e-7);
+        }
+    }
+    const Temporarily small(Cycle::a, 1e-10);
+    for (const double tolerance : {1e-7, 3e-5, 1e-4}) {
+        Search search(Cycle::flow, 1e-12, 1e-5, 1e-7);
+        search.tx->NewtAbsTol = tolerance;
+        EXPECT_EQ(search.run(), tolerance < 1e-5);
+        EXPECT_EQ(search.tx->ErrorCode, tolerance < 1e-5 ? 0 : 20);
+    }
 }
 
 }  // namespace

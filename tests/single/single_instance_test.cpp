@@ -1,21 +1,8 @@
 // The single-instance interface does what the operations on a handle do: each call is compared bit
 // by bit with its namesake on a handle of the test's own, in one walk side by side.
-#include <gtest/gtest.h>
-
-#include <array>
-#include <cstdio>
-#include <string>
-#include <vector>
-
-#include "files.hpp"
-#include "handles.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
-
-using namespace testing_support;
-using testing::ExitedWithCode;
 
 constexpr auto oscillator = Oscillator::flow;
 constexpr auto van_der_pol = VanDerPol::flow;

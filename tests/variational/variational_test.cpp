@@ -1,21 +1,10 @@
-// The extended system: state, fundamental matrix and sensitivities against closed forms and
-// invariants.
-#include <gtest/gtest.h>
-
-#include <array>
-#include <cmath>
-#include <cstddef>
-#include <vector>
-
+// The variational sub-record: which variable arguments are read; numerical Jacobians against
+// analytic ones; state, fundamental matrix and sensitivities against closed forms, and every bit as
+// recorded.
 #include "checksums.hpp"
-#include "handles.hpp"
-#include "matrices.hpp"
-#include "systems.hpp"
-#include "tx.h"
+#include "support.hpp"
 
 namespace {
-
-using namespace testing_support;
 
 void expect_sensitivities(unsigned flags, jac_t paramjac, double RelTol) {
     constexpr double t1 = 1.5, error = 50;
@@ -49,13 +38,11 @@ void expect_sensitivities(unsigned flags, jac_t paramjac, double RelTol) {
         for (std::size_t k = columns; k < 6; ++k) EXPECT_EQ(Phi[i][k], 77);
     }
     // The sub-record holds the same: the state, then the rows one after the other.
-    const double* const last = tx->TX->ylast;
+    const double* last = tx->TX->ylast;
     TXVarInterpolate(tx.get(), tx->TX->tlast, y, Phi);
-    for (std::size_t i = 0; i < 2; ++i) {
-        EXPECT_DOUBLE_EQ(last[i], y[i]);
-        for (std::size_t k = 0; k < columns; ++k) {
-            EXPECT_DOUBLE_EQ(last[2 + i * columns + k], Phi[i][k]);
-        }
+    for (const double component : y) EXPECT_DOUBLE_EQ(*last++, component);
+    for (std::size_t m = 0; m < 2 * columns; ++m) {
+        EXPECT_DOUBLE_EQ(last[m], Phi[m / columns][m % columns]);
     }
     // With other parameters there is no such step.
     tx->cp[0] = tx->cp[0] == 0;
@@ -72,46 +59,6 @@ TEST(ExtendedSystem, CarriesTheActiveParametersInOrder) {
             expect_sensitivities(flags, nullptr, RelTol);
         }
     }
-}
-
-// det Phi = exp of the divergence integrated along the trajectory (Liouville).
-TEST(ExtendedSystem, VolumesFollowTheDivergence) {
-    double t = 0;
-    double x[3] = {1, 2, 20};
-    Matrix Phi = Matrix::identity(3, 3);
-    const OpenHandle lorenz = open_variational(Lorenz::flow, 3, Lorenz::jacobian, nullptr, 1e-12);
-    ASSERT_EQ(TXVarIntegrate(lorenz.get(), &t, 0.5, x, Phi), 1);
-    EXPECT_NEAR(determinant(Phi, 3) / std::exp(-0.5 * (Lorenz::sigma + 1 + Lorenz::beta)), 1, 1e-6);
-
-    for (const jac_t jac : {jac_t{}, jac_t{VanDerPol::jacobian}}) {
-        const OpenHandle tx = open_variational(VanDerPol::flow, 2, jac, nullptr, 1e-11);
-        const OpenHandle plain = open_recording(VanDerPol::flow_and_divergence, 3, 1e-11);
-        double y[2] = {0.5, 1.5}, q[3] = {0.5, 1.5, 0};
-        Matrix M = Matrix::identity(2, 2);
-        t = 0;
-        ASSERT_EQ(TXVarIntegrate(tx.get(), &t, 4, y, M), 1);
-        t = 0;
-        ASSERT_EQ(TXIntegrate(plain.get(), &t, 4, q), 1);
-        EXPECT_NEAR(determinant(M, 2) / std::exp(q[2]), 1, jac != nullptr ? 1e-8 : 1e-4);
-    }
-}
-
-// With fixed steps: halving the step divides the error inside it by 2^7.
-TEST(ExtendedSystem, DenseOutputIsOfOrderSix) {
-    const auto errors_inside = [](double h) {
-        const OpenHandle tx = open_variational(Uncoupled::flow, 2, Uncoupled::jacobian,
-                                               Uncoupled::parameter_jacobian, 0, &Uncoupled::a);
-        tx->cp[0] = 1;
-        tx->TX->h = h;
-        double t = 0, y[] = {1, 0};
-        const double inside = 0.3 * h, exact = std::exp(Uncoupled::a * inside);
-        Matrix Phi = Matrix::identity(2, 5);
-        EXPECT_EQ(TXVarStep(tx.get(), &t, y, Phi), 1);
-        EXPECT_EQ(TXVarInterpolate(tx.get(), inside, y, Phi), 1);
-        return std::array{std::fabs(Phi[0][0] - exact), std::fabs(Phi[0][2] - inside * exact)};
-    };
-    const auto wide = errors_inside(1), narrow = errors_inside(0.5);
-    for (std::size_t m = 0; m < 2; ++m) EXPECT_NEAR(std::log2(wide[m] / narrow[m]), 7, 0.35);
 }
 
 /// A ring with a coupling of every unit to the sum of all, so that no element of J is zero.
@@ -165,23 +112,6 @@ TEST(ExtendedSystem, HasTheRecordedBits) {
     EXPECT_EQ(sum.value(), 5563663590148158303u);
 }
 
-TEST(VariationalSection, OscillatorCrossesAtOddMultiplesOfHalfPi) {
-    const OpenHandle tx =
-        open_variational(Oscillator::flow, 2, Oscillator::jacobian, nullptr, 1e-11);
-    TXSetCut(tx.get(), first_component, 1e-9);
-    double t = 0;
-    double y[2] = {1, 0};
-    Matrix Phi = Matrix::identity(2, 2);
-    for (int crossing = 0; crossing < 4; ++crossing) {
-        while (TXVarPoincareStep(tx.get(), &t, y, Phi) == 0) ASSERT_LT(t, 15);
-        EXPECT_NEAR(t, (crossing + 0.5) * pi, 2e-9);
-        EXPECT_LT(std::fabs(y[0]), 1e-9);
-        EXPECT_EQ(std::signbit(y[0]), crossing % 2 == 0);  // beyond the section
-        const double exact[] = {std::cos(t), std::sin(t), -std::sin(t), std::cos(t)};
-        for (std::size_t m = 0; m < 4; ++m) EXPECT_NEAR(Phi[m / 2][m % 2], exact[m], 1e-9);
-    }
-}
-
 // Differences start from the value that the stage has computed already.
 TEST(ExtendedSystem, TakesOneEvaluationPerDifference) {
     const OpenHandle tx =
@@ -189,8 +119,7 @@ TEST(ExtendedSystem, TakesOneEvaluationPerDifference) {
     tx->cp[0] = 1;
     tx->TX->hmax = 1e-4;  // no attempt is rejected
     Matrix Phi(3, 4);
-    double t = 0;
-    double y[3] = {1, 1, 1};
+    double t = 0, y[3] = {1, 1, 1};
     Probe::set(Probe::never);
     ASSERT_EQ(TXVarStep(tx.get(), &t, y, Phi), 1);
     EXPECT_EQ(Probe::calls, 8 * (1 + 3 + 1));
@@ -199,8 +128,7 @@ TEST(ExtendedSystem, TakesOneEvaluationPerDifference) {
 // The two flows are stepped on different records: neither disturbs the other.
 TEST(VariationalRecord, IsIndependentOfTheHandle) {
     const OpenHandle tx = open_variational(Lorenz::flow, 3, nullptr, nullptr, 1e-8);
-    double t = 0;
-    double y[3] = {1, 1, 1};
+    double t = 0, y[3] = {1, 1, 1};
     Matrix Phi = Matrix::identity(3, 3);
     ASSERT_EQ(TXStep(tx.get(), &t, y), 1);
     EXPECT_EQ(TXVarInterpolate(tx.get(), 0, y, Phi), 0);
@@ -208,13 +136,96 @@ TEST(VariationalRecord, IsIndependentOfTheHandle) {
     EXPECT_EQ(TXErrorTrajex(tx->TX), 12);
     const double h = tx->h, tlast = tx->tlast;
     ASSERT_EQ(TXVarIntegrate(tx.get(), &t, 1, y, Phi), 1);
-    EXPECT_EQ(tx->h, h);
-    EXPECT_EQ(tx->tlast, tlast);
+    EXPECT_TRUE(tx->h == h && tx->tlast == tlast);
     const double sub_h = tx->TX->h;
     ASSERT_EQ(TXIntegrate(tx.get(), &t, 2, y), 1);
     EXPECT_EQ(tx->TX->h, sub_h);
     EXPECT_EQ(TXVarIntegrate(tx.get(), &t, 1, y, Phi), 0);
     EXPECT_EQ(TXErrorTrajex(tx.get()), 7);
+}
+
+// ---- Numerical Jacobians ------------------------------------------------------------------------
+
+double level = 1e-9;
+constexpr Cut first_component_at_level = [](double, double* y) { return y[0] - level; };
+
+// A forward difference of f errs by eps f'' / 2. The values are such that x + eps - eps is not x:
+// only a saved value comes back exactly.
+TEST(NumericalJacobian, ErrsByThePerturbationAndRestoresEveryBit) {
+    const Temporarily mu(VanDerPol::mu, 1.1);
+    for (const double eps : {1e-3, 1e-5}) {
+        const OpenHandle tx = open_variational(Probe::flow<VanDerPol::flow>, 2, nullptr, nullptr,
+                                               1e-6, &VanDerPol::mu, &level);
+        TXSetCut(tx.get(), first_component_at_level, 1e-8);
+        tx->JacPert = tx->ParamJacPert = eps;
+        double y[2] = {1e-10, -1.3}, gradient[4];
+        Matrix J(2, 2), exact(2, 2), P(2, 2), exact_P(2, 2);
+        Probe::set(Probe::never);
+        ASSERT_EQ(TXNumJac(tx.get(), 0, y, J), 1);
+        ASSERT_EQ(TXNumParamJac(tx.get(), 0, y, P), 1);
+        ASSERT_EQ(TXNumCutJac(tx.get(), 0, y, &level, &VanDerPol::mu, gradient), 1);
+        EXPECT_EQ(Probe::calls, 3 + 3);
+        EXPECT_TRUE(y[0] == 1e-10 && y[1] == -1.3 && VanDerPol::mu == 1.1 && level == 1e-9);
+
+        VanDerPol::jacobian(0, y, exact);
+        VanDerPol::parameter_jacobian(0, y, exact_P);
+        exact[1][0] -= eps * VanDerPol::mu * y[1];
+        const double rounding = 1e-15 / eps, exact_gradient[4] = {1, 0, -1, 0};
+        for (std::size_t m = 0; m < 4; ++m) {
+            EXPECT_NEAR(J[m / 2][m % 2], exact[m / 2][m % 2], rounding);
+            EXPECT_NEAR(P[m / 2][m % 2], exact_P[m / 2][m % 2], rounding);
+            EXPECT_NEAR(gradient[m], exact_gradient[m], rounding);
+        }
+    }
+}
+
+// ---- The sub-record -----------------------------------------------------------------------------
+
+constexpr auto oscillator = Oscillator::flow;
+constexpr jac_t numerical = nullptr;
+
+void no_jacobian(double, double*, double**) {}
+void no_parameter_jacobian(double, double*, double**) {}
+
+double a, b;
+
+// Each form of the arguments: a value read from the wrong place would show in what follows it.
+TEST(VarOpen, ReadsTheArgumentsThatTheOthersAskFor) {
+    const OpenHandle tx = open_recording(oscillator, 2, 1e-6);
+    const auto expect_read = [&](int opened, jac_t jac, double JacPert, jac_t paramjac,
+                                 double ParamJacPert, std::initializer_list<double*> parameters) {
+        const int count = static_cast<int>(parameters.size());
+        EXPECT_EQ(opened, 1);
+        EXPECT_TRUE(tx->jac == jac && tx->paramjac == paramjac && tx->nparam == count);
+        EXPECT_DOUBLE_EQ(tx->JacPert, JacPert);
+        EXPECT_DOUBLE_EQ(tx->ParamJacPert, ParamJacPert);
+        EXPECT_TRUE(std::equal(parameters.begin(), parameters.end(), tx->c));
+        EXPECT_EQ(tx->TX->order, 2 * (2 + count) + 2 + 1);
+    };
+    expect_read(TXVarOpenTrajex(tx.get(), numerical, 1e-5, 0), nullptr, 1e-5, nullptr, 1e-3, {});
+    expect_read(TXVarOpenTrajex(tx.get(), no_jacobian, 2, numerical, 1e-4, &a, &b), no_jacobian,
+                1e-5, nullptr, 1e-4, {&a, &b});
+    expect_read(TXVarOpenTrajex(tx.get(), numerical, 1e-7, 1, &no_parameter_jacobian, &b), nullptr,
+                1e-7, no_parameter_jacobian, 1e-4, {&b});
+    expect_read(TXVarOpenTrajex(tx.get(), numerical, 1e-3, 3, numerical, 1e-2, &a, &b, &a), nullptr,
+                1e-3, nullptr, 1e-2, {&a, &b, &a});
+}
+
+// The settings of the handle, and room for the border; closing keeps the parameters of the handle.
+TEST(VarOpen, MakesASubRecordWithTheSettingsOfTheHandle) {
+    const OpenHandle tx = open_terminating(oscillator, 2, 1e-7, 0.25);
+    TXSetAbsTol(tx.get(), 1e-9);
+    TXSetMaxStep(tx.get(), 0.5);
+    ASSERT_EQ(TXVarOpenTrajex(tx.get(), no_jacobian, 2, &no_parameter_jacobian, &a, &b), 1);
+    const Trajex& sub = *tx->TX;
+    EXPECT_TRUE(sub.RelTol == 1e-7 && sub.AbsTol == 1e-9 && sub.h == 0.25 && sub.hmax == 0);
+    EXPECT_EQ(sub.TerminateOnFatalError, 1);
+    for (int i = 0; i < 5; ++i) std::fill_n(tx->TX->j[i], 5, 1.0);
+    for (int closing = 0; closing < 2; ++closing) {
+        EXPECT_EQ(TXVarCloseTrajex(tx.get()), 1);
+        EXPECT_TRUE(tx->TX == nullptr && tx->nparam == 2 && tx->c[1] == &b);
+        EXPECT_EQ(tx->cp[0] + tx->cp[1], 0);
+    }
 }
 
 }  // namespace
