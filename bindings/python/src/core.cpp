@@ -366,6 +366,7 @@ const Setters<tx::IntegrateOptions>& integrate_options() {
         {"max_steps", take<&O::max_steps>},
         {"sample", take<&O::sample>},
         {"dense", take<&O::dense>},
+        {"stiff", take<&O::stiff>},
     };
     return known;
 }
