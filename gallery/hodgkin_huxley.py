@@ -14,9 +14,10 @@ s = tx.System("""am = (25 - v)/10/(exp((25 - v)/10) - 1); bm = 4*exp(-v/18)
                  m' = am*(1 - m) - bm*m
                  h' = ah*(1 - h) - bh*h
                  n' = an*(1 - n) - bn*n""", I=0.0)
-d = s.diagram("I", (0, 200), start=[0, 0.05, 0.6, 0.32])
+d = s.diagram("I", (0, 200), start=[0, 0.05, 0.6, 0.32], depth=1)  # no cycles of doubled period
 print(d)
 d.plot("I", "v")
+d.branch(2).plot("I", "period")
 
 assert [d[hopf].subtype for hopf in ("H1", "H2")] == ["subcritical", "supercritical"]
 expected = {"H1": 9.779637995, "H2": 154.526633666, "LPC1": 7.846547, "LPC2": 7.921985, "LPC3": 6.264521}

@@ -44,6 +44,12 @@ class CRightHandSide final : public RightHandSide {
     bool evaluate(const Arguments<tx::Jet<3>>& /*at*/) const override { return false; }
     bool evaluate(const Arguments<tx::Jet<5>>& /*at*/) const override { return false; }
 
+    bool taylor(int order, double t, const double* x, const double* v, const double* c,
+                const double* d, double* out) const override {
+        if (c_.taylor != nullptr) c_.taylor(order, t, x, v, c, d, out, c_.context);
+        return c_.taylor != nullptr;
+    }
+
     bool has_block() const override { return c_.block != nullptr; }
     bool has_block_jacobian() const override { return c_.block_jacobian != nullptr; }
     void block(std::size_t K, const double* t, const double* x, const double* c,

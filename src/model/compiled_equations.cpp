@@ -301,7 +301,9 @@ void CompiledEquations::parameter_derivatives(std::size_t count, const double* t
 
 bool CompiledEquations::taylor(int order, double t, const double* x, const double* v,
                                const double* c, const double* d, double* coefficients) const {
-    if (order < 0 || order > 5 || !rhs_->generic()) return false;
+    if (order < 0 || order > 5) return false;
+    if (rhs_->taylor(order, t, x, v, c, d, coefficients)) return true;
+    if (!rhs_->generic()) return false;
     if (order <= 2) return series<2>(order, t, x, v, c, d, coefficients);
     if (order == 3) return series<3>(order, t, x, v, c, d, coefficients);
     return series<5>(order, t, x, v, c, d, coefficients);

@@ -34,7 +34,7 @@ class Equations {
 
     /// The coefficients f_0 ... f_order (rows of n) of f(t, x + s v; c + s d) in powers of s, exact
     /// to rounding. False, and nothing written, when the application's callable cannot give them
-    /// (order > 5, or not generic). `d` may be null.
+    /// (order > 5, neither generic nor a C function for them). `d` may be null.
     virtual bool taylor(int order, double t, const double* x, const double* v, const double* c,
                         const double* d, double* coefficients) const = 0;
 

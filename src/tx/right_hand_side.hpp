@@ -39,13 +39,17 @@ class View {
 /// row-major: out[i n + j] = df_i/dx_j, out[i m + j] = df_i/dc_j for n variables and m parameters.
 /// The block forms evaluate K points in one call, component by component: x[i K + k] is component i
 /// of point k, and so are t[k], out[i K + k] and (i n + j) K + k in Jacobians; c is the same for
-/// all. One of `f` and `block` is needed, everything else is optional. The functions have to be
-/// usable from different threads at once if the system is.
+/// all. `taylor` gives the coefficients of f(t, x + s v; c + s d) in powers of s, up to s^order
+/// with order <= 5: out[k n + i] is that of s^k in f_i; d may be null, which stands for zeros. One
+/// of `f` and `block` is needed, everything else is optional. The functions have to be usable from
+/// different threads at once if the system is.
 struct CFunctions {
     using Function = void (*)(double t, const double* x, const double* c, double* out,
                               void* context);
     using BlockFunction = void (*)(std::size_t K, const double* t, const double* x, const double* c,
                                    double* out, void* context);
+    using TaylorFunction = void (*)(int order, double t, const double* x, const double* v,
+                                    const double* c, const double* d, double* out, void* context);
 
     Function f = nullptr;
     Function jacobian = nullptr;
@@ -54,6 +58,7 @@ struct CFunctions {
     BlockFunction block_jacobian = nullptr;
     void* context = nullptr;
     std::shared_ptr<const void> owner{};  ///< kept for as long as the system is in use
+    TaylorFunction taylor = nullptr;
 };
 
 }  // namespace tx
@@ -95,6 +100,13 @@ class RightHandSide {
     virtual bool evaluate(const Arguments<tx::Jet<2>>& at) const = 0;
     virtual bool evaluate(const Arguments<tx::Jet<3>>& at) const = 0;
     virtual bool evaluate(const Arguments<tx::Jet<5>>& at) const = 0;
+
+    /// The coefficients of f(t, x + s v; c + s d), as tx::CFunctions has them; where the
+    /// application has a function for them.
+    virtual bool taylor(int /*order*/, double /*t*/, const double* /*x*/, const double* /*v*/,
+                        const double* /*c*/, const double* /*d*/, double* /*out*/) const {
+        return false;
+    }
 
     /// K points in one call, in the layout of tx::CFunctions; only where the application has such
     /// forms.

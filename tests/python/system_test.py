@@ -32,6 +32,18 @@ def pointwise(t, x, c, out, context):
     out[1] = c[1] * (x[0] + 0.7 - 0.8 * x[1])
 
 
+def by_numba():
+    numba = pytest.importorskip("numba", reason="python3-numba is not installed")
+    double, pointer = numba.types.float64, numba.types.CPointer(numba.types.float64)
+
+    @numba.cfunc(numba.types.void(double, pointer, pointer, pointer, numba.types.voidptr))
+    def f(t, x, c, out, context):
+        out[0] = x[0] - x[0]**3 / 3 - x[1] + c[0]
+        out[1] = c[1] * (x[0] + 0.7 - 0.8 * x[1])
+
+    return tx.System(f, **NAMES)
+
+
 def without_compiler():
     with pytest.MonkeyPatch.context() as patch:
         patch.setattr("tx.compiled.compiler", lambda: None)
@@ -44,8 +56,9 @@ def without_compiler():
     lambda: tx.System(pointwise, **NAMES),
     lambda: tx.System(ctypes.cast(pointwise, ctypes.c_void_p).value, **NAMES),
     lambda: tx.System(C_SOURCE, **NAMES),
+    by_numba,
     without_compiler,
-], ids=["callable", "ctypes", "address", "C", "NumPy"])
+], ids=["callable", "ctypes", "address", "C", "numba", "NumPy"])
 def test_every_way_gives_the_same_branch(make, diagram):
     s = make()
     gc.collect()  # nothing but the system keeps the function
@@ -119,6 +132,13 @@ def test_forced_systems():
     assert np.prod(c.multipliers).real == pytest.approx(np.exp(-0.3 * np.pi), rel=1e-8)
     b = c.follow("w", (1, 3))
     assert set(b.stop) == {"parameter_bound"} and b["period"] == pytest.approx(2 * np.pi / b["w"])
+
+
+def test_time_in_autonomous_searches_is_told():
+    s = tx.System("x' = -x + F*cos(t)", F=1.0)
+    for search in (lambda: s.equilibrium([0]), lambda: s.with_(F=2).diagram("F", (0, 1)), lambda: s.cycle([0], 1.0)):
+        with pytest.warns(RuntimeWarning, match="depend on t"):
+            search()
 
 
 def test_columns_outlive_their_branch(fhn):

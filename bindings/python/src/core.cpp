@@ -152,6 +152,11 @@ class MachineCode {
         const tx::CFunctions& given = static_cast<const MachineCode*>(context)->given_;
         given.parameter_jacobian(t, x, c, out, given.context);
     }
+    static void taylor(int order, double t, const double* x, const double* v, const double* c,
+                       const double* d, double* out, void* context) {
+        const tx::CFunctions& given = static_cast<const MachineCode*>(context)->given_;
+        given.taylor(order, t, x, v, c, d, out, given.context);
+    }
 
   private:
     tx::CFunctions given_;
@@ -182,7 +187,7 @@ struct Addresses {
     std::uintptr_t f = 0;
     std::uintptr_t jacobian = 0;
     std::uintptr_t parameter_jacobian = 0;
-    std::uintptr_t context = 0;
+    std::uintptr_t taylor = 0;
 };
 
 tx::System from_addresses(const Strings& states, const NamedValues& parameters, const Addresses& at,
@@ -192,12 +197,13 @@ tx::System from_addresses(const Strings& states, const NamedValues& parameters, 
     given.f = at_address<Function>(at.f);
     given.jacobian = at_address<Function>(at.jacobian);
     given.parameter_jacobian = at_address<Function>(at.parameter_jacobian);
-    given.context = at_address<void*>(at.context);
+    given.taylor = at_address<tx::CFunctions::TaylorFunction>(at.taylor);
     tx::CFunctions called;
     called.f = MachineCode::f;
     if (given.jacobian != nullptr) called.jacobian = MachineCode::jacobian;
     if (given.parameter_jacobian != nullptr)
         called.parameter_jacobian = MachineCode::parameter_jacobian;
+    if (given.taylor != nullptr) called.taylor = MachineCode::taylor;
     own(called, std::make_shared<MachineCode>(std::move(given), std::move(needed)));
     return {states, named(parameters), called, text};
 }
@@ -366,6 +372,7 @@ const Setters<tx::IntegrateOptions>& integrate_options() {
         {"max_steps", take<&O::max_steps>},
         {"sample", take<&O::sample>},
         {"dense", take<&O::dense>},
+        {"stiff", take<&O::stiff>},
     };
     return known;
 }

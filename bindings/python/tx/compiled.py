@@ -21,6 +21,7 @@ import numpy as np
 import sympy
 from sympy.printing.c import C99CodePrinter
 
+from . import series
 from .equations import Equations
 
 FLAGS = ("-O2", "-fPIC", "-shared", "-ffp-contract=off", "-fno-math-errno")
@@ -83,11 +84,12 @@ def derivatives(e: Equations) -> tuple[list[sympy.Expr], list[sympy.Expr]]:
 
 
 def c_source(e: Equations) -> str:
-    """The C functions tx_f, tx_jacobian and tx_parameter_jacobian of a system."""
+    """The C functions tx_f, tx_jacobian, tx_parameter_jacobian and tx_taylor of a system."""
     by_state, by_parameter = derivatives(e)
     parts = ["#include <math.h>\n", _c_function("tx_f", e.right, e), _c_function("tx_jacobian", by_state, e)]
     if e.parameters:
         parts.append(_c_function("tx_parameter_jacobian", by_parameter, e))
+    parts.append(series.c_function(e))
     return "\n".join(parts)
 
 
@@ -119,6 +121,7 @@ class Addresses:
     f: int
     jacobian: int = 0
     parameter_jacobian: int = 0
+    taylor: int = 0
     keep: object = None
 
 
@@ -131,13 +134,13 @@ def address(library: ctypes.CDLL, name: str) -> int:
 
 
 def from_source(source: str) -> Addresses:
-    """Functions of C code that defines tx_f and perhaps tx_jacobian and tx_parameter_jacobian."""
+    """Functions of C code that defines tx_f and perhaps tx_jacobian, tx_parameter_jacobian and tx_taylor."""
     library = build(source)
-    names = ("tx_f", "tx_jacobian", "tx_parameter_jacobian")
-    f, jacobian, parameter_jacobian = (address(library, name) for name in names)
-    if not f:
+    found = Addresses(*(address(library, "tx_" + name) for name in ("f", "jacobian", "parameter_jacobian", "taylor")),
+                      keep=library)
+    if not found.f:
         raise CompilerError("the C code defines no function tx_f" + _SIGNATURE)
-    return Addresses(f, jacobian, parameter_jacobian, library)
+    return found
 
 
 def numpy_functions(e: Equations) -> tuple[Callable, Callable]:

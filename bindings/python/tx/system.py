@@ -152,8 +152,12 @@ class _Runs:
         >>> d = s.diagram("I", (0, 2))
         >>> d = s.diagram("I", (0, 2), start=[-1.2, -0.6], max_points=500, depth=2)
         """
+        self._autonomous()
         with self._running(options) as o:
             return Diagram(self._native.diagram(parameter, window, o), self)
+
+    def _autonomous(self) -> None:
+        """Says so where a search for equilibria or free cycles would take t for 0."""
 
     def _values(self) -> str:
         return ", ".join(f"{name}={value:g}" for name, value in self.parameters.items())
@@ -170,7 +174,9 @@ class System(_Runs):
     ... void tx_f(double t, const double* x, const double* c, double* out, void* context)
     ... { out[0] = c[0] - x[0]*x[0]; }''', states=["x"], a=1.0)
 
-    In text, every name that has no equation is a parameter, ``name = ...`` a sub-expression, ``t`` the time. A
+    In text, every name that has no equation is a parameter, ``name = ...`` a sub-expression, ``t`` the time, ``pi``
+    the number; functions are sin, cos, tan, asin, acos, atan, atan2, sinh, cosh, tanh, exp, log (ln), sqrt, abs, sign,
+    heaviside, min, max, pow. A
     Python function gets t of shape (K,), x of shape (n, K) and c of shape (parameters,) and returns (n, K); its
     ``jacobian`` (n, n, K). Machine code has the signature (double t, const double* x, const double* c, double*
     out, void* context), Jacobians by rows. ``parameters`` gives values whose names are no words of Python.
@@ -182,7 +188,7 @@ class System(_Runs):
                  parameter_jacobian: int | None = None, **values: float):
         given = {**(parameters or {}), **values}
         self._arguments = (f, states, jacobian, parameter_jacobian)
-        self.text = ""
+        self.text, self._uses_time = "", False
         if isinstance(f, str) and not _is_c(f):
             self._from_text(f, given)
         elif states is None:
@@ -199,7 +205,7 @@ class System(_Runs):
             raise Error(f"no value for {', '.join(missing)}: give {', '.join(name + '=...' for name in missing)}")
         if unknown:
             raise Error(f"no parameter '{unknown[0]}' in the equations, which have {', '.join(e.parameters) or 'none'}")
-        self.text, self.states = text, e.states
+        self.text, self.states, self._uses_time = text, e.states, e.uses_time
         self.parameters = _numbers({name: given[name] for name in e.parameters})
         if compiled.compiler() is None:
             warnings.warn("no C compiler was found: the equations run as NumPy code, some ten times slower",
@@ -220,8 +226,13 @@ class System(_Runs):
         return _core.System.from_callable(self.states, self._pairs(), f, jacobian, "")
 
     def _at(self, a: compiled.Addresses) -> "_core.System":
-        return _core.System.from_addresses(self.states, self._pairs(), [a.f, a.jacobian, a.parameter_jacobian, 0],
+        return _core.System.from_addresses(self.states, self._pairs(), [a.f, a.jacobian, a.parameter_jacobian, a.taylor],
                                            a.keep, self.text)
+
+    def _autonomous(self) -> None:
+        if self._uses_time:
+            warnings.warn("the equations depend on t, which is 0 here; forced(frequency=...) makes a system of them "
+                          "whose cycles follow the forcing", RuntimeWarning, stacklevel=3)
 
     def _pairs(self) -> list[tuple[str, float]]:
         return list(self.parameters.items())
@@ -247,7 +258,7 @@ class System(_Runs):
 
     def integrate(self, state, t: float, **options) -> Trajectory:
         """The trajectory from a state to the time t. Options: t0, rel_tol, abs_tol, h_max, max_steps, sample (keep
-        points so far apart), dense.
+        points so far apart), dense, stiff (implicit steps).
 
         >>> t = s.integrate([1, 0], 100, sample=0.1)
         """
@@ -277,6 +288,7 @@ class System(_Runs):
 
     def equilibrium(self, guess, **options) -> Point:
         """The equilibrium that Newton's method finds from a guess; falsy where it finds none."""
+        self._autonomous()
         with self._running(options) as o:
             return Point(self._native.equilibrium(self._state(guess), o), self)
 
@@ -287,6 +299,7 @@ class System(_Runs):
             if lacking:
                 raise Error(f"the box has no interval for {', '.join(lacking)}")
             box = [box[name] for name in self.states]
+        self._autonomous()
         with self._running(options) as o:
             return Equilibria(self._native.equilibria([tuple(interval) for interval in box], o), self)
 
@@ -296,6 +309,7 @@ class System(_Runs):
 
         >>> s.cycle([1, 0]); s.cycle([1, 0], 12.5); s.cycle(measured, times=t)
         """
+        self._autonomous()
         with self._running(options) as o:
             if times is not None:
                 table = np.atleast_2d(np.asarray(state, float))
