@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cmath>
 #include <deque>
+#include <map>
+#include <string>
 
 #include "branches/access.hpp"
 #include "branches/curves.hpp"
@@ -99,6 +101,9 @@ class Explorer {
         if (special.status() != "located") {
             return special.status() + ", " + special.reason() + "; not followed";
         }
+        if (const auto family = families_.find(special.id()); family != families_.end()) {
+            return "its cycles are " + family->second;
+        }
         if (!can_be_entered(special.type())) {
             return "not followed, what begins at " + special.type() + " is not computed";
         }
@@ -178,6 +183,7 @@ class Explorer {
             for (const tx::Special& old : diagram_.specials()) {
                 if (!same_point(special, tx::Access::data(old), width, parameter_)) continue;
                 refuse(name, "passes through " + old.id());
+                if (special.finding.type == "H") families_.emplace(old.id(), name);
                 return true;
             }
             return false;
@@ -190,6 +196,7 @@ class Explorer {
     std::shared_ptr<KnownSolutions> known_;
     tx::Diagram diagram_;
     std::deque<Task> tasks_;
+    std::map<std::string, std::string> families_;  ///< that end at Hopf points, by these
     bool cancelled_ = false;
 };
 
