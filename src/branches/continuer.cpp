@@ -620,6 +620,9 @@ void Continuer::finish_event(Located& located) {
     finding.bracket[1] = most;
     finding.z = at.z;
     finding.tangent = at.tangent;
+    if (located.what.branch || located.what.curved)  // at the point itself there are two of them
+        for (std::size_t i = 0; i < finding.tangent.size(); ++i)
+            finding.tangent[i] = 0.5 * (located.before.tangent[i] + located.after.tangent[i]);
     finding.spectrum = at.spectrum;
     finding.error = location_error(located);
     judge(located, finding);
