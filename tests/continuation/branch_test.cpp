@@ -384,12 +384,15 @@ TEST(RunLimits, AStateInTheRecordIsCopied) {
             EXPECT_EQ(std::vector(inside, inside + 2), run.points.back().y);
         }
     }
-    Study cycle(Cycle::flow, {1.1, 0.1}, Cycle::a, 1);
+    // Past a doubling the orbits found there lie in the record, too.
+    Study cycle(Roessler::flow, {0, 3.3, 1.8}, Roessler::c, 2.7);
+    TXSetCut(cycle.tx.get(), first_component, 1e-9);
     TrajexBif& bif = cycle.record();
-    cycle->MaxContSteps = 4;
+    cycle->MaxContSteps = 12;
     double dc = 0.1;
-    ASSERT_EQ(TXAutoCont(cycle.tx.get(), 0, bif.y, 1, &bif.Ttop, &Cycle::a, &dc, 0, 0), 1);
-    EXPECT_NEAR(std::fabs(bif.y[0]), std::sqrt(Cycle::a), 1e-6);
+    ASSERT_EQ(TXAutoCont(cycle.tx.get(), 0, bif.y, 1, &bif.Ttop, &cycle.c, &dc, 0, 0), 1);
+    EXPECT_GT(cycle.c, 2.84);
+    EXPECT_NEAR(bif.T, 5.77, 0.05);
     EXPECT_EQ(bif.Ttop, bif.T);
 }
 

@@ -176,6 +176,8 @@ struct KnownStudy : Study {
         if (known.family.curve != nullptr) {
             EXPECT_NEAR(known.family.curve(p.c), 0, 1e-5) << p.steps;
         }
+        std::vector<double> there = p.y;
+        EXPECT_NEAR(turns > 0 ? known.family.cut(0, there.data()) : 0, 0, 1e-9);
         double nearest = 1;
         for (int i = 0; i < order; ++i) {
             const double re = p.er[i], im = p.ei[i];

@@ -123,9 +123,7 @@ TEST(ClosestCut, MovesToTheNearbyPointBeyondTheSection) {
 // the plain secant iteration on the same dense output.
 TEST(ClosestCut, InterpolatesBeforeItGivesUp) {
     for (const int limit : {0, 1}) {
-        const auto start = [limit] {
-            return std::make_unique<Crossing>(cubic, 0.0625, 1e-300, 0.3);
-        };
+        const auto start = [] { return std::make_unique<Crossing>(cubic, 0.0625, 1e-300, 0.3); };
         const auto c = start();
         TXSetMaxNewtSteps(c->tx.get(), limit);
         EXPECT_EQ(CLOSESTCUT(c->tx.get(), &c->t, c->y), 0);

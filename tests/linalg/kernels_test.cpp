@@ -239,17 +239,17 @@ TEST(Lu, LinearSystemsOfEveryScale) {
                        {1, 1, 1e-310},
                        {1e150, 1e150, 1},
                        {1, 1, 1, {{1, 0, 0}, {0, 2e-310, 1e-310}, {1, 1e-310, 3e-310}}}};
-    for (const auto& [p, q, r, a] : cases) {
-        const double sizes[] = {p, q, r};
-        Matrix m = Matrix::made(3, 3, [&](auto i, auto j) { return sizes[i] * a[i][j]; });
+    for (const auto& c : cases) {
+        const double sizes[] = {c.p, c.q, c.r};
+        Matrix m = Matrix::made(3, 3, [&](auto i, auto j) { return sizes[i] * c.a[i][j]; });
         double b[3], work[6];
         for (std::size_t i = 0; i < 3; ++i) b[i] = m[i][0] + m[i][1] + m[i][2];
         Trajex tx{};
         ASSERT_EQ(TXLinZero(&tx, 3, m, b, work), 1);
-        EXPECT_NEAR(b[0], 1, 1e-12) << p << ' ' << q << ' ' << r;
-        if (a[1][1] < 1) continue;  // these have lost digits
-        EXPECT_NEAR(b[1], 1, 1e-12) << p << ' ' << q << ' ' << r;
-        EXPECT_NEAR(b[2], 1, 1e-12) << p << ' ' << q << ' ' << r;
+        EXPECT_NEAR(b[0], 1, 1e-12) << c.p << ' ' << c.q << ' ' << c.r;
+        if (c.a[1][1] < 1) continue;  // these have lost digits
+        EXPECT_NEAR(b[1], 1, 1e-12) << c.p << ' ' << c.q << ' ' << c.r;
+        EXPECT_NEAR(b[2], 1, 1e-12) << c.p << ' ' << c.q << ' ' << c.r;
     }
 }
 
