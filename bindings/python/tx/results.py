@@ -147,6 +147,11 @@ class Special:
     bracket = property(lambda self: tuple(self._data["bracket"]), doc="the interval it was found in")
 
     @property
+    def after(self) -> int:
+        """The point of the branch behind which it lies."""
+        return self._data.get("after", 0)
+
+    @property
     def parameters(self) -> dict[str, float]:
         return {name: _number(value) for name, value in self._data["parameters"].items()}
 
@@ -352,7 +357,7 @@ class Branch:
         self._live_system()
         if len(self.vary) != 1:
             raise Error(f"{special.id} on a curve that was loaded from a file cannot be followed")
-        parameter, value, after = self.vary[0], special.parameters[self.vary[0]], special._data.get("after", 0)
+        parameter, value, after = self.vary[0], special.parameters[self.vary[0]], special.after
         values = self[parameter]
         tried = [after + step for k in range(9) for step in (-2**k, 2**k) if 0 <= after + step < len(self)]
         for index in tried or [0]:
