@@ -40,6 +40,17 @@ constexpr tx::CFunctions::BlockFunction block = [](std::size_t K, const double*,
 constexpr tx::CFunctions::Function one_point = [](double, const double* x, const double* c,
                                                   double* out, void*) { field(x, c, out); };
 
+constexpr tx::CFunctions::TaylorFunction along = [](int order, double, const double* x,
+                                                    const double* v, const double* c,
+                                                    const double* d, double* out, void*) {
+    tx::Jet<5> at[] = {x[0], x[1]}, values[] = {c[0], c[1]}, f[2];
+    for (std::size_t i = 0; i < 2; ++i) at[i].set(1, 0, v[i]), values[i].set(1, 0, d ? d[i] : 0);
+    field(at, values, f);
+    for (int k = 0; k <= order; ++k) {
+        for (const tx::Jet<5>& component : f) *out++ = component.coefficient(k);
+    }
+};
+
 const std::vector<std::string> names{"x", "y"};
 const std::vector<tx::Parameter> parameters{{"p", 0.7}, {"q", 1.3}};
 
@@ -95,6 +106,7 @@ std::vector<Form> forms(int* calls) {
         {"Jacobian", {names, parameters, of_doubles, jacobian}, true, false},
         {"both Jacobians", {names, parameters, of_doubles, jacobian, by_parameters}, true, false},
         {"C function", {names, parameters, {.f = one_point}}, false, false},
+        {"C function, Taylor", {names, parameters, {.f = one_point, .taylor = along}}, false, true},
         {"C blocks", {names, parameters, {.block = block, .context = calls}}, false, false},
     };
 }

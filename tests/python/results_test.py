@@ -68,6 +68,9 @@ def test_pictures(diagram, fhn):
     assert diagram.plot("I", "period", ax=ax) is ax
     lines = diagram.lines("I", "v")
     assert {line.stable for line in lines} == {True, False}
+    equilibria = [line for line in lines if line.branch == "b1"]
+    assert [line.stable for line in equilibria] == [True, False, True]
+    assert [line.x[-1] for line in equilibria[:2]] == [diagram[h].parameters["I"] for h in ("H1", "H2")]
     total = sum(len(line.x) for line in lines)
     assert total >= sum(len(b) * (2 if plotting.of_cycles(b) else 1) for b in diagram)
     ax = diagram.plot("I", "v")

@@ -33,6 +33,10 @@ def test_values_are_where_they_belong():
     grid = tx.sweep(plus, GRID)
     assert grid.values.tolist() == EXPECTED and not grid.failures
     assert grid.plot().get_xlabel() == "a"
+    pairs = tx.sweep(lambda a, b: [a, b], GRID)
+    assert pairs.plot(component=1).collections[0].get_array().reshape(2, 3).tolist() == [[0.5] * 3, [1.0] * 3]
+    with pytest.raises(ValueError, match="component="):
+        pairs.plot()
 
 
 def test_processes():

@@ -77,6 +77,9 @@ def test_every_way_gives_the_same_branch(make, diagram):
     (lambda s: s.with_(J=1), "no parameter 'J'; the system has I, eps"),
     (lambda s: s.diagram("Q", (0, 1)), "no parameter 'Q'"),
     (lambda s: s.diagram("I", (1, 0)), "window"),
+    (lambda s: s.diagram("I", 2), "a window is two numbers"),
+    (lambda s: s.equilibrium([0, 0]).follow("I", ("low", 1)), "a window is two numbers"),
+    (lambda s: s.diagram("I", (0, 1), detect=["HB"]), "no type 'HB'"),
     (lambda s: s.diagram("I", (0, 1), steps=3), "no option 'steps'"),
     (lambda s: s.diagram("I", (0, 1), max_points="many"), "'max_points' cannot be 'many'"),
     (lambda s: s.equilibrium([1.0]), "2"),
@@ -171,7 +174,7 @@ def test_exceptions_of_callbacks_pass(fhn):
 
 def test_monitors(fhn):
     b = fhn.equilibrium([-1.2, -0.6]).follow(
-        "I", (0, 2), detect="none", at={"v": [0.25]}, stop_when={"enough": lambda p: p["v"] - 0.5})
+        "I", (0, 2), detect="none", at={"v": 0.25}, stop_when={"enough": lambda p: p["v"] - 0.5})
     assert [s.state[0] for s in b.specials] == pytest.approx([0.25, 0.5])
     assert "user" in b.stop
 

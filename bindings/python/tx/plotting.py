@@ -36,18 +36,28 @@ def of_cycles(branch) -> bool:
     return len(branch.vary) == 1 and "cycle" in branch.kind
 
 
-def quantities(branch, name: str) -> list[np.ndarray]:
+def quantities(branch, name: str) -> list[str]:
     """The columns that stand for a name: of a variable of a cycle its minimum and maximum."""
     if of_cycles(branch) and f"max {name}" in branch.columns:
-        return [branch[f"min {name}"], branch[f"max {name}"]]
-    return [branch[name]]
+        return [f"min {name}", f"max {name}"]
+    return [name]
 
 
-def _pieces(stable: np.ndarray):
-    """Index ranges of equal stability, each reaching to the first point of the next."""
-    changes = np.flatnonzero(np.diff(stable)) + 1
-    edges = [0, *changes, len(stable)]
-    return [(bool(stable[a]), slice(a, min(b + 1, len(stable)))) for a, b in zip(edges[:-1], edges[1:])]
+def _pieces(branch, x: str, y: str) -> list[tuple[bool, np.ndarray, np.ndarray]]:
+    """Columns cut where stability changes: at the special point where that happens, else at the next point."""
+    xs, ys = branch[x], branch[y]
+    stable = np.asarray(branch["stable"]) > 0 if len(branch.vary) == 1 else np.ones(len(branch), bool)
+    between = {special.after: special for special in branch.specials}
+    made, begin, first = [], 0, ([], [])
+    for end in [*(np.flatnonzero(np.diff(stable)) + 1), len(stable)]:
+        last = ([], [])
+        if end < len(stable):
+            special = between.get(end - 1)
+            last = ([special.quantity(x)], [special.quantity(y)]) if special else (xs[[end]], ys[[end]])
+        made.append((bool(stable[begin]), *(np.concatenate((head, column[begin:end], tail))
+                                            for head, column, tail in zip(first, (xs, ys), last))))
+        begin, first = end, last if end < len(stable) and special else ([], [])
+    return made
 
 
 def lines(branches, x: str, y: str) -> list[Line]:
@@ -58,10 +68,8 @@ def lines(branches, x: str, y: str) -> list[Line]:
             continue
         if y not in branch.columns and f"max {y}" not in branch.columns:
             continue
-        stable = np.asarray(branch["stable"]) > 0 if len(branch.vary) == 1 else np.ones(len(branch), bool)
-        for values in quantities(branch, y):
-            made += [Line(branch.id, branch.kind, s, branch[x][part], values[part])
-                     for s, part in _pieces(stable)]
+        for column in quantities(branch, y):
+            made += [Line(branch.id, branch.kind, *piece) for piece in _pieces(branch, x, column)]
     return made
 
 
@@ -91,13 +99,27 @@ def marker_style(special) -> dict:
 
 
 class _Labels:
-    """Places texts beside points so that none lies on another one or on a marker."""
+    """Places texts beside points so that none lies on another one or on a marker, nor on a line if that can be."""
 
     OFFSETS = [(6, 6), (6, -12), (-6, 6), (-6, -12), (0, 12), (0, -18), (16, 14), (16, -22),
                (-16, 14), (-16, -22), (0, 24), (0, -32), (28, 4), (-28, 4)]
 
     def __init__(self, ax):
         self.ax, self.taken = ax, []
+        drawn = [line.get_transform().transform(line.get_xydata()) for line in ax.lines if line.get_linestyle() != "None"]
+        self.drawn = np.concatenate([self._dense(points) for points in drawn if len(points)] or [np.empty((0, 2))])
+
+    @staticmethod
+    def _dense(points: np.ndarray) -> np.ndarray:
+        """Points of a line in pixels, no more than a few pixels apart."""
+        points = points[np.isfinite(points).all(axis=1)]
+        way = np.concatenate(([0], np.cumsum(np.hypot(*np.diff(points, axis=0).T)))) if len(points) else np.empty(0)
+        at = np.linspace(0, way[-1], int(way[-1] / 3) + 2) if len(way) else way
+        return np.stack([np.interp(at, way, points[:, k]) for k in (0, 1)], axis=1) if len(way) else points
+
+    def _crossed(self, box) -> bool:
+        x, y = self.drawn.T
+        return bool(np.any((box[0] < x) & (x < box[2]) & (box[1] < y) & (y < box[3])))
 
     def occupy(self, x: float, y: float, size: float = 5):
         px, py = self.ax.transData.transform((x, y))
@@ -110,16 +132,14 @@ class _Labels:
     def place(self, text: str, x: float, y: float, **how):
         renderer = self.ax.figure.canvas.get_renderer()
         frame = self.ax.get_window_extent(renderer)
-        best = None
-        for dx, dy in self.OFFSETS:
+        for dx, dy, on_lines in [(*offset, on_lines) for on_lines in (False, True) for offset in self.OFFSETS]:
             label = self.ax.annotate(text, (x, y), (dx, dy), textcoords="offset points", fontsize="small",
                                      ha="left" if dx > 0 else "right" if dx < 0 else "center", **how)
             e = label.get_window_extent(renderer)
             box = (e.x0, e.y0, e.x1, e.y1)
             inside = frame.x0 <= e.x0 and e.x1 <= frame.x1 and frame.y0 <= e.y0 and e.y1 <= frame.y1
-            if inside and self._free(box):
+            if inside and self._free(box) and (on_lines or not self._crossed(box)):
                 break
-            best = best or (dx, dy)
             label.remove()
         else:  # no free place: the marker speaks for itself, and the table has the name
             return

@@ -28,6 +28,15 @@ def _number(value) -> float:
 Error = _core.Error  # misuse: the text names what was given and what is known
 
 
+def window_of(values) -> Window:
+    """Two numbers, the lower one first; the engine looks at their order."""
+    try:
+        low, high = values
+        return float(low), float(high)
+    except (TypeError, ValueError):
+        raise Error(f"a window is two numbers, (lo, hi), not {values!r}") from None
+
+
 class Point:
     """A solution: an equilibrium, a cycle or a forced cycle, at given parameters.
 
@@ -120,7 +129,7 @@ class Point:
     def follow(self, parameter: str, window: Window, **options) -> "Branch":
         """The branch through this point: ``p.follow("I", (0, 2))``."""
         with self._system._running(options) as o:
-            return Branch(self._native.follow(parameter, tuple(window), o), self._system)
+            return Branch(self._native.follow(str(parameter), window_of(window), o), self._system)
 
     def __repr__(self) -> str:
         return self._native.text()
@@ -145,6 +154,11 @@ class Special:
     reason = property(lambda self: self._data["reason"] or "", doc="why it is unresolved or undetermined")
     error = property(lambda self: _number(self._data["error"]), doc="of the continuation parameter")
     bracket = property(lambda self: tuple(self._data["bracket"]), doc="the interval it was found in")
+
+    @property
+    def after(self) -> int:
+        """The point of the branch behind which it lies."""
+        return self._data.get("after", 0)
 
     @property
     def parameters(self) -> dict[str, float]:
@@ -216,8 +230,9 @@ class Special:
         """One parameter, ``follow("I", (0, 2))``: the cycles of H, the doubled ones of PD, else the branch
         through the point. Two, ``follow("I", "eps", I=(0, 2), eps=(0.01, 1))``: the curve of such points."""
         match parameters:
-            case (str() as name, (lo, hi)):
-                run = lambda native, o: native.follow(name, (lo, hi), o)  # noqa: E731
+            case (str() as name, window) if not isinstance(window, str):
+                window = window_of(window)
+                run = lambda native, o: native.follow(name, window, o)  # noqa: E731
             case (str() as name,):
                 window = self._window(name, options)
                 run = lambda native, o: native.follow(name, window, o)  # noqa: E731
@@ -234,7 +249,7 @@ class Special:
     def _window(self, name: str, options: dict) -> Window:
         if name not in options:
             raise Error(f"no window for {name}; give {name}=(lo, hi)")
-        return tuple(options.pop(name))
+        return window_of(options.pop(name))
 
     def to_dict(self) -> dict:
         return dict(self._data)
@@ -352,7 +367,7 @@ class Branch:
         self._live_system()
         if len(self.vary) != 1:
             raise Error(f"{special.id} on a curve that was loaded from a file cannot be followed")
-        parameter, value, after = self.vary[0], special.parameters[self.vary[0]], special._data.get("after", 0)
+        parameter, value, after = self.vary[0], special.parameters[self.vary[0]], special.after
         values = self[parameter]
         tried = [after + step for k in range(9) for step in (-2**k, 2**k) if 0 <= after + step < len(self)]
         for index in tried or [0]:

@@ -41,9 +41,12 @@ class Sweep:
     def plot(self, ax=None, component: int | None = None, **how):
         """A picture of a sweep over two parameters, or a line of one over one. Returns the axes."""
         from . import plotting
-        ax = plotting._axes(ax)
         values = self.values if component is None else self.values[..., component]
+        if len(self.axes) > 2 or values.ndim > 2:
+            raise ValueError(f"a picture has one or two parameters and one number for each point; the values have shape "
+                             f"{self.values.shape}" + ("" if component is not None else ": give component="))
         (x, xs), *rest = self.axes.items()
+        ax = plotting._axes(ax)
         ax.set_xlabel(x)
         if not rest:
             ax.plot(xs, values, **how)

@@ -12,7 +12,7 @@ import numpy as np
 
 from . import _core, compiled, equations, plotting
 from .progress import watched
-from .results import Diagram, Error, Point, Window
+from .results import Diagram, Error, Point, Window, window_of
 
 
 class Trajectory:
@@ -119,6 +119,11 @@ class _Runs:
         given = {name: value for name, value in options.items() if value is not None and name != "progress"}
         if "start" in given:
             given["start"] = self._state(given["start"])
+        if "at" in given:
+            given["at"] = {name: np.atleast_1d(values).tolist() for name, values in given["at"].items()}
+        unknown = [name for name in _detected(given) if name not in plotting.MARKERS]
+        if unknown:
+            raise Error(f"no type '{unknown[0]}' to detect; known are {', '.join(sorted(plotting.MARKERS))}, all, none")
         for name in ("when", "stop_when"):
             given |= {name: {what: self._with_points(f) for what, f in given.get(name, {}).items()}}
         with watched(options.get("progress")) as goes_on:
@@ -154,7 +159,7 @@ class _Runs:
         """
         self._autonomous()
         with self._running(options) as o:
-            return Diagram(self._native.diagram(parameter, window, o), self)
+            return Diagram(self._native.diagram(str(parameter), window_of(window), o), self)
 
     def _autonomous(self) -> None:
         """Says so where a search for equilibria or free cycles would take t for 0."""
@@ -262,7 +267,7 @@ class System(_Runs):
 
         >>> t = s.integrate([1, 0], 100, sample=0.1)
         """
-        return Trajectory(self._native.integrate(self._state(state), t, options), self.states)
+        return Trajectory(self._native.integrate(self._state(state), float(t), options), self.states)
 
     def section(self, state, crossings: int = 1, function: Callable | None = None, direction: int = 1,
                 max_time: float = 1e4, options: Mapping | None = None, **where: float) -> Trajectory:
@@ -301,7 +306,7 @@ class System(_Runs):
             box = [box[name] for name in self.states]
         self._autonomous()
         with self._running(options) as o:
-            return Equilibria(self._native.equilibria([tuple(interval) for interval in box], o), self)
+            return Equilibria(self._native.equilibria([window_of(interval) for interval in box], o), self)
 
     def cycle(self, state, period: float | None = None, times=None, **options) -> Point:
         """The stable cycle that the trajectory from a state comes to; with a guess of the period, the cycle near
@@ -364,6 +369,14 @@ class Forced(_Runs):
 
     def __repr__(self) -> str:
         return f"Forced(T={self.period:g}, {self.system!r})"
+
+
+def _detected(options: Mapping) -> list[str]:
+    """The types of special points that an option names."""
+    wanted = options.get("detect", "all")
+    if not isinstance(wanted, str):
+        return list(wanted)
+    return [] if wanted in ("all", "none") else [wanted]
 
 
 def _rebuild(arguments, parameters) -> System:
