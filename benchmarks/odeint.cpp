@@ -35,6 +35,20 @@ Point orthonormalise(std::array<Point, 3>& v) {
     return lengths;
 }
 
+using Linearised = std::array<double, 12>;
+
+/// Lorenz, then three directions v' = A v.
+void linearised_lorenz(const Linearised& y, Linearised& f, double t) {
+    lorenz(t, const_cast<double*>(y.data()), f.data());
+    for (std::size_t p = 3; p < 12; p += 3) {
+        const double* const v = y.data() + p;
+        double* const dv = f.data() + p;
+        dv[0] = 10 * (v[1] - v[0]);
+        dv[1] = (28 - y[2]) * v[0] - v[1] - y[0] * v[2];
+        dv[2] = y[1] * v[0] + y[0] * v[1] - 8.0 / 3 * v[2];
+    }
+}
+
 template <class Value>
 Value integrate(const Problem& problem, Value y, double tolerance) {
     const auto f = [&](const Value& state, Value& derivative, double t) {
@@ -90,6 +104,29 @@ void exponents_with_odeint(double interval, int intervals, double tolerance, dou
     }
     for (std::size_t p = 0; p < 3; ++p)
         exponents[p] = sums[p] / (std::log(2) * interval * intervals);
+}
+
+std::vector<double> odeint_divergence(const Problem& problem, double tolerance) {
+    auto stepper =
+        odeint::make_controlled<odeint::runge_kutta_dopri5<Linearised>>(tolerance, tolerance);
+    Linearised y{};
+    for (std::size_t i = 0; i < 3; ++i) y[i] = problem.start[i], y[3 + 4 * i] = 1;
+    double t = 0;
+    double h = 1e-3;
+    double sum = 0;
+    double measured = 0;
+    for (long steps = 1; t < problem.end; ++steps) {
+        while (stepper.try_step(linearised_lorenz, y, t, h) == odeint::fail) {
+        }
+        if (steps % 4 != 0) continue;
+        std::array<Point, 3> v;
+        std::copy(y.begin() + 3, y.end(), v[0].data());
+        for (const double length : orthonormalise(v)) sum += std::log(length);
+        std::copy_n(v[0].data(), 9, y.begin() + 3);
+        stepper.reset();  // it kept the derivatives of the directions as they were
+        measured = t;
+    }
+    return {sum / measured};
 }
 
 }  // namespace benchmarks

@@ -23,6 +23,8 @@ long arkode_attempts(const Problem&, double tolerance);
 std::vector<double> odeint_samples(const Problem&, double tolerance);
 /// The three exponents of Lorenz, by nearby trajectories.
 void exponents_with_odeint(double interval, int intervals, double tolerance, double* exponents);
+/// Their sum, by Lorenz and its linearised equations along three directions, twelve in all.
+std::vector<double> odeint_divergence(const Problem&, double tolerance);
 
 /// Dense linear algebra, of matrices in row order.
 void eigen_solve(const std::vector<double>& A, std::vector<double>& b);

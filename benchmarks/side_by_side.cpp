@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <random>
 #include <string>
+#include <tx.hpp>
 #include <vector>
 
 #include "counted.hpp"
@@ -175,6 +176,49 @@ void compare_exponents() {
     report("Lyapunov spectrum of Lorenz, 1e-8", "Odeint, dopri5, same method", 1.5,
            rounds.ratio(0, 1));
 }
+
+std::vector<double> own_divergence(const tx::System& system, const Problem& problem,
+                                   double tolerance) {
+    tx::LyapunovOptions options{.transient = 0, .time = problem.end};
+    options.integrate.rel_tol = options.integrate.abs_tol = tolerance;
+    return {system.lyapunov(problem.start, options).sum()};
+}
+
+/// By linearised equations: at the same tolerance, and at the same error of the sum of all
+/// exponents, which is the divergence -41/3 of the equations whatever the trajectory is.
+void compare_linearised_exponents() {
+    const std::vector<std::string> names{"x", "y", "z"};
+    const auto equations = [](auto, const auto& x, const auto&, auto& dx) {
+        dx[0] = 10 * (x[1] - x[0]);
+        dx[1] = x[0] * (28 - x[2]) - x[1];
+        dx[2] = x[0] * x[1] - 8.0 / 3 * x[2];
+    };
+    const auto plain = [equations](double t, tx::View<const double> x, tx::View<const double> c,
+                                   tx::View<double> dx) { equations(t, x, c, dx); };
+    const auto jacobian = [](double, const double* x, const double*, double* A) {
+        A[0] = -10, A[1] = 10, A[2] = 0;
+        A[3] = 28 - x[2], A[4] = -1, A[5] = -x[0];
+        A[6] = x[1], A[7] = x[0], A[8] = -8.0 / 3;
+    };
+    struct Given {
+        const char* how;
+        tx::System system;
+    };
+    for (const Given& given : {Given{"generic", {names, {}, equations}},
+                               Given{"Jacobian", {names, {}, plain, jacobian}}}) {
+        const Problem problem{
+            std::string("linearised Lorenz, ") + given.how, nullptr, {1, 1, 20}, 100};
+        const Solve own = [&](const Problem& p, double tolerance) {
+            return own_divergence(given.system, p, tolerance);
+        };
+        const Rounds rounds(
+            {[&] { own(problem, 1e-8); }, [&] { odeint_divergence(problem, 1e-8); }}, 0.005, 31);
+        const char* const peer = "Odeint, dopri5, 12 equations";
+        report(problem.name + ", both at 1e-8", peer, 1, rounds.ratio(0, 1));
+        report(problem.name + ", sum to 1e-8", peer, 1,
+               ratios_at_error({own, odeint_divergence}, problem, {-41.0 / 3}, 1e-8)[0]);
+    }
+}
 #endif
 
 void compare_variational() {
@@ -327,6 +371,7 @@ void compare_all() {
 #ifdef TX_WITH_ODEINT
     compare_samples();
     compare_exponents();
+    compare_linearised_exponents();
 #endif
     compare_variational();
     compare_linear_systems();

@@ -74,14 +74,28 @@ void orthonormalise(const Metric& metric, std::vector<std::vector<double>>& vect
 Kernel::Kernel(Problem& problem)
     : problem_(problem), n_(problem.unknowns()), m_(problem.equations()), f_(m_) {}
 
+// The largest scaled entries of the rows. Where there are many columns, the root mean squares of
+// F_z v over random vectors stand for them: a size within a small factor is enough.
 void Kernel::measure_rows(const Metric& metric) {
-    std::vector<double> unit(n_, 0.0);
-    for (std::size_t j = 0; j < n_; ++j) {
-        unit[j] = 1 / std::sqrt(metric.weights()[j]);
-        problem_.apply(unit.data(), f_.data());
-        for (std::size_t i = 0; i < m_; ++i) row_size_[i] = std::max(row_size_[i], std::abs(f_[i]));
-        unit[j] = 0;
+    constexpr std::size_t probes = 32;
+    constexpr std::size_t few = 64;
+    const bool one_by_one = n_ <= few;
+    const std::size_t count = one_by_one ? n_ : probes;
+    Sequence sequence;
+    std::vector<double> v(n_, 0.0);
+    std::vector<double> sizes(m_, 0.0);
+    for (std::size_t j = 0; j < count; ++j) {
+        for (std::size_t i = 0; i < n_; ++i) {
+            const double entry = one_by_one ? (i == j ? 1.0 : 0.0) : sequence.next();
+            v[i] = entry / std::sqrt(metric.weights()[i]);
+        }
+        problem_.apply(v.data(), f_.data());
+        for (std::size_t i = 0; i < m_; ++i) {
+            sizes[i] = one_by_one ? std::max(sizes[i], std::abs(f_[i]))
+                                  : std::hypot(sizes[i], f_[i] / std::sqrt(double(probes) / 3));
+        }
     }
+    for (std::size_t i = 0; i < m_; ++i) row_size_[i] = std::max(row_size_[i], sizes[i]);
 }
 
 // The sizes of the rows of F_z, at z and at a point beside it: at a branch point a whole row may

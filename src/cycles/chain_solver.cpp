@@ -101,7 +101,7 @@ void ChainFactors::factor(const Condensation& segments) {
     n_ = segments.states();
     N_ = segments.intervals();
     sign_ = 1;
-    if (qr_.size() < N_ - 1) qr_.resize(N_ - 1, Qr(n_, 2 * n_));
+    if (qr_.size() < N_ - 1) qr_.resize(N_ - 1, Qr(n_));
     reflected_.resize((N_ - 1) * 2 * n_ * n_);
     coupled_.resize((N_ - 1) * 4 * n_ * n_);
     last_.assign(2 * n_ * n_, 0.0);

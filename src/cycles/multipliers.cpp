@@ -66,7 +66,7 @@ void ProductEigenvalues::reserve(std::size_t d, std::size_t count) {
     for (auto* matrix : {&start_, &turn_, &product_, &work_}) matrix->resize(d * d);
     for (auto* vector : {&size_, &re_, &im_}) vector->resize(d);
     groups_.reserve(d + 1);
-    qr_.reserve(d, d);
+    qr_.reserve(d);
     eigen_.reserve(d);
 }
 

@@ -22,8 +22,7 @@ void point_to_rows(std::vector<double*>& rows, double* a, std::size_t n) {
 }
 
 // A kernel: B becomes U^-1 L^-1 B, the rows of B already exchanged. A strip of columns a few
-// vectors wide goes through both substitutions, so that what they need of B stays in the cache;
-// each element is summed in index order.
+// vectors wide goes through both substitutions, so that what they need of B stays in the cache.
 template <class Vector>
 struct SubstituteMany {
     [[gnu::always_inline]] static inline void run(double* const* a, std::size_t n, double* B,
@@ -38,7 +37,7 @@ struct SubstituteMany {
     }
 
   private:
-    static constexpr std::size_t strip_vectors = 4;
+    static constexpr std::size_t strip_vectors = 3;
 
     // What is left of a strip in one go: each sum waits for its own last term only.
     template <class Number>
@@ -53,28 +52,73 @@ struct SubstituteMany {
     template <class Number, std::size_t count>
     [[gnu::always_inline]] static inline void substitute(double* const* a, std::size_t n, double* B,
                                                          std::size_t k) {
-        for (std::size_t i = 1; i < n; ++i) subtract<Number, count>(a[i], 0, i, B, k, i, 1);
-        for (std::size_t i = n; i-- > 0;) {
-            subtract<Number, count>(a[i], i + 1, n, B, k, i, a[i][i]);
+        std::size_t i = 0;
+        for (; i + 2 <= n; i += 2) {
+            Number sums[2][count];
+            load_rows(sums, B + i * k, k);
+            subtract_rows(sums, a + i, 0, i, B, k);
+            subtract_row(sums[1], a[i + 1][i], sums[0]);
+            store_row(sums[0], B + i * k);
+            store_row(sums[1], B + (i + 1) * k);
+        }
+        if (i < n) {
+            Number sums[1][count];
+            load_rows(sums, B + i * k, k);
+            subtract_rows(sums, a + i, 0, i, B, k);
+            store_row(sums[0], B + i * k);
+        }
+        for (i = n; i >= 2; i -= 2) {
+            Number sums[2][count];
+            load_rows(sums, B + (i - 2) * k, k);
+            subtract_rows(sums, a + i - 2, i, n, B, k);
+            divide_row(sums[1], a[i - 1][i - 1]);
+            subtract_row(sums[0], a[i - 2][i - 1], sums[1]);
+            divide_row(sums[0], a[i - 2][i - 2]);
+            store_row(sums[0], B + (i - 2) * k);
+            store_row(sums[1], B + (i - 1) * k);
+        }
+        if (i == 1) {
+            Number sums[1][count];
+            load_rows(sums, B, k);
+            subtract_rows(sums, a, 1, n, B, k);
+            divide_row(sums[0], a[0][0]);
+            store_row(sums[0], B);
         }
     }
 
-    // Row i of B becomes (row i - sum over j in [first, last) of a_ij row j) / divisor.
-    template <class Number, std::size_t count>
-    [[gnu::always_inline]] static inline void subtract(const double* row, std::size_t first,
-                                                       std::size_t last, double* B, std::size_t k,
-                                                       std::size_t i, double divisor) {
-        Number sums[count], other;
-        for (std::size_t v = 0; v < count; ++v) load(sums[v], B + i * k + v * width<Number>);
+    // Rows r of the sums lose sum over j in [first, last) of a_rj times row j of B. Two at a time
+    // use what is loaded twice, and keep the processor busy while a sum waits for its last term.
+    template <class Number, std::size_t rows, std::size_t count>
+    [[gnu::always_inline]] static inline void subtract_rows(Number (&sums)[rows][count],
+                                                            double* const* a, std::size_t first,
+                                                            std::size_t last, const double* B,
+                                                            std::size_t k) {
         for (std::size_t j = first; j < last; ++j) {
-            for (std::size_t v = 0; v < count; ++v) {
-                load(other, B + j * k + v * width<Number>);
-                sums[v] -= row[j] * other;
-            }
+            Number other[count];
+            for (std::size_t v = 0; v < count; ++v) load(other[v], B + j * k + v * width<Number>);
+            for (std::size_t r = 0; r < rows; ++r) subtract_row(sums[r], a[r][j], other);
         }
-        for (std::size_t v = 0; v < count; ++v) {
-            store(sums[v] / divisor, B + i * k + v * width<Number>);
+    }
+    template <class Number, std::size_t count>
+    [[gnu::always_inline]] static inline void subtract_row(Number (&row)[count], double factor,
+                                                           const Number (&other)[count]) {
+        for (std::size_t v = 0; v < count; ++v) row[v] -= factor * other[v];
+    }
+    template <class Number, std::size_t count>
+    [[gnu::always_inline]] static inline void divide_row(Number (&row)[count], double divisor) {
+        for (std::size_t v = 0; v < count; ++v) row[v] = row[v] / divisor;
+    }
+    template <class Number, std::size_t rows, std::size_t count>
+    [[gnu::always_inline]] static inline void load_rows(Number (&sums)[rows][count],
+                                                        const double* from, std::size_t k) {
+        for (std::size_t r = 0; r < rows; ++r) {
+            for (std::size_t v = 0; v < count; ++v)
+                load(sums[r][v], from + r * k + v * width<Number>);
         }
+    }
+    template <class Number, std::size_t count>
+    [[gnu::always_inline]] static inline void store_row(const Number (&row)[count], double* to) {
+        for (std::size_t v = 0; v < count; ++v) store(row[v], to + v * width<Number>);
     }
 };
 

@@ -122,31 +122,26 @@ class ComplexLu {
 /// triangle, the reflections the rest, and both are needed for as long as Q is applied.
 class Qr {
   public:
-    explicit Qr(std::size_t columns_max = 0, std::size_t block_columns_max = 0) {
-        reserve(columns_max, block_columns_max);
-    }
+    explicit Qr(std::size_t columns_max = 0) { reserve(columns_max); }
 
-    /// Columns of the blocks to be factored, and of those that Q will be applied to.
-    void reserve(std::size_t columns_max, std::size_t block_columns_max);
+    /// Columns of the blocks to be factored.
+    void reserve(std::size_t columns_max) { tau_.reserve(columns_max); }
 
     /// Factors the block at a, whose rows are lda apart.
     void factor(double* a, std::size_t rows, std::size_t columns, std::size_t lda);
 
     /// B becomes Q' B or Q B: k columns, as many rows as the block, ldb apart.
-    void apply_transposed(double* b, std::size_t k, std::size_t ldb);
-    void apply(double* b, std::size_t k, std::size_t ldb);
+    void apply_transposed(double* b, std::size_t k, std::size_t ldb) const;
+    void apply(double* b, std::size_t k, std::size_t ldb) const;
 
     /// The number of reflections.
     std::size_t size() const { return tau_.size(); }
 
   private:
-    void reflect(std::size_t j, double* b, std::size_t k, std::size_t ldb);
-
     const double* a_ = nullptr;
     std::size_t rows_ = 0;
     std::size_t lda_ = 0;
     std::vector<double> tau_;
-    std::vector<double> sums_;
 };
 
 }  // namespace trajex

@@ -31,48 +31,81 @@ double make_reflection(double* a, std::size_t n, std::size_t lda) {
     return (beta - alpha) / beta;
 }
 
-// A block of rows: `columns` wide, `stride` apart.
-struct Block {
-    double* first;
-    std::size_t columns;
-    std::size_t stride;
+// Reflections [first, last), each of which has tau and, below the diagonal of its column of `a`, v;
+// in descending order where `backwards`.
+struct Reflections {
+    const double* a;
+    std::size_t lda, rows;
+    const double* tau;
+    std::size_t first, last;
+    bool backwards;
 };
 
-// A kernel: B becomes H B = B - tau v (v' B), both passes along the rows. v has n elements, lda
-// apart, the first of which is 1 and not stored; `sums` holds as many numbers as B has columns.
-struct Reflect {
-    [[gnu::always_inline]] static inline void run(const double* v, std::size_t n, std::size_t lda,
-                                                  double tau, const Block* block, double* sums) {
-        const auto [b, k, ldb] = *block;
-        for (std::size_t c = 0; c < k; ++c) sums[c] = b[c];
-        for (std::size_t i = 1; i < n; ++i) {
-            const double x = v[i * lda];
-            const double* const row = b + i * ldb;
-            for (std::size_t c = 0; c < k; ++c) sums[c] += x * row[c];
+// A kernel: B, of k columns and as many rows as v belongs to, ldb apart, becomes H B = B - tau v
+// (v' B) for one reflection after the other. A strip of columns a few vectors wide goes through all
+// of them: its sums are in registers, and its rows stay in the cache.
+template <class Vector>
+struct ReflectColumns {
+    [[gnu::always_inline]] static inline void run(const Reflections* q, double* b, std::size_t k,
+                                                  std::size_t ldb) {
+        constexpr std::size_t strip = strip_vectors * width<Vector>;
+        for (; k >= strip; k -= strip, b += strip) reflect_all<Vector, strip_vectors>(*q, b, ldb);
+        if (k >= 2 * width<Vector>) {
+            reflect_all<Vector, 2>(*q, b, ldb);
+            k -= 2 * width<Vector>, b += 2 * width<Vector>;
         }
-        for (std::size_t c = 0; c < k; ++c) sums[c] *= tau;
-        for (std::size_t c = 0; c < k; ++c) b[c] -= sums[c];
-        for (std::size_t i = 1; i < n; ++i) {
-            const double x = v[i * lda];
-            double* const row = b + i * ldb;
-            for (std::size_t c = 0; c < k; ++c) row[c] -= x * sums[c];
+        if (k >= width<Vector>) {
+            reflect_all<Vector, 1>(*q, b, ldb);
+            k -= width<Vector>, b += width<Vector>;
         }
+        if (k == 3) reflect_all<double, 3>(*q, b, ldb);
+        if (k == 2) reflect_all<double, 2>(*q, b, ldb);
+        if (k == 1) reflect_all<double, 1>(*q, b, ldb);
+    }
+
+  private:
+    static constexpr std::size_t strip_vectors = 4;
+
+    template <class Number, std::size_t count>
+    [[gnu::always_inline]] static inline void reflect_all(const Reflections& q, double* b,
+                                                          std::size_t ldb) {
+        for (std::size_t step = q.first; step < q.last; ++step) {
+            const std::size_t j = q.backwards ? q.first + q.last - 1 - step : step;
+            if (q.tau[j] != 0) reflect<Number, count>(q, j, b, ldb);
+        }
+    }
+
+    template <class Number, std::size_t count>
+    [[gnu::always_inline]] static inline void reflect(const Reflections& q, std::size_t j,
+                                                      double* b, std::size_t ldb) {
+        Number sums[count], row[count];
+        load_row(sums, b + j * ldb);
+        for (std::size_t i = j + 1; i < q.rows; ++i) {
+            const double x = q.a[i * q.lda + j];
+            load_row(row, b + i * ldb);
+            for (std::size_t c = 0; c < count; ++c) sums[c] += x * row[c];
+        }
+        load_row(row, b + j * ldb);
+        for (std::size_t c = 0; c < count; ++c) {
+            sums[c] = q.tau[j] * sums[c];
+            store(row[c] - sums[c], b + j * ldb + c * width<Number>);
+        }
+        for (std::size_t i = j + 1; i < q.rows; ++i) {
+            const double x = q.a[i * q.lda + j];
+            load_row(row, b + i * ldb);
+            for (std::size_t c = 0; c < count; ++c) {
+                store(row[c] - x * sums[c], b + i * ldb + c * width<Number>);
+            }
+        }
+    }
+
+    template <class Number, std::size_t count>
+    [[gnu::always_inline]] static inline void load_row(Number (&row)[count], const double* from) {
+        for (std::size_t c = 0; c < count; ++c) load(row[c], from + c * width<Number>);
     }
 };
 
 }  // namespace
-
-void Qr::reserve(std::size_t columns_max, std::size_t block_columns_max) {
-    tau_.reserve(columns_max);
-    sums_.reserve(std::max(columns_max, block_columns_max));
-}
-
-void Qr::reflect(std::size_t j, double* b, std::size_t k, std::size_t ldb) {
-    if (tau_[j] == 0) return;
-    if (sums_.size() < k) sums_.resize(k);
-    const Block below{b + j * ldb, k, ldb};
-    dispatch<Reflect>(a_ + j * lda_ + j, rows_ - j, lda_, tau_[j], &below, sums_.data());
-}
 
 void Qr::factor(double* a, std::size_t rows, std::size_t columns, std::size_t lda) {
     a_ = a;
@@ -81,16 +114,19 @@ void Qr::factor(double* a, std::size_t rows, std::size_t columns, std::size_t ld
     tau_.assign(std::min(rows, columns), 0.0);
     for (std::size_t j = 0; j < tau_.size(); ++j) {
         tau_[j] = make_reflection(a + j * lda + j, rows - j, lda);
-        reflect(j, a + j + 1, columns - j - 1, lda);
+        const Reflections one{a, lda, rows, tau_.data(), j, j + 1, false};
+        dispatch<ReflectColumns>(&one, a + j + 1, columns - j - 1, lda);
     }
 }
 
-void Qr::apply_transposed(double* b, std::size_t k, std::size_t ldb) {
-    for (std::size_t j = 0; j < tau_.size(); ++j) reflect(j, b, k, ldb);
+void Qr::apply_transposed(double* b, std::size_t k, std::size_t ldb) const {
+    const Reflections all{a_, lda_, rows_, tau_.data(), 0, tau_.size(), false};
+    dispatch<ReflectColumns>(&all, b, k, ldb);
 }
 
-void Qr::apply(double* b, std::size_t k, std::size_t ldb) {
-    for (std::size_t j = tau_.size(); j-- > 0;) reflect(j, b, k, ldb);
+void Qr::apply(double* b, std::size_t k, std::size_t ldb) const {
+    const Reflections all{a_, lda_, rows_, tau_.data(), 0, tau_.size(), true};
+    dispatch<ReflectColumns>(&all, b, k, ldb);
 }
 
 }  // namespace trajex

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "core/simd.hpp"
 #include "linalg/vectors.hpp"
 #include "model/differences.hpp"
 #include "model/scratch.hpp"
@@ -60,7 +61,9 @@ void transpose(const double* from, std::size_t rows, std::size_t columns, double
 class CompiledEquations final : public Equations {
   public:
     explicit CompiledEquations(std::shared_ptr<const RightHandSide> rhs)
-        : Equations(rhs->states(), rhs->parameters()), rhs_(std::move(rhs)) {}
+        : Equations(rhs->states(), rhs->parameters()),
+          rhs_(std::move(rhs)),
+          differentiable_(rhs_->generic() && !rhs_->has_jacobian()) {}
 
     void values(std::size_t count, const double* t, const double* x, const double* c,
                 double* f) const override;
@@ -70,8 +73,8 @@ class CompiledEquations final : public Equations {
                                std::size_t j, double* f_c) const override;
     bool taylor(int order, double t, const double* x, const double* v, const double* c,
                 const double* d, double* coefficients) const override;
-    bool along_directions(double t, const double* x, const double* c, std::size_t count,
-                          const double* v, double* f, double* Av) const override;
+    void along_directions(double t, const Directions* x, const double* c, const Directions* numbers,
+                          Directions* f) const override;
     bool has_exact_jacobian() const override { return rhs_->has_jacobian() || rhs_->generic(); }
 
   private:
@@ -84,6 +87,7 @@ class CompiledEquations final : public Equations {
                           double* f) const;
     void jacobians_in_blocks(std::size_t count, const double* t, const double* x, const double* c,
                              double* jacobian) const;
+    void multiply_directions(double t, const Directions* x, const double* c, Directions* f) const;
     void gradients(double t, const double* x, const double* c, double* f, double* jacobian) const;
     void gradient_of_parameter(double t, const double* x, const double* c, std::size_t j,
                                double* f_c) const;
@@ -97,6 +101,7 @@ class CompiledEquations final : public Equations {
                 const double* d, double* coefficients) const;
 
     std::shared_ptr<const RightHandSide> rhs_;
+    bool differentiable_;  // derivatives come from the callable alone
 };
 
 void CompiledEquations::values(std::size_t count, const double* t, const double* x, const double* c,
@@ -132,7 +137,7 @@ void CompiledEquations::jacobians_in_blocks(std::size_t count, const double* t, 
 void CompiledEquations::jacobians(std::size_t count, const double* t, const double* x,
                                   const double* c, double* f, double* jacobian) const {
     const std::size_t n = states();
-    if (!rhs_->has_jacobian() && rhs_->generic()) {
+    if (differentiable_) {
         for (std::size_t k = 0; k < count; ++k) {
             gradients(t[k], x + k * n, c, f + k * n, jacobian + k * n * n);
         }
@@ -169,30 +174,46 @@ void CompiledEquations::gradients(double t, const double* x, const double* c, do
     for (std::size_t i = 0; i < n; ++i) f[i] = g.f[i].value();
 }
 
-/// The lanes of a number carry one direction each.
-bool CompiledEquations::along_directions(double t, const double* x, const double* c,
-                                         std::size_t count, const double* v, double* f,
-                                         double* Av) const {
-    if (rhs_->has_jacobian() || !rhs_->generic()) return false;
+void CompiledEquations::along_directions(double t, const Directions* x, const double* c,
+                                         const Directions* numbers, Directions* f) const {
+    if (differentiable_)
+        rhs_->evaluate({t, x, numbers, f});
+    else
+        multiply_directions(t, x, c, f);
+}
+
+/// The Jacobian times the directions.
+void CompiledEquations::multiply_directions(double t, const Directions* x, const double* c,
+                                            Directions* f) const {
+    constexpr std::size_t length = 1 + Directions::directions;
+    constexpr std::size_t pairs = Directions::directions / width<Pair>;
+    static_assert(sizeof(Directions) == length * sizeof(double));
     const std::size_t n = states();
-    const Arguments<Gradient> g(n, parameters(), c);
-    for (std::size_t first = 0; first < count; first += Gradient::directions) {
-        const std::size_t lanes = std::min<std::size_t>(Gradient::directions, count - first);
-        for (std::size_t i = 0; i < n; ++i) {
-            g.x[i] = x[i];
-            for (std::size_t m = 0; m < lanes; ++m) {
-                g.x[i].set(1, static_cast<int>(m), v[(first + m) * n + i]);
+    Vector point(2 * n);
+    Vector A(n * n);
+    double* const value_at = point.data() + n;
+    for (std::size_t i = 0; i < n; ++i) point[i] = x[i].value();
+    if (rhs_->jacobian(t, point.data(), c, A.data()))
+        value(t, point.data(), c, value_at);
+    else
+        jacobians(1, &t, point.data(), c, value_at, A.data());
+
+    const double* const given = reinterpret_cast<const double*>(x) + 1;
+    const double* element = A.data();
+    double* to = reinterpret_cast<double*>(f);
+    for (std::size_t i = 0; i < n; ++i, to += length) {
+        to[0] = value_at[i];
+        Pair sums[pairs]{};
+        const double* v = given;
+        for (std::size_t j = 0; j < n; ++j, ++element, v += length) {
+            for (std::size_t k = 0; k < pairs; ++k) {
+                Pair pair;
+                load(pair, v + k * width<Pair>);
+                sums[k] += *element * pair;
             }
         }
-        rhs_->evaluate({t, g.x, g.c, g.f});
-        for (std::size_t i = 0; i < n; ++i) {
-            f[i] = g.f[i].value();
-            for (std::size_t m = 0; m < lanes; ++m) {
-                Av[(first + m) * n + i] = g.f[i].coefficient(1, static_cast<int>(m));
-            }
-        }
+        for (std::size_t k = 0; k < pairs; ++k) store(sums[k], to + 1 + k * width<Pair>);
     }
-    return true;
 }
 
 void CompiledEquations::gradient_of_parameter(double t, const double* x, const double* c,

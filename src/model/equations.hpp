@@ -8,10 +8,15 @@
 
 #include <cstddef>
 
+#include "tx/jet.hpp"
+
 namespace trajex {
 
 class Equations {
   public:
+    /// A component of a point and of a few directions there.
+    using Directions = tx::Dual<4>;
+
     Equations(std::size_t states, std::size_t parameters) : n_(states), m_(parameters) {}
     Equations(const Equations&) = delete;
     Equations& operator=(const Equations&) = delete;
@@ -38,13 +43,10 @@ class Equations {
     virtual bool taylor(int order, double t, const double* x, const double* v, const double* c,
                         const double* d, double* coefficients) const = 0;
 
-    /// f and A v_p for `count` directions (rows of n), without a matrix. False, and nothing done,
-    /// where that is no faster than by `jacobians`.
-    virtual bool along_directions(double /*t*/, const double* /*x*/, const double* /*c*/,
-                                  std::size_t /*count*/, const double* /*v*/, double* /*f*/,
-                                  double* /*Av*/) const {
-        return false;
-    }
+    /// f and A v for as many directions v as a number has, which stand in x. `numbers` are the
+    /// parameters c, too.
+    virtual void along_directions(double t, const Directions* x, const double* c,
+                                  const Directions* numbers, Directions* f) const = 0;
 
     /// Whether `jacobians` is exact to rounding, not made of differences.
     virtual bool has_exact_jacobian() const = 0;

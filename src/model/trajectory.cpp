@@ -10,6 +10,7 @@
 #include <limits>
 #include <numbers>
 #include <numeric>
+#include <type_traits>
 
 #include "integration/crossing.hpp"
 #include "integration/gram_schmidt.hpp"
@@ -242,31 +243,69 @@ tx::Trajectory section(const ModelPtr& model, const std::vector<double>& state,
 
 // ---- Lyapunov exponents ----
 
-/// The state and `count` directions v_p after it: v_p' = A v_p.
-struct LinearisedFlow {
-    const Model* model;
-    std::size_t count;
-    mutable std::vector<double> jacobian;  // work memory of the one integration that owns this
+/// A trajectory with directions v beside it, v' = A v: numbers that carry a few directions each, n
+/// for the first few, n for the next few and so on. To the integrator, which needs doubles, they
+/// are the doubles that they consist of, filled up to whole vectors by zeros.
+class LinearisedFlow {
+  public:
+    using Number = Equations::Directions;
+    static constexpr std::size_t width = Number::directions;
 
-    LinearisedFlow(const Model& m, std::size_t directions)
-        : model(&m), count(directions), jacobian(m.states.size() * m.states.size()) {}
+    LinearisedFlow(const Model& model, std::size_t count)
+        : equations_(model.equations.get()),
+          values_(model.values.data()),
+          n_(model.states.size()),
+          numbers_((count + width - 1) / width * n_ * length),
+          size_((numbers_ + vector - 1) / vector * vector),
+          parameters_(model.values.begin(), model.values.end()) {}
+
+    std::size_t size() const { return size_; }
 
     void operator()(double t, const double* y, double* f) const {
-        const std::size_t n = model->states.size();
-        const double* const c = model->values.data();
-        if (model->equations->along_directions(t, y, c, count, y + n, f, f + n)) return;
-        double* const A = jacobian.data();
-        model->equations->jacobians(1, &t, y, c, f, A);
-        for (std::size_t p = 0; p < count; ++p) {
-            const double* const v = y + (p + 1) * n;
-            double* const dv = f + (p + 1) * n;
-            for (std::size_t i = 0; i < n; ++i) {
-                double sum = 0;
-                for (std::size_t j = 0; j < n; ++j) sum += A[i * n + j] * v[j];
-                dv[i] = sum;
-            }
+        // What fills up is within the last doubles, and the others of these are overwritten.
+        for (std::size_t i = 1; i < vector; ++i) f[size_ - i] = 0;
+        for (std::size_t first = 0; first < numbers_; first += n_ * length) {
+            equations_->along_directions(t, reinterpret_cast<const Number*>(y + first), values_,
+                                         parameters_.data(), reinterpret_cast<Number*>(f + first));
         }
     }
+
+    /// The state and the directions, one after the other, to y and back.
+    void store(const double* x, const double* v, std::size_t count, double* y) const {
+        visit(count, [&](std::size_t i, std::size_t lane, std::size_t p, std::size_t at) {
+            if (lane == 0) y[at] = x[i];
+            y[at + 1 + lane] = v[p * n_ + i];
+        });
+    }
+    void load(const double* y, std::size_t count, double* x, double* v) const {
+        visit(count, [&](std::size_t i, std::size_t lane, std::size_t p, std::size_t at) {
+            x[i] = y[at];
+            v[p * n_ + i] = y[at + 1 + lane];
+        });
+    }
+
+  private:
+    static constexpr std::size_t length = 1 + width;  // doubles of a number
+    static constexpr std::size_t vector = 4;
+    static_assert(sizeof(Number) == length * sizeof(double) &&
+                  std::is_trivially_copyable_v<Number> && std::is_standard_layout_v<Number>);
+
+    /// Component i of direction p is in one lane of the number that begins at `at`.
+    template <class Visit>
+    void visit(std::size_t count, const Visit& component) const {
+        std::size_t first = 0;
+        for (std::size_t p = 0, lane = 0; p < count; ++p) {
+            for (std::size_t i = 0; i < n_; ++i) component(i, lane, p, first + i * length);
+            if (++lane < width) continue;
+            lane = 0;
+            first += n_ * length;
+        }
+    }
+
+    const Equations* equations_;
+    const double* values_;
+    std::size_t n_, numbers_, size_;
+    std::vector<Number> parameters_;
 };
 
 /// Sums of logarithms of growth factors, in both halves of the time measured.
@@ -275,11 +314,11 @@ class Growth {
     Growth(std::size_t count, double from, double middle)
         : from_(from), middle_(middle), sums_(2 * count) {}
 
-    void add(double t, const double* factors) {
+    void add(double t, const double* logarithms) {
         if (t <= from_) return;
         const std::size_t count = sums_.size() / 2;
         const std::size_t half = t <= middle_ ? 0 : 1;
-        for (std::size_t p = 0; p < count; ++p) sums_[half * count + p] += std::log(factors[p]);
+        for (std::size_t p = 0; p < count; ++p) sums_[half * count + p] += logarithms[p];
         if (half == 0) split_ = t;
         last_ = t;
     }
@@ -306,23 +345,48 @@ void stop(tx::Lyapunov& result, std::string why) {
     result.reason = std::move(why);
 }
 
+/// The time until directions are orthonormalised again: they may grow apart by a factor of e, no
+/// more, so that neither do they become nearly parallel nor does any become small beside the errors
+/// of the others.
+class PauseBetween {
+  public:
+    bool over(double elapsed) {
+        ++steps_;
+        return steps_ >= most_steps || elapsed >= length_;
+    }
+    /// The next one, after the growth seen in a pause of length `elapsed`.
+    void begin(double elapsed, const std::vector<double>& logarithms) {
+        const auto [least, most] = std::minmax_element(logarithms.begin(), logarithms.end());
+        const double spread = std::max(*most, 0.0) - std::min(*least, 0.0);
+        length_ = elapsed / spread;
+        steps_ = 0;
+    }
+
+  private:
+    static constexpr std::size_t most_steps = 16;
+    std::size_t steps_ = 0;
+    double length_ = 0;  // the first step shows how they grow
+};
+
 void variational_exponents(const Model& model, const std::vector<double>& state,
                            const tx::LyapunovOptions& options, tx::Lyapunov& result) {
     const std::size_t n = state.size();
     const std::size_t count = options.count;
     const double from = options.integrate.t0 + options.transient;
-    std::vector<double> y(n * (count + 1), 0.0);
-    std::copy(state.begin(), state.end(), y.begin());
-    for (std::size_t p = 0; p < count; ++p) y[(p + 1) * n + p] = 1;
+    const LinearisedFlow flow(model, count);
+    std::vector<double> x = state;
+    std::vector<double> v(n * count);
+    for (std::size_t p = 0; p < count; ++p) v[p * n + p] = 1;
+    std::vector<double> y(flow.size());
+    flow.store(x.data(), v.data(), count, y.data());
     std::vector<double> lengths(count);
     std::vector<double> scratch(n);
 
     Growth growth(count, from, from + options.time / 2);
     growth.begin(options.integrate.t0);
-    Integrator<LinearisedFlow> integrator(LinearisedFlow(model, count), y, from + options.time,
-                                          options.integrate);
+    Integrator<LinearisedFlow> integrator(flow, y, from + options.time, options.integrate);
     double before = options.integrate.t0;  // the time of the last orthonormalisation
-    constexpr std::size_t steps_between = 4;
+    PauseBetween pause;
     while (integrator.time() < from + options.time) {
         if (result.steps++ == options.integrate.max_steps) {
             stop(result, "max_steps were made");
@@ -332,17 +396,21 @@ void variational_exponents(const Model& model, const std::vector<double>& state,
             stop(result, at_time("no step could be made at t = ", integrator.time()));
             break;
         }
-        // A few steps do not make directions so nearly parallel that Gram-Schmidt would suffer.
-        if (result.steps % steps_between != 0) continue;
-        double* const v = integrator.state().data() + n;
-        orthonormalise(v, lengths.data(), n, scratch.data(), count);
+        if (!pause.over(integrator.time() - before)) continue;
+        double* const now = integrator.state().data();
+        flow.load(now, count, x.data(), v.data());
+        orthonormalise(v.data(), lengths.data(), n, scratch.data(), count);
+        flow.store(x.data(), v.data(), count, now);
+        for (double& length : lengths) length = std::log(length);
         // The measurement begins with the first directions after the transient.
         if (before <= from) growth.begin(before);
         growth.add(integrator.time(), lengths.data());
+        pause.begin(integrator.time() - before, lengths);
         before = integrator.time();
     }
     growth.conclude(result);
-    result.state.assign(integrator.state().begin(), integrator.state().begin() + std::ptrdiff_t(n));
+    flow.load(integrator.state().data(), count, x.data(), v.data());
+    result.state = std::move(x);
 }
 
 /// Exponents are there after each interval, in bits per unit of time.

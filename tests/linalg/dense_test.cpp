@@ -200,7 +200,7 @@ TEST(Dense, OrthogonalFactors) {
         std::fill_n(a.begin(), columns, 0.0);
         for (double& x : a) x *= size;
         const auto original = a;
-        Qr qr(columns, columns);
+        Qr qr(columns);
         qr.factor(a.data(), rows, columns, lda);
         auto R = original;
         qr.apply_transposed(R.data(), columns, lda);

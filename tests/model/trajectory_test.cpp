@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "tx/error.hpp"
@@ -96,6 +97,29 @@ TEST(Lyapunov, OfTheLorenzAttractorAndOfALinearSystem) {
         EXPECT_NEAR(two.exponents[0], -0.5, 1e-5);
         EXPECT_NEAR(two.exponents[1], -2, 1e-5);
         EXPECT_LT(two.spread[0], 1e-4);
+    }
+    // More directions than a number carries, whatever derivatives there are: a chain of decays.
+    const auto decays = [](auto, const auto& x, const auto&, auto& dx) {
+        for (int i = 0; i < 6; ++i) dx[i] = -(1 + i) * x[i] + (i > 0 ? x[i - 1] : 0.0 * x[i]);
+    };
+    const auto plain = [decays](double t, const double* x, const double* c, double* dx) {
+        decays(t, x, c, dx);
+    };
+    const auto jacobian = [](double, const double*, const double*, double* A) {
+        std::fill_n(A, 36, 0.0);
+        for (int i = 0; i < 6; ++i) A[7 * i] = -(1 + i);
+        for (int i = 1; i < 6; ++i) A[7 * i - 1] = 1;
+    };
+    const std::vector<std::string> names{"a", "b", "c", "d", "e", "f"};
+    for (const tx::System& chain : {tx::System(names, {}, decays), tx::System(names, {}, plain),
+                                    tx::System(names, {}, plain, jacobian)}) {
+        for (const std::size_t count : {1U, 4U, 5U, 6U}) {
+            const auto e = chain.lyapunov(std::vector(6, 1.0), {count, 20, 30});
+            ASSERT_EQ(e.exponents.size(), count);
+            for (std::size_t p = 0; p < count; ++p)
+                EXPECT_NEAR(e.exponents[p], -1.0 - double(p), 1e-6);
+            for (const double x : e.state) EXPECT_LT(std::fabs(x), 1e-18);
+        }
     }
     EXPECT_FALSE(static_cast<bool>(lorenz.lyapunov({1, 1, 1}, {.integrate = {.max_steps = 10}})));
 }
