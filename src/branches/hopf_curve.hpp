@@ -57,7 +57,9 @@ class HopfCurve : public DenseCurve {
     Forms forms_;
 
     Spectrum others_;
+    double c1_size_ = 0;     // of Re c1 lately, where its sign was beyond doubt
     std::vector<double> z_;  // of the last linearise
+    std::vector<double> beside_;
     std::vector<double> A_;
     std::vector<double> B_, C_;       // borders, two columns of n each
     std::vector<double> V_, W_, AV_;  // two columns of n (AV_: of n + 2, the last two zero)
