@@ -71,7 +71,7 @@ def auto_run(name, program):
         period = write_start(program, name)
         first, arguments = [], dict(dat=name, PAR={1: 2.5, 11: period})
     best = math.inf
-    for _ in range(5):
+    for _ in range(9):
         branch, seconds = timed(*first, e=name, **arguments, **constants)
         best = min(best, seconds)
     found = [(same_type[s["TY"]], float(s["PAR(1)"])) for s in branch() if s["TY"] in same_type]

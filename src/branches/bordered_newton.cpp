@@ -19,13 +19,13 @@ namespace trajex {
 namespace {
 
 constexpr int most_iterations = 8;
-constexpr double slow = 0.5;             // contraction that is too slow, twice
-constexpr double certain = 0.01;         // of the tolerance: what convergence at the present rate
-                                         // leaves, and it is faster than that
-constexpr double small = 0.02;           // corrections that factors are kept after the first of,
-constexpr double fast = 0.05;            // and contraction that keeps them
-constexpr double stagnation = 0.3;       // |dz_k| / |dz_{k-1}| at rounding level,
-constexpr double rounding_level = 1e-8;  // which is below this
+constexpr double slow = 0.5;               // contraction that is too slow, twice
+constexpr double certain = 0.01;           // of the tolerance: what convergence at the present rate
+                                           // leaves, and it is faster than that
+constexpr double small_correction = 0.02;  // corrections that factors are kept after the first of,
+constexpr double fast_contraction = 0.05;  // and contraction that keeps them
+constexpr double stagnation = 0.3;         // |dz_k| / |dz_{k-1}| at rounding level,
+constexpr double rounding_level = 1e-8;    // which is below this
 
 }  // namespace
 
@@ -67,7 +67,8 @@ BorderedNewton::Report BorderedNewton::correct(std::vector<double>& z, const dou
         }
         if (k > 1 && size >= stagnation * before && size < rounding_level) return report;
         if (k > 1 && size > slow * before && ++slow_steps == 2) break;
-        keep_factors = problem_.keeps_factors() && (k == 1 ? size < small : size < fast * before);
+        keep_factors = problem_.keeps_factors() &&
+                       (k == 1 ? size < small_correction : size < fast_contraction * before);
         before = size;
     }
     report.outcome = Outcome::diverged;
