@@ -3,7 +3,8 @@
 //     [ F_z ]        [ F                ]
 //     [ row ] dz = - [ <row, z> - value ]
 //
-// with the full matrix at every step. Converged: |dz| <= tol in the problem's norm. Where rounding
+// with the full matrix at every step, or, where it is dear, with that of the first step as long as
+// the corrections shrink fast enough. Converged: |dz| <= tol in the problem's norm. Where rounding
 // does not allow that, a |dz| that no longer falls and is small enough is what can be had. H. B.
 // Keller 1977.
 
@@ -18,24 +19,28 @@ namespace trajex {
 namespace {
 
 constexpr int most_iterations = 8;
-constexpr double slow = 0.5;             // contraction that is too slow, twice
-constexpr double certain = 0.01;         // of the tolerance: what convergence at the present rate
-                                         // leaves, and it is faster than that
-constexpr double stagnation = 0.3;       // |dz_k| / |dz_{k-1}| at rounding level,
-constexpr double rounding_level = 1e-8;  // which is below this
+constexpr double slow = 0.5;               // contraction that is too slow, twice
+constexpr double certain = 0.01;           // of the tolerance: what convergence at the present rate
+                                           // leaves, and it is faster than that
+constexpr double small_correction = 0.02;  // corrections that factors are kept after the first of,
+constexpr double fast_contraction = 0.05;  // and contraction that keeps them
+constexpr double stagnation = 0.3;         // |dz_k| / |dz_{k-1}| at rounding level,
+constexpr double rounding_level = 1e-8;    // which is below this
 
 }  // namespace
 
 BorderedNewton::Outcome BorderedNewton::step(std::vector<double>& z, const double* row,
-                                             double value, Report& report) {
+                                             double value, bool keep_factors, Report& report) {
     const std::size_t n = problem_.unknowns();
     step_.resize(n);
-    if (!problem_.linearise(z.data(), step_.data())) return Outcome::not_computable;
+    const bool computed = keep_factors ? problem_.residual(z.data(), step_.data())
+                                       : problem_.linearise(z.data(), step_.data());
+    if (!computed) return Outcome::not_computable;
     report.residual = largest(step_.data(), n - 1);
     double along = -value;
     for (std::size_t i = 0; i < n; ++i) along += row[i] * z[i];
     step_[n - 1] = along;
-    if (!problem_.factor({0, row, nullptr})) return Outcome::singular;
+    if (!keep_factors && !problem_.factor({0, row, nullptr})) return Outcome::singular;
     problem_.solve(step_.data());
     for (std::size_t i = 0; i < n; ++i) z[i] -= step_[i];
     return Outcome::converged;
@@ -46,8 +51,9 @@ BorderedNewton::Report BorderedNewton::correct(std::vector<double>& z, const dou
     Report report;
     double before = 0;
     int slow_steps = 0;
+    bool keep_factors = false;
     for (int k = 1; k <= most_iterations; ++k) {
-        report.outcome = step(z, row, value, report);
+        report.outcome = step(z, row, value, keep_factors, report);
         report.iterations = k;
         if (report.outcome != Outcome::converged) return report;
         const double size = metric.norm(step_.data());
@@ -61,6 +67,8 @@ BorderedNewton::Report BorderedNewton::correct(std::vector<double>& z, const dou
         }
         if (k > 1 && size >= stagnation * before && size < rounding_level) return report;
         if (k > 1 && size > slow * before && ++slow_steps == 2) break;
+        keep_factors = problem_.keeps_factors() &&
+                       (k == 1 ? size < small_correction : size < fast_contraction * before);
         before = size;
     }
     report.outcome = Outcome::diverged;

@@ -18,7 +18,7 @@ class BorderedNewton {
         int iterations = 0;
         double contraction = 0;  ///< |dz_2| / |dz_1|; 0 when one step was enough
         double correction = 0;   ///< scaled length of the last step
-        double residual = 0;     ///< largest |F_i| at the last linearisation
+        double residual = 0;     ///< largest |F_i| where it was last evaluated
         explicit operator bool() const { return outcome == Outcome::converged; }
     };
 
@@ -33,7 +33,8 @@ class BorderedNewton {
                     std::vector<double>& t, double& residual);
 
   private:
-    Outcome step(std::vector<double>& z, const double* row, double value, Report& report);
+    Outcome step(std::vector<double>& z, const double* row, double value, bool keep_factors,
+                 Report& report);
 
     Problem& problem_;
     double tol_;

@@ -154,21 +154,14 @@ bool EquilibriumProblem::factor(const Border& border) {
     return lu_.decompose_in_place() && !lu_.singular();
 }
 
-// The iteration may stall on a matrix and not on its transposed.
-bool EquilibriumProblem::eigenvalues(bool transposed) {
-    for (std::size_t i = 0; i < n_; ++i)
-        for (std::size_t j = 0; j < n_; ++j)
-            work_[i * n_ + j] = transposed ? A_[j * n_ + i] : A_[i * n_ + j];
-    return eigen_.eigenvalues(n_, work_.data(), re_.data(), im_.data());
-}
-
 // Errors: those of the QR iteration, and of the Jacobian where it is made of differences.
 void EquilibriumProblem::spectrum(Spectrum& out) {
     out.clear();
     double norm = 0;
     for (const double a : A_) norm += a * a;
     norm = std::sqrt(norm);
-    if (!eigenvalues(false) && !eigenvalues(true)) return;
+    work_.assign(A_.begin(), A_.end());
+    if (!eigen_.eigenvalues(n_, work_.data(), re_.data(), im_.data())) return;
     const double error = (equations_->has_exact_jacobian() ? 8 * eps : 1e-10) * norm;
     for (std::size_t i = 0; i < n_; ++i) {
         const std::complex<double> value(re_[i], im_[i]);

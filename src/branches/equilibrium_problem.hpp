@@ -74,7 +74,6 @@ class EquilibriumProblem : public Problem {
     std::string_view kind() const override { return "equilibria"; }
 
   private:
-    bool eigenvalues(bool transposed);
     void set_scales(double share);
     void examine_fold(Forms& forms, Finding& finding) const;
 

@@ -136,6 +136,9 @@ class Problem {
     virtual void apply_transposed(const double* w, double* out) const = 0;
     /// Factors the bordered matrix. False: singular to working precision.
     virtual bool factor(const Border& border) = 0;
+    /// Whether factors are so much dearer than F that an iteration does well to keep them for more
+    /// than one step. `residual` leaves them as they are then.
+    virtual bool keeps_factors() const { return false; }
     /// Solves with the factored matrix (or its transpose), in place, N + d + extra numbers.
     virtual void solve(double* rhs) const = 0;
     virtual void solve_transposed(double* rhs) const = 0;

@@ -83,6 +83,7 @@ class CycleProblem final : public Problem {
     void apply(const double* v, double* out) const override;
     void apply_transposed(const double* w, double* out) const override;
     bool factor(const Border& border) override;
+    bool keeps_factors() const override { return true; }
     void solve(double* rhs) const override;
     void solve_transposed(double* rhs) const override;
     int determinant_sign() const override { return bordered_.determinant_sign(); }

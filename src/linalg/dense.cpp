@@ -208,7 +208,7 @@ double DenseLu::pivot_ratio() const {
 bool DenseEigen::eigenvalues(std::size_t n, double* a, double* re, double* im) {
     if (!all_finite(a, n * n)) return false;
     point_to_rows(rows_, a, n);
-    return matrix_eigenvalues(rows_.data(), n, re, im);
+    return matrix_eigenvalues(rows_.data(), n, re, im, patient_limit);
 }
 
 }  // namespace trajex

@@ -60,7 +60,7 @@ struct Vector3 {
     double p, q, r;
 };
 
-constexpr int most_iterations = 30;
+constexpr int other_shift_every = 10;
 
 double with_sign_of(double size, double reference) {
     return reference > 0 ? std::fabs(size) : -std::fabs(size);
@@ -210,8 +210,13 @@ class BulgeChase {
 
 class ShiftedQr {
   public:
-    ShiftedQr(double** a, std::size_t n, double* re, double* im)
-        : a_(a), bottom_(static_cast<Index>(n) - 1), re_(re), im_(im), norm_(norm(a, bottom_)) {}
+    ShiftedQr(double** a, std::size_t n, double* re, double* im, int limit)
+        : a_(a),
+          bottom_(static_cast<Index>(n) - 1),
+          re_(re),
+          im_(im),
+          norm_(norm(a, bottom_)),
+          limit_(limit) {}
 
     // The eigenvalues found are given 2^exponent times.
     bool run(int exponent) {
@@ -275,7 +280,7 @@ class ShiftedQr {
                 take_two();
                 return true;
             }
-            if (iteration == most_iterations) return false;
+            if (iteration == limit_) return false;
             sweep(choose_shift(iteration));
         }
     }
@@ -323,9 +328,10 @@ class ShiftedQr {
         return {a_[n][n], a_[n - 1][n - 1], a_[n][n - 1] * a_[n - 1][n]};
     }
 
-    // The eigenvalues of the trailing block; twice others, for a matrix that these leave unchanged.
+    // The eigenvalues of the trailing block; now and then others, for a matrix that these leave
+    // unchanged.
     Shift choose_shift(int iteration) {
-        if (iteration != 10 && iteration != 20) return trailing_block();
+        if (iteration == 0 || iteration % other_shift_every != 0) return trailing_block();
         const Index n = bottom_;
         const double x = a_[n][n];
         shifted_by_ += x;
@@ -371,16 +377,18 @@ class ShiftedQr {
     double* re_;
     double* im_;
     double norm_;
+    int limit_;
     double shifted_by_ = 0;  // what the exceptional shifts took from the diagonal
 };
 
 }  // namespace
 
-bool hessenberg_eigenvalues(double** a, std::size_t n, double* re, double* im, int exponent) {
-    return ShiftedQr(a, n, re, im).run(exponent);
+bool hessenberg_eigenvalues(double** a, std::size_t n, double* re, double* im, int exponent,
+                            int limit) {
+    return ShiftedQr(a, n, re, im, limit).run(exponent);
 }
 
-bool matrix_eigenvalues(double** a, std::size_t n, double* re, double* im) {
+bool matrix_eigenvalues(double** a, std::size_t n, double* re, double* im, int limit) {
     double largest = 0;
     for (std::size_t i = 0; i < n; ++i) {
         for (std::size_t j = 0; j < n; ++j) largest = std::max(largest, std::fabs(a[i][j]));
@@ -391,7 +399,7 @@ bool matrix_eigenvalues(double** a, std::size_t n, double* re, double* im) {
     }
     balance(a, n);
     reduce_to_hessenberg(a, n);
-    return hessenberg_eigenvalues(a, n, re, im, e);
+    return hessenberg_eigenvalues(a, n, re, im, e, limit);
 }
 
 }  // namespace trajex

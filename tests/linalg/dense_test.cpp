@@ -7,6 +7,8 @@
 #include "checksums.hpp"
 #include "support.hpp"
 
+#include "linalg/eigen.hpp"
+
 using namespace trajex;
 
 namespace {
@@ -186,6 +188,37 @@ TEST(Dense, EigenvaluesOfKnownMatrices) {
         double a[] = {1, bad, 0, 1}, re[2], im[2];
         EXPECT_FALSE(eigen.eigenvalues(2, a, re, im));
     }
+}
+
+// Small integers, of which one matrix in a thousand takes more than the published limit of
+// iterations: their eigenvalues have the sums of powers that the traces say.
+TEST(Dense, EigenvaluesOfRandomMatricesAreFound) {
+    DenseEigen eigen(8);
+    int slow = 0;
+    for (std::size_t n = 3; n <= 8; ++n) {
+        for (unsigned seed = 0; seed < 4000; ++seed) {
+            std::vector<double> A = random_numbers<double>(n * n, 10000 * unsigned(n) + seed);
+            for (double& x : A) x = std::round(1.5 * x);
+            const std::vector<double> square = product(A, A, n, n);
+            double traces[2] = {};
+            for (std::size_t i = 0; i < n; ++i) {
+                traces[0] += A[i * n + i];
+                traces[1] += square[i * n + i];
+            }
+            std::vector<double> re(n), im(n), copy = A;
+            std::vector<double*> rows;
+            for (std::size_t i = 0; i < n; ++i) rows.push_back(&copy[i * n]);
+            slow += !matrix_eigenvalues(rows.data(), n, re.data(), im.data());
+            ASSERT_TRUE(eigen.eigenvalues(n, A.data(), re.data(), im.data())) << n << " " << seed;
+            for (std::size_t i = 0; i < n; ++i) {
+                traces[0] -= re[i];
+                traces[1] -= re[i] * re[i] - im[i] * im[i];
+            }
+            EXPECT_NEAR(traces[0], 0, 1e-11) << n << " " << seed;
+            EXPECT_NEAR(traces[1], 0, 1e-11) << n << " " << seed;
+        }
+    }
+    EXPECT_GT(slow, 0);
 }
 
 TEST(Dense, OrthogonalFactors) {

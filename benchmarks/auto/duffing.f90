@@ -1,0 +1,35 @@
+! The oscillator of Duffing as equations of AUTO-07p; another oscillator, cos and sin of w t, drives
+! it: PAR(1) is w.
+      SUBROUTINE FUNC(NDIM,U,ICP,PAR,IJAC,F,DFDU,DFDP)
+      IMPLICIT NONE
+      INTEGER, INTENT(IN) :: NDIM, ICP(*), IJAC
+      DOUBLE PRECISION, INTENT(IN) :: U(NDIM), PAR(*)
+      DOUBLE PRECISION, INTENT(OUT) :: F(NDIM)
+      DOUBLE PRECISION, INTENT(INOUT) :: DFDU(NDIM,NDIM), DFDP(NDIM,*)
+      DOUBLE PRECISION R
+      F(1) = U(2)
+      F(2) = 0.6D0*U(3) - 0.15D0*U(2) - U(1) - U(1)**3
+      R = 1 - U(3)**2 - U(4)**2
+      F(3) = U(3)*R - PAR(1)*U(4)
+      F(4) = U(4)*R + PAR(1)*U(3)
+      END SUBROUTINE FUNC
+
+      SUBROUTINE STPNT(NDIM,U,PAR,T)
+      IMPLICIT NONE
+      INTEGER, INTENT(IN) :: NDIM
+      DOUBLE PRECISION, INTENT(INOUT) :: U(NDIM), PAR(*)
+      DOUBLE PRECISION, INTENT(IN) :: T
+      PAR(1) = 2.5D0
+      END SUBROUTINE STPNT
+
+      SUBROUTINE BCND
+      END SUBROUTINE BCND
+
+      SUBROUTINE ICND
+      END SUBROUTINE ICND
+
+      SUBROUTINE FOPT
+      END SUBROUTINE FOPT
+
+      SUBROUTINE PVLS
+      END SUBROUTINE PVLS

@@ -1,0 +1,36 @@
+! The equations of Hodgkin and Huxley as equations of AUTO-07p: PAR(1) is the current.
+      SUBROUTINE FUNC(NDIM,U,ICP,PAR,IJAC,F,DFDU,DFDP)
+      IMPLICIT NONE
+      INTEGER, INTENT(IN) :: NDIM, ICP(*), IJAC
+      DOUBLE PRECISION, INTENT(IN) :: U(NDIM), PAR(*)
+      DOUBLE PRECISION, INTENT(OUT) :: F(NDIM)
+      DOUBLE PRECISION, INTENT(INOUT) :: DFDU(NDIM,NDIM), DFDP(NDIM,*)
+      F(1) = PAR(1) - 120*U(2)**3*U(3)*(U(1) - 115) - 36*U(4)**4*(U(1) + 12) - 0.3D0*(U(1) - 10.599D0)
+      F(2) = (25 - U(1))/10/(EXP((25 - U(1))/10) - 1)*(1 - U(2)) - 4*EXP(-U(1)/18)*U(2)
+      F(3) = 0.07D0*EXP(-U(1)/20)*(1 - U(3)) - U(3)/(EXP((30 - U(1))/10) + 1)
+      F(4) = (10 - U(1))/100/(EXP((10 - U(1))/10) - 1)*(1 - U(4)) - 0.125D0*EXP(-U(1)/80)*U(4)
+      END SUBROUTINE FUNC
+
+      SUBROUTINE STPNT(NDIM,U,PAR,T)
+      IMPLICIT NONE
+      INTEGER, INTENT(IN) :: NDIM
+      DOUBLE PRECISION, INTENT(INOUT) :: U(NDIM), PAR(*)
+      DOUBLE PRECISION, INTENT(IN) :: T
+      PAR(1) = 0
+      U(1) = 0.002788D0
+      U(2) = 0.0529549D0
+      U(3) = 0.5959941D0
+      U(4) = 0.3177323D0
+      END SUBROUTINE STPNT
+
+      SUBROUTINE BCND
+      END SUBROUTINE BCND
+
+      SUBROUTINE ICND
+      END SUBROUTINE ICND
+
+      SUBROUTINE FOPT
+      END SUBROUTINE FOPT
+
+      SUBROUTINE PVLS
+      END SUBROUTINE PVLS
