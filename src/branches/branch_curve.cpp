@@ -142,7 +142,8 @@ void BranchPointCurve::spectrum(Spectrum& out) {
     remove_zero(out);
 }
 
-bool BranchPointCurve::accepted(std::vector<double>& z, std::vector<double>&) {
+bool BranchPointCurve::accepted(std::vector<double>& z, std::vector<double>&,
+                                std::vector<double>&) {
     std::vector<double> f(n_ + 2);
     if (residual(z.data(), f.data())) renew_borders();
     accept_below(z.data());

@@ -74,6 +74,7 @@ class Continuer {
     void stop(tx::StopReason reason, std::string detail);
 
     bool attempt(double h);
+    bool defined_ahead();
     bool predict_and_correct(double h);
     bool land(double h);
     bool guards(double h);
@@ -97,6 +98,7 @@ class Continuer {
     Ending closing();
     Ending watched_crossings();
     bool accept();
+    void turn_bend(double unit);
     bool correct_anew(const Sample& rough);
     TracePoint trace_point(const Sample& sample, double s);
     void file(Finding finding, double s);
@@ -114,6 +116,7 @@ class Continuer {
     bool has_before_ = false;
     double s_before_ = 0;  // of before_, along the present step: negative
     std::vector<double> predicted_, fixed_row_;
+    std::vector<double> bend_;  // derivative of the tangent at present_; empty: not known yet
     std::vector<double> watched_values_, next_watched_;
 
     double h_ = 0;
@@ -260,18 +263,30 @@ bool Continuer::advance() {
         reject(0.5);
         if (contradictions_ == patience) h_ = contradicted_, ++contradictions_;
         if (h_ >= settings_.h_min) continue;
-        stop(not_computable_ ? tx::StopReason::not_computable : tx::StopReason::step_too_small,
-             trouble_);
+        if (not_computable_ || !defined_ahead())
+            stop(tx::StopReason::not_computable, "the equations are not computable further on");
+        else
+            stop(tx::StopReason::step_too_small, trouble_);
         return false;
     }
     return finish_step();
 }
 
+// Whether the equations can be computed where the tangent leads.
+bool Continuer::defined_ahead() {
+    for (std::size_t i = 0; i < predicted_.size(); ++i)
+        predicted_[i] = present_.z[i] + settings_.h_first * present_.tangent[i];
+    linear_.resize(problem_.equations());
+    return problem_.residual(predicted_.data(), linear_.data());
+}
+
 bool Continuer::predict_and_correct(double h) {
     predicted_.resize(present_.z.size());
     next_.z.resize(present_.z.size());
-    for (std::size_t i = 0; i < predicted_.size(); ++i)
+    for (std::size_t i = 0; i < predicted_.size(); ++i) {
         predicted_[i] = present_.z[i] + h * present_.tangent[i];
+        if (!bend_.empty()) predicted_[i] += 0.5 * h * h * bend_[i];
+    }
     next_.z = predicted_;
     if (sampler_.correct_along(next_, present_.tangent, present_.z, h)) return true;
     not_computable_ = next_.newton.outcome == BorderedNewton::Outcome::not_computable;
@@ -353,9 +368,8 @@ bool Continuer::guards(double h) {
     distance = std::sqrt(distance) / h;
     const double cosine = metric.dot(present_.tangent.data(), next_.tangent.data());
     const double angle = std::acos(std::clamp(cosine, -1.0, 1.0));
-    const double contraction = next_.newton.correction > rounding || next_.newton.iterations > 2
-                                   ? next_.newton.contraction
-                                   : 0;
+    // Two corrections are as few as there can be: the second may be rounding.
+    const double contraction = next_.newton.iterations > 2 ? next_.newton.contraction : 0;
     const double g = std::max({std::sqrt(contraction / ideal_contraction),
                                std::sqrt(distance / ideal_distance), angle / ideal_angle});
     trouble_ = "the branch turns too sharply";
@@ -739,10 +753,21 @@ bool Continuer::correct_anew(const Sample& rough) {
     return true;
 }
 
+// The derivative of the tangent by the arclength of the present metric, in which the tangent was
+// `unit` long; it is square to the tangent.
+void Continuer::turn_bend(double unit) {
+    const double along = sampler_.metric().dot(present_.tangent.data(), bend_.data());
+    for (std::size_t i = 0; i < bend_.size(); ++i)
+        bend_[i] = (bend_[i] - along * present_.tangent[i]) / (unit * unit);
+}
+
 // The new point becomes the present one. Where the problem changes its discretisation, the solution
 // is corrected in it.
 bool Continuer::accept() {
     const double distance = sampler_.metric().distance(present_.z.data(), next_.z.data());
+    bend_.resize(next_.z.size());
+    for (std::size_t i = 0; i < bend_.size(); ++i)
+        bend_[i] = (next_.tangent[i] - present_.tangent[i]) / distance;
     std::swap(before_, present_);
     std::swap(present_, next_);
     present_.s = 0;
@@ -753,8 +778,9 @@ bool Continuer::accept() {
         linear_.resize(problem_.equations());
         problem_.linearise(present_.z.data(), linear_.data());
     }
-    const bool changed = problem_.accepted(present_.z, present_.tangent);
+    const bool changed = problem_.accepted(present_.z, present_.tangent, bend_);
     sampler_.refresh();
+    const double unit = sampler_.metric().norm(present_.tangent.data());
     bool found = sampler_.metric().normalise(present_.tangent.data());
     if (changed) {
         const Sample rough = present_;
@@ -763,6 +789,7 @@ bool Continuer::accept() {
         if (!found) present_ = rough;
         forget_start_row();
     }
+    if (found) turn_bend(unit);
     trace_.points.push_back(trace_point(present_, trace_.points.back().s + distance));
     if (!found) stop(tx::StopReason::resolution, "not found again in the new discretisation");
     return found;

@@ -40,7 +40,7 @@ void DenseCurve::metric(std::span<double> weights) const {
 void DenseCurve::accept_below(const double* z) {
     std::vector<double> x = without_scalar(z);
     std::vector<double> none(x.size(), 0.0);
-    base_->accepted(x, none);
+    base_->accepted(x, none, none);
     derivatives_.metric().refresh(*base_);
 }
 

@@ -64,7 +64,8 @@ class EquilibriumProblem : public Problem {
     EventNames event_names() const override { return {"LP", "BP", {}, {}, "H"}; }
     void spectrum(Spectrum& out) override;
 
-    bool accepted(std::vector<double>& z, std::vector<double>& tangent) override;
+    bool accepted(std::vector<double>& z, std::vector<double>& tangent,
+                  std::vector<double>& bend) override;
     std::string_view end(const double* z, Finding& finding) override;
 
     Description describe(const double* z) override;

@@ -161,9 +161,11 @@ class Problem {
     // ---- Along a branch ----
 
     /// A point was accepted: new scales, phase reference, borders. The discretisation may be
-    /// changed, and with it z and the tangent; true then: the driver corrects z again.
-    virtual bool accepted(std::vector<double>& z, std::vector<double>& tangent) {
-        (void)z, (void)tangent;
+    /// changed, and with it z, the tangent and `bend` (its derivative by arclength, or empty); true
+    /// then: the driver corrects z again.
+    virtual bool accepted(std::vector<double>& z, std::vector<double>& tangent,
+                          std::vector<double>& bend) {
+        (void)z, (void)tangent, (void)bend;
         return false;
     }
     /// Whether two consecutive points can be neighbours on a branch (no slip to a double cover,

@@ -136,6 +136,23 @@ void CycleProblem::take_reference(const double* x) {
     phase_value_ = phase(x);
 }
 
+// A direction loses its part along the flow, so that it obeys the phase condition of the present
+// reference: solutions are shifted in time then, which changes nothing else.
+void CycleProblem::keep_phase(const double* z, std::vector<double>& direction) {
+    if (!timing_.autonomous() || direction.empty()) return;
+    const Orbit places = orbit(z);
+    std::vector<double> times(segments_.points());
+    for (std::size_t k = 0; k < times.size(); ++k) times[k] = places.time_of_node(k);
+    std::vector<double> velocity(state_size());
+    Rate rate = segments_.rate();
+    if (!rate.set(z + state_size())) return;
+    rate.values(times.size(), times.data(), z, velocity.data());
+    const double along = phase(velocity.data()) + phase_value_;
+    const double share = (phase(direction.data()) + phase_value_) / along;
+    if (!std::isfinite(share)) return;
+    for (std::size_t k = 0; k < state_size(); ++k) direction[k] -= share * velocity[k];
+}
+
 double CycleProblem::phase(const double* x) const {
     double sum = -phase_value_;
     for (std::size_t k = 0; k < state_size(); ++k) sum += phase_row_[k] * x[k];
@@ -260,7 +277,9 @@ void CycleProblem::spectrum(Spectrum& out) {
 //     N_error density / integral(density) + growth / 2,
 //
 // and where the intervals have no equal shares of the sum they are placed anew.
-bool CycleProblem::adapt_mesh(std::vector<double>& z, std::vector<double>& tangent, bool eagerly) {
+bool CycleProblem::adapt_mesh(std::vector<double>& z,
+                              std::initializer_list<std::vector<double>*> directions,
+                              bool eagerly) {
     constexpr double too_coarse = 3;
     constexpr double too_fine = 0.1;
     constexpr double unbalanced = 3;
@@ -305,13 +324,15 @@ bool CycleProblem::adapt_mesh(std::vector<double>& z, std::vector<double>& tange
     if (!more && !(due && (fewer || uneven || coarse))) return false;
 
     const std::vector<double> places = equidistributed(mesh, monitor_.density, count);
-    for (std::vector<double>* vector : {&z, &tangent}) {
-        if (vector->empty()) continue;
-        std::vector<double> moved = transfer_points(mesh, places, n_, m, vector->data());
-        moved.insert(moved.end(), vector->begin() + static_cast<std::ptrdiff_t>(state_size()),
-                     vector->end());
-        *vector = std::move(moved);
-    }
+    const auto transfer = [&](std::vector<double>& vector) {
+        if (vector.empty()) return;
+        std::vector<double> moved = transfer_points(mesh, places, n_, m, vector.data());
+        moved.insert(moved.end(), vector.begin() + static_cast<std::ptrdiff_t>(state_size()),
+                     vector.end());
+        vector = std::move(moved);
+    };
+    transfer(z);
+    for (std::vector<double>* const direction : directions) transfer(*direction);
     segments_.set_mesh(places);
     condensed_ = false;
     last_mesh_change_ = accepted_count_;
@@ -319,7 +340,8 @@ bool CycleProblem::adapt_mesh(std::vector<double>& z, std::vector<double>& tange
     return true;
 }
 
-bool CycleProblem::accepted(std::vector<double>& z, std::vector<double>& tangent) {
+bool CycleProblem::accepted(std::vector<double>& z, std::vector<double>& tangent,
+                            std::vector<double>& bend) {
     ++accepted_count_;
     remember(z.data());
     if (accepted_count_ % scale_interval == 0) {
@@ -327,8 +349,10 @@ bool CycleProblem::accepted(std::vector<double>& z, std::vector<double>& tangent
         if (timing_.autonomous()) period_scale_ = period_of(z.data());
         condensed_ = false;
     }
-    const bool changed = adapt_mesh(z, tangent, false);
+    const bool changed = adapt_mesh(z, {&tangent, &bend}, false);
     if (!changed) take_reference(z.data());
+    keep_phase(z.data(), tangent);
+    keep_phase(z.data(), bend);
     return changed;
 }
 
@@ -541,10 +565,9 @@ std::unique_ptr<CycleProblem> CycleProblem::doubled(const Orbit& twice,
 
 bool solve_cycle(CycleProblem& problem, std::vector<double>& z, double tolerance) {
     constexpr int rounds = 12;
-    std::vector<double> none;
     for (int round = 0; round < rounds; ++round) {
         if (!correct_at_fixed_parameters(problem, z, tolerance)) return false;
-        if (!problem.adapt_mesh(z, none, true)) return true;
+        if (!problem.adapt_mesh(z, {}, true)) return true;
     }
     return correct_at_fixed_parameters(problem, z, tolerance);
 }

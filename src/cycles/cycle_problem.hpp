@@ -10,6 +10,7 @@
 
 #include <array>
 #include <cstddef>
+#include <initializer_list>
 #include <memory>
 #include <span>
 #include <string_view>
@@ -52,8 +53,9 @@ class CycleProblem final : public Problem {
     Orbit orbit(const double* z) const;
 
     /// Places intervals, and changes their number, where the cycle z asks for it. True: it was
-    /// done, z and the tangent (which may be empty) are those of the new mesh.
-    bool adapt_mesh(std::vector<double>& z, std::vector<double>& tangent, bool eagerly);
+    /// done, z and the directions (which may be empty) are those of the new mesh.
+    bool adapt_mesh(std::vector<double>& z, std::initializer_list<std::vector<double>*> directions,
+                    bool eagerly);
     /// What the last call of `spectrum` found beside the multipliers.
     const MultiplierCheck& check() const { return multipliers_.check(); }
     double mesh_error() const { return monitor_.error; }
@@ -89,7 +91,8 @@ class CycleProblem final : public Problem {
     double slope_noise() const override { return 2 * monitor_.error; }
     void spectrum(Spectrum& out) override;
 
-    bool accepted(std::vector<double>& z, std::vector<double>& tangent) override;
+    bool accepted(std::vector<double>& z, std::vector<double>& tangent,
+                  std::vector<double>& bend) override;
     bool neighbours(const double* before, const double* after) const override;
     double distance(const double* a, const double* b) const override;
     double distance_from(const double* z, const std::vector<double>& earlier,
@@ -115,6 +118,7 @@ class CycleProblem final : public Problem {
     void take_scales(const double* x, bool first);
     void take_reference(const double* x);
     double phase(const double* x) const;
+    void keep_phase(const double* z, std::vector<double>& direction);
     void remember(const double* z);
     double distance_of_orbit(const double* z, const double* scalars, const Orbit& other) const;
     bool hopf_end(const double* z, Finding& finding);
