@@ -243,6 +243,7 @@ Trace Continuer::run(const std::vector<double>& z, const std::vector<double>& ta
     std::stable_sort(trace_.specials.begin(), trace_.specials.end(),
                      [](const TraceSpecial& a, const TraceSpecial& b) { return a.s < b.s; });
     trace_.evaluations = sampler_.evaluations();
+    trace_.work = sampler_.work();
     return std::move(trace_);
 }
 
@@ -256,6 +257,12 @@ void Continuer::reject(double factor) {
 bool Continuer::advance() {
     if (trace_.points.size() >= settings_.max_points) {
         stop(tx::StopReason::max_points, std::to_string(settings_.max_points) + " points");
+        return false;
+    }
+    if (sampler_.work() >= settings_.max_work) {
+        stop(tx::StopReason::work_bound, "linear systems of " +
+                                             std::to_string(std::llround(sampler_.work())) +
+                                             " unknowns in all were solved");
         return false;
     }
     contradictions_ = 0;
@@ -801,6 +808,7 @@ RunSettings run_settings(const tx::Options& options, std::vector<tx::Window> win
     RunSettings settings;
     settings.windows = std::move(windows);
     settings.max_points = options.max_points;
+    settings.max_work = options.max_work;
     settings.h_max = options.h_max;
     settings.h_first = std::min(settings.h_first, options.h_max);
     settings.tol = options.tol;

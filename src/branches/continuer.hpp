@@ -41,6 +41,7 @@ struct Trace {
     tx::StopReason stop;
     std::string stop_detail;
     std::size_t evaluations = 0;  ///< linearisations made
+    double work = 0;              ///< and the unknowns of all of them
 };
 
 /// A function of a point whose zeros are recorded as "UZ", with its name as subtype.
@@ -53,6 +54,7 @@ struct Watched {
 struct RunSettings {
     std::vector<tx::Window> windows;  ///< of the active parameters, the last unknowns
     std::size_t max_points = 2000;
+    double max_work = 1.2e7;
     double h_first = 0.01;
     double h_max = 0.05;
     double h_min = 1e-7;

@@ -53,6 +53,7 @@ struct BranchData {
     std::size_t parent_special = 0;                   ///< and its number there
     std::string image;  ///< the branch that this one stands for too, in words; empty: none
     std::shared_ptr<const BranchData> original;  ///< of a branch renamed by a diagram: what it was
+    double work = 0;  ///< unknowns of the linear systems solved on the way
     tx::StopReason stop[2];
     std::string stop_detail[2];
 

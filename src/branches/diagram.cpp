@@ -54,6 +54,9 @@ bool same_point(const SpecialData& a, const SpecialData& b, double width, std::s
     return true;
 }
 
+constexpr double largest_share = 0.5;  // of the work left that one branch may do,
+constexpr double least_share = 0.01;   // and of all the work, for which no branch is begun
+
 class Explorer {
   public:
     Explorer(std::size_t parameter, tx::Window window, tx::Options options)
@@ -62,6 +65,7 @@ class Explorer {
           known_(std::make_shared<KnownSolutions>()) {
         options_.window = window;
         options_.known = known_;
+        work_left_ = work_ = options_.max_work;
     }
 
     tx::Diagram explore(const PointData& start) {
@@ -108,6 +112,7 @@ class Explorer {
         if (diagram_.size() >= options_.max_branches) {
             return "not followed, there are " + std::to_string(options_.max_branches) + " branches";
         }
+        if (work_left_ < least_share * work_) return "not followed, max_work is used up";
         if (special.type() == "PD" && task.origin.doublings >= options_.max_doublings) {
             return "not followed, the period is doubled " + std::to_string(task.origin.doublings) +
                    " times already";
@@ -122,6 +127,7 @@ class Explorer {
         const bool doubling = task.special.type() == "PD";
         const Origin origin{id, task.origin.depth + 1, task.origin.doublings + (doubling ? 1 : 0)};
         std::vector<tx::Branch> branches;
+        options_.max_work = largest_share * work_left_;
         try {
             branches = task.special.switch_branch(options_);
         } catch (const tx::Error& error) {
@@ -136,6 +142,7 @@ class Explorer {
     /// Takes a branch in, unless the diagram has it, and plans what to enter from there.
     void keep(const tx::Branch& branch, const Origin& origin) {
         const BranchData& found = tx::Access::data(branch);
+        work_left_ -= found.work;
         for (const tx::StopReason& stop : found.stop) {
             if (stop == tx::StopReason::cancelled) cancelled_ = true;
         }
@@ -190,6 +197,7 @@ class Explorer {
     std::shared_ptr<KnownSolutions> known_;
     tx::Diagram diagram_;
     std::deque<Task> tasks_;
+    double work_ = 0, work_left_ = 0;  // allowed for the whole, and of that what is not done yet
     bool cancelled_ = false;
 };
 

@@ -94,6 +94,7 @@ class Assembly {
     /// A half branch in its own direction, or backwards; without its first point where that is
     /// there.
     void add(Trace& trace, bool backwards, bool first) {
+        branch_.work += trace.work;
         const std::size_t begin = first ? 0 : 1;
         if (trace.points.size() < begin) return;
         const std::size_t count = trace.points.size() - begin;
@@ -251,7 +252,7 @@ void note_watched_start(const RunSettings& settings, Trace& trace) {
 }  // namespace
 
 BranchPtr run_through(const BranchHead& head, Problem& problem, const std::vector<double>& z) {
-    const RunSettings settings = settings_of(head);
+    RunSettings settings = settings_of(head);
     Assembly assembly(head, problem.kind());
     const Start start = settle(problem, z, head, settings);
     const auto nothing = [&](tx::StopReason reason, const std::string& detail) {
@@ -279,6 +280,7 @@ BranchPtr run_through(const BranchHead& head, Problem& problem, const std::vecto
     }
     if (wanted != tx::Direction::up && !done) {
         const auto own = problem.clone();
+        settings.max_work -= std::min(up.work, 0.5 * settings.max_work);
         down = follow_half(*own, start.z, backwards, settings);
         if (wanted == tx::Direction::down) note_watched_start(settings, down);
     }

@@ -46,9 +46,14 @@ void sort_rates(Sample& sample) {
 
 // ---- Solutions ----
 
+void Sampler::count(int solves) {
+    evaluations_ += static_cast<std::size_t>(solves);
+    work_ += static_cast<double>(solves) * static_cast<double>(problem_.unknowns());
+}
+
 bool Sampler::correct(Sample& out, const double* row, double value) {
     out.newton = newton_.correct(out.z, row, value, metric_);
-    evaluations_ += static_cast<std::size_t>(out.newton.iterations);
+    count(out.newton.iterations);
     return static_cast<bool>(out.newton);
 }
 
@@ -62,7 +67,7 @@ bool Sampler::correct_along(Sample& out, const std::vector<double>& direction,
 bool Sampler::complete(Sample& out, const std::vector<double>& direction, int sigma, double sure) {
     row_.resize(direction.size());
     metric_.row(direction.data(), row_.data());
-    ++evaluations_;
+    count(1);
     const auto outcome =
         newton_.tangent(out.z.data(), row_.data(), metric_, out.tangent, out.newton.residual);
     if (outcome != BorderedNewton::Outcome::converged) {

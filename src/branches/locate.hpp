@@ -39,6 +39,8 @@ class Sampler {
     const Metric& metric() const { return metric_; }
     const EventNames& names() const { return names_; }
     std::size_t evaluations() const { return evaluations_; }
+    /// Unknowns of the linear systems solved.
+    double work() const { return work_; }
     void refresh() { metric_.refresh(problem_); }
 
     /// The step goes from a to b; both must live as long as samples are taken.
@@ -66,6 +68,7 @@ class Sampler {
     }
 
   private:
+    void count(int solves);
     void mark_direction(Sample& out, int sigma, double sure);
 
     Problem& problem_;
@@ -76,6 +79,7 @@ class Sampler {
     const Sample* b_ = nullptr;
     std::vector<double> row_, predicted_;
     std::size_t evaluations_ = 0;
+    double work_ = 0;
     int invariant_ = 0;  // sigma beta (-1)^P; 0: not known yet
 };
 

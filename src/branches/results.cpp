@@ -68,6 +68,7 @@ void check_options(const tx::Options& options) {
             options.mesh_tol);
     require(options.m >= 2 && options.m <= 7, "m is 2 to 7", options.m);
     require(options.N_max >= 10, "N_max is at least 10", static_cast<double>(options.N_max));
+    require(options.max_work > 0, "max_work is positive", options.max_work);
     require(options.max_period >= 0, "max_period is not negative", options.max_period);
     require(options.norm_bound > 1, "norm_bound is above 1", options.norm_bound);
     require(options.floor >= 0, "floor is not negative", options.floor);
@@ -211,6 +212,8 @@ std::string_view StopReason::text() const {
             return "start";
         case inconsistent:
             return "inconsistent";
+        case work_bound:
+            return "work_bound";
     }
     return "unknown";
 }

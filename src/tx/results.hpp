@@ -46,6 +46,7 @@ class TX_EXPORT StopReason {
         branch_point,  ///< a half branch begins or ends here
         start,         ///< only the other direction was wanted
         inconsistent,  ///< indicators of the point contradict one another
+        work_bound,    ///< more linear systems than allowed would be solved
     };
     StopReason(Value value = parameter_bound)
         : value_(value) {}  // NOLINT(google-explicit-constructor)

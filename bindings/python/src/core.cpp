@@ -321,6 +321,7 @@ const Setters<tx::Options>& run_options() {
     static const Setters<O> known = {
         {"start", take<&O::start>},
         {"max_points", take<&O::max_points>},
+        {"max_work", take<&O::max_work>},
         {"h_max", take<&O::h_max>},
         {"tol", take<&O::tol>},
         {"mesh_tol", take<&O::mesh_tol>},
