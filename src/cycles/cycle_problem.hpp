@@ -125,13 +125,14 @@ class CycleProblem final : public Problem {
     std::unique_ptr<CycleProblem> halved(const Finding& finding, std::vector<double>& z,
                                          std::vector<double>& tangent) const;
     bool take_refined(Finding& finding, const RefinedPoint& refined) const;
-    void refine(Finding& finding) const;
+    std::unique_ptr<CycleProblem> refine(Finding& finding, std::vector<double>& z) const;
     void refine_branch_point(Finding& finding) const;
     void examine_fold(Finding& finding);
     void examine_branch_point(Finding& finding);
     void examine_doubling(Finding& finding);
     void examine_torus(Finding& finding);
-    double note_symmetry(Finding& finding, const std::vector<double>& v) const;
+    static double note_symmetry(Finding& finding, const CycleProblem& problem,
+                                const std::vector<double>& z, const std::vector<double>& v);
     void classify(Finding& finding);
     static double critical_angle(const Finding& finding);
     void describe_coefficient(Finding& finding, const char* name,

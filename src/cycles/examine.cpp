@@ -114,11 +114,34 @@ bool CycleProblem::take_refined(Finding& finding, const RefinedPoint& refined) c
     return true;
 }
 
-void CycleProblem::refine(Finding& finding) const {
-    std::vector<double> z;
-    std::vector<double> tangent;
-    const std::unique_ptr<CycleProblem> fine = halved(finding, z, tangent);
-    if (fine) take_refined(finding, refine_event(*fine, z, tangent, finding));
+// Intervals are halved, and halved again where that has moved the point by more than the last
+// digits. The result is the problem on the finest mesh, with the cycle z there; null: there is
+// nothing finer.
+std::unique_ptr<CycleProblem> CycleProblem::refine(Finding& finding, std::vector<double>& z) const {
+    constexpr int levels = 2;
+    constexpr double settled = 1e-10;
+    constexpr std::size_t most_intervals = 1600;
+    std::unique_ptr<CycleProblem> finest;
+    Finding place = finding;  // with the mesh of the level
+    for (int level = 0; level < levels; ++level) {
+        const CycleProblem& coarse = finest ? *finest : *this;
+        if (2 * coarse.segments_.intervals() > most_intervals) break;
+        std::vector<double> start;
+        std::vector<double> tangent;
+        std::unique_ptr<CycleProblem> fine = coarse.halved(place, start, tangent);
+        if (!fine) break;
+        const RefinedPoint refined = refine_event(*fine, start, tangent, finding);
+        const double p = finding.z.back();
+        const double T = period_of(finding.z.data());
+        if (!take_refined(finding, refined)) break;
+        finest = std::move(fine);
+        z = place.z = refined.z;
+        place.tangent = refined.tangent;
+        const double moved =
+            std::fabs(refined.parameter - p) / (settings_.widths[0] + std::fabs(p));
+        if (std::max(moved, std::fabs(refined.period - T) / T) <= settled) break;
+    }
+    return finest;
 }
 
 // A branch point on the finer mesh is polished like the one on this mesh, of which the coefficients
@@ -166,14 +189,16 @@ void CycleProblem::classify(Finding& finding) {
 }
 
 void CycleProblem::examine_doubling(Finding& finding) {
-    refine(finding);
+    std::vector<double> z = finding.z;
+    const std::unique_ptr<CycleProblem> fine = refine(finding, z);
     if (!is_critical(finding, Exponent::Kind::alternating))
         return reject(finding, "no multiplier is -1");
-    describe_coefficient(finding, "c", doubling_coefficient(*this, finding.z));
+    describe_coefficient(finding, "c", doubling_coefficient(fine ? *fine : *this, z));
 }
 
 void CycleProblem::examine_torus(Finding& finding) {
-    refine(finding);
+    std::vector<double> z = finding.z;
+    const std::unique_ptr<CycleProblem> fine = refine(finding, z);
     if (!is_critical(finding, Exponent::Kind::pair))
         return reject(finding, "no pair of multipliers has modulus 1");
     const double theta = critical_angle(finding);
@@ -182,15 +207,16 @@ void CycleProblem::examine_torus(Finding& finding) {
     constexpr double least_sine = 1e-4;
     if (std::sin(theta) < least_sine)
         return reject(finding, "the pair of multipliers is nearly real");
-    describe_coefficient(finding, "d", torus_coefficient(*this, finding.z, theta));
+    describe_coefficient(finding, "d", torus_coefficient(fine ? *fine : *this, z, theta));
 }
 
 // At a fold the parameter moves the singular equations out of their range: psi' F_p is not 0.
 void CycleProblem::examine_fold(Finding& finding) {
     constexpr double least = 1e-4;
-    refine(finding);
+    std::vector<double> z = finding.z;
+    const std::unique_ptr<CycleProblem> fine = refine(finding, z);
     if (!is_critical(finding, Exponent::Kind::real)) return reject(finding, "no multiplier is 1");
-    const FoldForm form = fold_form(*this, finding.z, true);
+    const FoldForm form = fold_form(fine ? *fine : *this, z, true);
     if (!form.known) {
         finding.reason = "the coefficient is not computable";
         return;
@@ -205,7 +231,7 @@ void CycleProblem::examine_fold(Finding& finding) {
     put("k", form.curvature, form.curvature_error);
     put("a", form.a, form.curvature_error * form.unfolding);
     put("psi F_p", form.unfolding, 0);
-    const double nu = note_symmetry(finding, form.v);
+    const double nu = note_symmetry(finding, fine ? *fine : *this, z, form.v);
     if (nu < 0)
         reject(finding,
                "the branch turns where the symmetry of the cycle breaks: multiplier of "
@@ -227,17 +253,19 @@ void CycleProblem::examine_branch_point(Finding& finding) {
     if (linearise(finding.z.data(), residual.data())) spectrum(finding.spectrum);
     if (finding.null_vectors.size() == 2) refine_branch_point(finding);
     if (!is_critical(finding, Exponent::Kind::real)) return reject(finding, "no multiplier is 1");
-    if (!finding.null_vectors.empty()) note_symmetry(finding, finding.null_vectors.front());
+    if (!finding.null_vectors.empty())
+        note_symmetry(finding, *this, finding.z, finding.null_vectors.front());
 }
 
 // For a symmetric cycle the multiplier of the half map that belongs to the critical solution v; 0:
 // the cycle has no symmetry, or v none of the half map's.
-double CycleProblem::note_symmetry(Finding& finding, const std::vector<double>& v) const {
+double CycleProblem::note_symmetry(Finding& finding, const CycleProblem& problem,
+                                   const std::vector<double>& z, const std::vector<double>& v) {
     constexpr double sure = 0.99;
-    const std::vector<int> signs = symmetry(finding.z.data());
+    const std::vector<int> signs = problem.symmetry(z.data());
     if (signs.empty()) return 0;
-    const double nu =
-        half_period_multiplier(orbit(finding.z.data()), {v.data(), state_size()}, scale_, signs);
+    const double nu = half_period_multiplier(
+        problem.orbit(z.data()), {v.data(), problem.state_size()}, problem.scale_, signs);
     if (std::fabs(nu) < sure) return 0;
     finding.coefficients.push_back({"half-map multiplier", nu, 1 - std::fabs(nu)});
     return nu;

@@ -52,6 +52,7 @@ class EventFunction {
         return std::isfinite(phi);
     }
 
+    const std::vector<double>& tangent() const { return direction_; }
     std::vector<double> z;
     Spectrum spectrum;
 
@@ -103,6 +104,8 @@ RefinedPoint refine_event(CycleProblem& fine, std::vector<double> z, std::vector
     result.parameter = event.z.back();
     result.period = fine.orbit(event.z.data()).period;
     result.spectrum = event.spectrum;
+    result.z = event.z;
+    result.tangent = event.tangent();
     return result;
 }
 

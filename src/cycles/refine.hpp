@@ -14,6 +14,7 @@ struct RefinedPoint {
     double period = 0;
     double parameter = 0;
     Spectrum spectrum;
+    std::vector<double> z, tangent;  ///< with the finer mesh
 };
 
 /// The event of `finding` (LPC, BPC, PD or NS) on the branch of `fine`, a problem for the same

@@ -227,7 +227,7 @@ TEST(CycleEvents, OfForcedSystems) {
          .start = trace(*duffing, {2.8}, driven, 2 * pi / 2.8, 20),
          .up = false,
          .events = {{"LPC", 1.48108537222, 2 * pi / 1.48108537222, 1e-9, "half-map multiplier", 1},
-                    {"LPC", 2.00756062017, 2 * pi / 2.00756062017, 1e-8}}},
+                    {"LPC", 2.00756062019, 2 * pi / 2.00756062019, 1e-8}}},
     };
     for (const Family& family : families) check(family);
 }
