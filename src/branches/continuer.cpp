@@ -13,6 +13,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <iterator>
 #include <limits>
 #include <utility>
@@ -360,6 +362,7 @@ bool Continuer::attempt(double h) {
         return false;
     }
     completed_ = sampler_.evaluations();
+    sampler_.mark_again(present_);
     return guards(next_.s);
 }
 
@@ -789,14 +792,18 @@ bool Continuer::accept() {
     sampler_.refresh();
     const double unit = sampler_.metric().norm(present_.tangent.data());
     bool found = sampler_.metric().normalise(present_.tangent.data());
+    const std::size_t p = present_.z.size() - problem_.active_parameters();
+    double moved = 0;
     if (changed) {
         const Sample rough = present_;
         found = found && correct_anew(rough) &&
                 sampler_.complete(present_, rough.tangent, rough.marks.sigma);
         if (!found) present_ = rough;
+        moved = std::abs(present_.z[p] - rough.z[p]) * std::sqrt(sampler_.metric().weights()[p]);
         forget_start_row();
     }
     if (found) turn_bend(unit);
+    sampler_.set_noise(moved, distance);
     trace_.points.push_back(trace_point(present_, trace_.points.back().s + distance));
     if (!found) stop(tx::StopReason::resolution, "not found again in the new discretisation");
     return found;

@@ -11,10 +11,6 @@
 //
 // so that an odd dP comes with a flip of exactly one of sigma and beta: a fold (sigma) or a branch
 // that passes through (beta). Both flip and P keeps its parity on the curved side of a pitchfork.
-//
-// Multipliers of 1e50 and 1e-60, as near homoclinic orbits, have signs that rounding decides: P and
-// Q change by one each while nothing comes near the unit circle. That is no event. It is two where
-// the branch turns: a multiplier of 1e9 passes 0 there, and 1 and -1 with it, in no time.
 
 #include "branches/events.hpp"
 
@@ -26,16 +22,8 @@
 namespace trajex {
 namespace {
 
-constexpr double far_from_crossing = 3;  // multipliers of 20 or 1/20
-
 bool odd(int k) {
     return k % 2 != 0;
-}
-
-// Whether real exponents only changed their kinds, far from where they could cross.
-bool only_kinds_changed(const Marks& a, const Marks& b, int dU, int dP, int dQ) {
-    return dU == 0 && odd(dP) && odd(dQ) && a.reach > far_from_crossing &&
-           b.reach > far_from_crossing;
 }
 
 int sign(int k) {
@@ -75,12 +63,48 @@ void count_unstable(const Spectrum& spectrum, Marks& marks) {
     marks.exponents = spectrum.size();
     marks.reach = HUGE_VAL;
     for (const Exponent& exponent : spectrum) {
-        if (exponent.kind != Exponent::Kind::pair)
-            marks.reach = std::min(marks.reach, std::fabs(exponent.value.real()));
-        if (!(exponent.value.real() > exponent.error)) continue;
+        const bool unstable = exponent.value.real() > exponent.error;
+        const double size = std::fabs(exponent.value.real());
+        if (exponent.kind != Exponent::Kind::pair && size < marks.reach) {
+            marks.reach = size;
+            marks.real_nearest = exponent.kind == Exponent::Kind::real;
+            marks.nearest_counted = unstable;
+        }
+        if (!unstable) continue;
         ++marks.unstable;
         if (exponent.kind == Exponent::Kind::real) ++marks.real;
         if (exponent.kind == Exponent::Kind::alternating) ++marks.flip;
+    }
+}
+
+int invariant(const Marks& marks) {
+    return marks.sigma * marks.beta * (odd(marks.real) ? -1 : 1);
+}
+
+// Of three signs, each of which may be lost in noise, two give the third. That of dp/ds is lost
+// where p is noisier than dp/ds, that of mu - 1 where a multiplier is 1 within its error, that of
+// mu where mu is far beyond what can cross: there it is the last to be doubted that dp/ds was seen,
+// and beyond what rounding leaves of a sign the first to be changed.
+void reconcile(Marks& marks, int branch_invariant) {
+    constexpr double beyond_rounding = 30;
+    if (invariant(marks) == branch_invariant) return;
+    const bool has_kinds = marks.real + marks.flip > 0;
+    const auto swap_kinds = [&marks] {
+        const int swapped = marks.real > 0 ? 1 : -1;
+        marks.real -= swapped;
+        marks.flip += swapped;
+    };
+    if (!marks.parity_known() && marks.real_nearest) {
+        const int counted = marks.nearest_counted ? -1 : 1;
+        marks.real += counted;
+        marks.unstable += counted;
+        marks.nearest_counted = !marks.nearest_counted;
+    } else if (marks.reach >= beyond_rounding && has_kinds) {
+        swap_kinds();
+    } else if (!marks.seen) {
+        marks.sigma = -marks.sigma;
+    } else if (!marks.kinds_known() && has_kinds) {
+        swap_kinds();
     }
 }
 
@@ -94,12 +118,10 @@ Decoded decode(const Marks& a, const Marks& b, const std::vector<Test>& tests_a,
     Decoded result;
     const bool dynamics = a.exponents > 0 && a.exponents == b.exponents;  // else counts say nothing
     const int dU = dynamics ? b.unstable - a.unstable : 0;
-    int dP = dynamics ? b.real - a.real : 0;
-    int dQ = dynamics ? b.flip - a.flip : 0;
+    const int dP = dynamics ? b.real - a.real : 0;
+    const int dQ = dynamics ? b.flip - a.flip : 0;
     const bool turns = a.sigma != b.sigma;
     const bool crossed = a.beta != b.beta;
-    if (turns == crossed && !names.flip.empty() && only_kinds_changed(a, b, dU, dP, dQ))
-        dP = dQ = 0;
     int delta_P = 0;
     int delta_Q = 0;
     choose_signs(dU, dP, dQ, delta_P, delta_Q, result.pairs);

@@ -21,7 +21,22 @@ struct Marks {
     int flip = 0;      ///< of them alternating
     double reach = 0;  ///< least |Re| of the real and alternating ones, stable or not
     std::size_t exponents = 0;
+    bool real_nearest = false;     ///< the one of least |Re| is of the first kind,
+    bool nearest_counted = false;  ///< and among the unstable ones
+    bool seen = true;              ///< sigma is beyond the noise of dp/ds
+
+    /// Whether no real exponent is 0 within its error; whether no multiplier is so far from what
+    /// can cross that its sign is not sure, as on canards and near homoclinic orbits.
+    bool parity_known() const { return reach > 1e-9; }
+    bool kinds_known() const { return reach < 3; }
 };
+
+/// sigma beta (-1)^real, by Cramer's rule the same at all points of a branch.
+int invariant(const Marks& marks);
+
+/// Where the invariant is not the one of the branch, the least certain of the signs gives way; what
+/// is certain all over is left as the contradiction it is.
+void reconcile(Marks& marks, int branch_invariant);
 
 /// Counts the unstable exponents: those beyond their error.
 void count_unstable(const Spectrum& spectrum, Marks& marks);

@@ -80,23 +80,24 @@ bool Sampler::complete(Sample& out, const std::vector<double>& direction, int si
     problem_.spectrum(out.spectrum);
     problem_.tests(out.tests);
     count_unstable(out.spectrum, out.marks);
-    mark_direction(out, sigma, sure);
+    mark_signs(out, sigma, sure);
     sort_rates(out);
     return true;
 }
 
-// sigma beta (-1)^P is the same at all points of a branch. Where p is noisier than rounding makes
-// it this gives the sign of dp/ds that cannot be seen.
-void Sampler::mark_direction(Sample& out, int sigma, double sure) {
-    const double noise = std::max(sure, problem_.slope_noise());
-    const int others = out.marks.beta * (out.marks.real % 2 == 0 ? 1 : -1);
+// The first clear sample tells what sigma beta (-1)^P is on this branch; until then, as on small
+// cycles near a Hopf point, each one that can.
+void Sampler::mark_signs(Sample& out, int sigma, double sure) {
+    const double noise = std::max({sure, problem_.slope_noise(), noise_});
     const bool seen = std::abs(out.pdot) >= noise;
+    out.marks.seen = seen;
     out.marks.sigma = seen ? (out.pdot < 0 ? -1 : 1) : sigma;
-    if (out.spectrum.empty() || names_.fold.empty() || noise <= kept_sign) return;
-    constexpr double within_reach = 3;  // no fold is near without a multiplier near 1
-    if (!seen && invariant_ != 0 && out.marks.reach < within_reach)
-        out.marks.sigma = invariant_ * others;
-    if (std::abs(out.pdot) >= 10 * noise && invariant_ == 0) invariant_ = out.marks.sigma * others;
+    if (out.spectrum.empty() || names_.fold.empty() || names_.flip.empty()) return;
+    const bool clear = std::abs(out.pdot) >= 10 * std::max(noise, kept_sign);
+    if (invariant_ == 0 || (!certain_ && out.marks.parity_known()))
+        invariant_ = invariant(out.marks);
+    certain_ = certain_ || (clear && out.marks.parity_known() && out.marks.kinds_known());
+    reconcile(out.marks, invariant_);
 }
 
 // The predictor is the cubic through lo and hi with their tangents: close to a branch point the

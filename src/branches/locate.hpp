@@ -2,6 +2,7 @@
 // bracketed on them, and all events of the step found one by one.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -43,6 +44,9 @@ class Sampler {
     double work() const { return work_; }
     void refresh() { metric_.refresh(problem_); }
 
+    /// p is known to `moved` only, in units of its window, when steps are h long.
+    void set_noise(double moved, double h) { noise_ = std::max(2 * moved / h, 0.7 * noise_); }
+
     /// The step goes from a to b; both must live as long as samples are taken.
     void set_step(const Sample& a, const Sample& b) { a_ = &a, b_ = &b; }
 
@@ -55,6 +59,11 @@ class Sampler {
     /// dp/ds vanishes its sign is that of `sigma`. False: F_z is singular there.
     bool complete(Sample& out, const std::vector<double>& direction, int sigma,
                   double sure = kept_sign);
+    /// The signs of a sample once more, where those of a later one have shown what is true on this
+    /// branch.
+    void mark_again(Sample& sample) const {
+        if (invariant_ != 0) reconcile(sample.marks, invariant_);
+    }
     /// The solution at s of the present step, predicted from its ends or from two samples around s.
     bool at(double s, Sample& out) { return between(*a_, *b_, s, out); }
     bool between(const Sample& lo, const Sample& hi, double s, Sample& out);
@@ -69,7 +78,7 @@ class Sampler {
 
   private:
     void count(int solves);
-    void mark_direction(Sample& out, int sigma, double sure);
+    void mark_signs(Sample& out, int sigma, double sure);
 
     Problem& problem_;
     BorderedNewton newton_;
@@ -80,7 +89,9 @@ class Sampler {
     std::vector<double> row_, predicted_;
     std::size_t evaluations_ = 0;
     double work_ = 0;
-    int invariant_ = 0;  // sigma beta (-1)^P; 0: not known yet
+    int invariant_ = 0;     // sigma beta (-1)^P of the branch; 0: no sample yet,
+    double noise_ = 0;      // of dp/ds, from what changes of the discretisation do to p
+    bool certain_ = false;  // and whether a sample has shown it clearly
 };
 
 /// A function of a sample with a simple root.

@@ -12,8 +12,17 @@ constexpr EventNames of_cycles{
     .fold = "LPC", .branch = "BPC", .real = "", .flip = "PD", .pair = "NS"};
 
 /// Signs of dp/ds and of the determinant, unstable exponents of each kind, distance from crossing.
-Marks marks(int sigma, int beta, int real, int flip, int pairs, double reach) {
-    return {sigma, beta, real + flip + 2 * pairs, real, flip, reach, 4};
+Marks marks(int sigma, int beta, int real, int flip, int pairs, double reach, bool seen = true) {
+    return {.sigma = sigma,
+            .beta = beta,
+            .unstable = real + flip + 2 * pairs,
+            .real = real,
+            .flip = flip,
+            .reach = reach,
+            .exponents = 4,
+            .real_nearest = flip == 0,
+            .nearest_counted = real > 0,
+            .seen = seen};
 }
 
 std::string text(const Decoded& what) {
@@ -45,9 +54,19 @@ TEST(Events, OfCyclesFromMarks) {
          marks(1, 1, 0, 1, 0, 39), ""},
         {"a multiplier of 1e9 that becomes -1e9 in a turn", marks(1, 1, 1, 0, 0, 20),
          marks(-1, 1, 0, 1, 0, 20), "LPC PD "},
+        {"a multiplier of 1 within its error", marks(1, 1, 0, 0, 0, 0.1),
+         marks(1, 1, 1, 0, 0, 1e-11), ""},
+        {"the same, on the other side", marks(1, -1, 1, 0, 0, 0.1), marks(1, -1, 0, 0, 0, 1e-11),
+         ""},
+        {"a turn that is noise", marks(1, 1, 0, 0, 0, 0.1), marks(-1, 1, 0, 0, 0, 0.1, false), ""},
+        {"a fold that only multipliers show", marks(1, 1, 0, 0, 0, 0.1),
+         marks(1, 1, 1, 0, 0, 0.1, false), "LPC "},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(text(decode(c.a, c.b, {}, {}, of_cycles)), c.expected) << c.what;
+    for (const auto& c : cases) {
+        Marks b = c.b;
+        reconcile(b, invariant(c.a));
+        EXPECT_EQ(text(decode(c.a, b, {}, {}, of_cycles)), c.expected) << c.what;
+    }
 }
 
 }  // namespace
