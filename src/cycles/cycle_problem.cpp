@@ -284,11 +284,11 @@ bool CycleProblem::adapt_mesh(std::vector<double>& z,
     constexpr double too_fine = 0.1;
     constexpr double unbalanced = 3;
     constexpr double growth_of_interval = 2;
+    constexpr double much_growth = 4;  // intervals for it
     constexpr std::size_t least = 10;
     const std::size_t m = segments_.inner_points();
     const std::size_t N = segments_.intervals();
     const std::vector<double>& mesh = segments_.mesh();
-    const double tolerance = settings_.mesh_tol;
     monitor_mesh(mesh, n_, m, z.data(), scale_.data(), monitor_);
     growth_.resize(N);
     segments_.growth_rates(growth_.data());
@@ -297,6 +297,10 @@ bool CycleProblem::adapt_mesh(std::vector<double>& z,
     const double for_growth = std::min(integral(mesh, growth_) / growth_of_interval,
                                        0.5 * static_cast<double>(settings_.most_intervals));
     const double for_error = std::max(1.0, static_cast<double>(N) - for_growth);
+    // Where perturbations grow much, as along the repelling part of a canard, so do the errors of
+    // the intervals before, and the parameter is off by more than they are.
+    const double amplification = std::clamp(std::pow(for_growth / much_growth, 2), 1.0, 30.0);
+    const double tolerance = settings_.mesh_tol / amplification;
     balanced_error_ = balanced_error(total, for_error, m);
     double wanted = for_error;
     if (balanced_error_ > (eagerly ? 1 : too_coarse) * tolerance ||
