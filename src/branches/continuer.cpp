@@ -321,9 +321,10 @@ bool Continuer::land(double h) {
     for (std::size_t j = 0; j < k; ++j) {
         const double from = present_.z[first + j];
         const double to = next_.z[first + j];
-        const double limit =
-            to > settings_.windows[j].hi ? settings_.windows[j].hi : settings_.windows[j].lo;
-        if (to <= settings_.windows[j].hi && to >= settings_.windows[j].lo) continue;
+        const double margin = rounding * parameter_width(j);  // on the edge, but for the last bits
+        const bool above = to > settings_.windows[j].hi - margin;
+        if (!above && to >= settings_.windows[j].lo + margin) continue;
+        const double limit = above ? settings_.windows[j].hi : settings_.windows[j].lo;
         const double r = to == from ? 1 : std::clamp((limit - from) / (to - from), 0.0, 1.0);
         if (r >= nearest) continue;
         nearest = r, chosen = first + j, bound = limit;

@@ -284,11 +284,11 @@ bool CycleProblem::adapt_mesh(std::vector<double>& z,
     constexpr double too_fine = 0.1;
     constexpr double unbalanced = 3;
     constexpr double growth_of_interval = 2;
+    constexpr double much_growth = 4;  // intervals for it
     constexpr std::size_t least = 10;
     const std::size_t m = segments_.inner_points();
     const std::size_t N = segments_.intervals();
     const std::vector<double>& mesh = segments_.mesh();
-    const double tolerance = settings_.mesh_tol;
     monitor_mesh(mesh, n_, m, z.data(), scale_.data(), monitor_);
     growth_.resize(N);
     segments_.growth_rates(growth_.data());
@@ -297,6 +297,10 @@ bool CycleProblem::adapt_mesh(std::vector<double>& z,
     const double for_growth = std::min(integral(mesh, growth_) / growth_of_interval,
                                        0.5 * static_cast<double>(settings_.most_intervals));
     const double for_error = std::max(1.0, static_cast<double>(N) - for_growth);
+    // Where perturbations grow much, as along the repelling part of a canard, so do the errors of
+    // the intervals before, and the parameter is off by more than they are.
+    const double amplification = std::clamp(std::pow(for_growth / much_growth, 2), 1.0, 30.0);
+    const double tolerance = settings_.mesh_tol / amplification;
     balanced_error_ = balanced_error(total, for_error, m);
     double wanted = for_error;
     if (balanced_error_ > (eagerly ? 1 : too_coarse) * tolerance ||
@@ -360,47 +364,22 @@ void CycleProblem::remember(const double* z) {
     if (past_.size() == past_length) past_.erase(past_.begin());
     past_.push_back({vary_.empty() ? 0 : parameter_of(z), period_of(z), amplitude(z)});
     if (!on_plateau(past_.back())) plateau_ = past_.back();
-    remember_halves(z);
+    remember_symmetries(z);
 }
 
-// Zero for a cycle of half the period that is run through twice; it grows from there in proportion
-// to arclength, and would change its sign on the way back.
-void CycleProblem::remember_halves(const double* z) {
-    constexpr std::size_t samples = 24;
-    const Orbit present = orbit(z);
-    std::vector<double> halves(samples * n_);
-    std::vector<double> other(n_);
-    double square = 0;
-    double square_before = 0;
-    double product = 0;
-    for (std::size_t k = 0; k < samples; ++k) {
-        const double tau = 0.5 * static_cast<double>(k) / samples;
-        double* const difference = &halves[k * n_];
-        present.at(tau, other.data());
-        present.at(tau + 0.5, difference);
-        for (std::size_t a = 0; a < n_; ++a) {
-            difference[a] -= other[a];
-            const double now = difference[a] / scale_[a];
-            const double before = halves_.empty() ? 0 : halves_[k * n_ + a] / scale_[a];
-            square += now * now;
-            square_before += before * before;
-            product += now * before;
+// A cycle of half the period run through twice is symmetric under the identity, where two periods
+// of the forcing go into it.
+void CycleProblem::remember_symmetries(const double* z) {
+    const Orbit cycle = orbit(z);
+    if (!doubling_.begun()) {
+        doubling_.begin(std::vector<int>(n_, 1));
+        Rate rate = segments_.rate();
+        if (rate.set(z + state_size())) {
+            reflection_.begin(reflection_of_equations(rate, cycle, scale_));
         }
     }
-    const auto count = static_cast<double>(samples * n_);
-    cover_ = std::sqrt(square / count);
-    cover_before_ = std::sqrt(square_before / count);
-    turned_over_ = product < -0.5 * cover_ * cover_before_ * count;
-    halves_ = std::move(halves);
-}
-
-// A family of doubled cycles ends where it comes back to the family that it has doubled.
-bool CycleProblem::covers_twice() const {
-    constexpr double small = 0.15;  // of the amplitude
-    constexpr double steps = 2;     // to go
-    if (past_.size() < 3 || cover_ > small * past_.back().amplitude) return false;
-    if (!timing_.autonomous() && timing_.periods % 2 != 0) return false;
-    return turned_over_ || cover_ < steps * (cover_before_ - cover_);
+    doubling_.remember(cycle, scale_);
+    if (reflection_.begun()) reflection_.remember(cycle, scale_);
 }
 
 // The largest peak-to-peak value of a variable, relative to its scale.
@@ -465,8 +444,15 @@ std::string_view CycleProblem::end(const double* z, Finding& finding) {
     for (std::size_t k = 0; k < state_size(); ++k) {
         if (std::fabs(z[k]) > settings_.norm_bound * first_scale_[k % n_]) return "norm_bound";
     }
-    if (covers_twice()) {
+    const double size = past_.back().amplitude;
+    const bool even = timing_.autonomous() || timing_.periods % 2 == 0;
+    const bool enough = past_.size() >= 3;
+    if (enough && even && doubling_.returns(size)) {
         finding.reason = "back at the cycle of half the period";
+        return "branch_point";
+    }
+    if (enough && reflection_.returns(size)) {
+        finding.reason = "back at symmetric cycles";
         return "branch_point";
     }
     constexpr double hopeless = 100;

@@ -23,6 +23,7 @@
 #include "cycles/multipliers.hpp"
 #include "cycles/orbit.hpp"
 #include "cycles/rate.hpp"
+#include "cycles/symmetry.hpp"
 
 namespace trajex {
 
@@ -176,12 +177,9 @@ class CycleProblem final : public Problem {
     };
     bool on_plateau(const Past& point) const;
     bool homoclinic() const;
-    void remember_halves(const double* z);
-    bool covers_twice() const;
+    void remember_symmetries(const double* z);
     std::vector<Past> past_;
-    std::vector<double> halves_;           // x(tau + 1/2) - x(tau) of the last point
-    double cover_ = 0, cover_before_ = 0;  // its size, at the last point and at the one before
-    bool turned_over_ = false;             // it has changed its sign in between
+    BrokenSymmetry doubling_, reflection_;
     Past plateau_{};  // the last point before which parameter or amplitude were others
 };
 

@@ -18,13 +18,13 @@ namespace {
 class EventFunction {
   public:
     EventFunction(CycleProblem& problem, std::vector<double> start, std::vector<double> tangent,
-                  const Finding& finding)
+                  const Finding& finding, bool by_slope)
         : problem_(problem),
           metric_(problem),
           newton_(problem, 1e-11),
           z0_(std::move(start)),
           tangent_(std::move(tangent)),
-          fold_(finding.type == "LPC"),
+          by_slope_(by_slope),
           kind_(finding.type == "PD"   ? Exponent::Kind::alternating
                 : finding.type == "NS" ? Exponent::Kind::pair
                                        : Exponent::Kind::real) {}
@@ -48,15 +48,12 @@ class EventFunction {
             return false;
         }
         problem_.spectrum(spectrum);
-        phi = fold_ ? direction_.back() : critical();
+        phi = by_slope_ ? direction_.back() : critical();
         return std::isfinite(phi);
     }
 
     const std::vector<double>& tangent() const { return direction_; }
-    std::vector<double> z;
-    Spectrum spectrum;
-
-  private:
+    /// The logarithm of the modulus of the critical multiplier; NaN: there is none of its kind.
     double critical() const {
         double nearest = std::numeric_limits<double>::quiet_NaN();
         for (const Exponent& exponent : spectrum) {
@@ -66,46 +63,68 @@ class EventFunction {
         }
         return nearest;
     }
+    /// Where it is critical: what a cycle of the given accuracy may miss 0 by.
+    static double near() { return 1e-6; }
+    /// A value of the function that may be called zero.
+    double small() const { return by_slope_ ? HUGE_VAL : 1e-9; }
+    std::vector<double> z;
+    Spectrum spectrum;
 
+  private:
     CycleProblem& problem_;
     Metric metric_;
     BorderedNewton newton_;
     std::vector<double> z0_, tangent_, row_, direction_;
     double value_ = 0;
-    bool fold_;
+    bool by_slope_;
     Exponent::Kind kind_;
 };
 
-}  // namespace
-
-RefinedPoint refine_event(CycleProblem& fine, std::vector<double> z, std::vector<double> tangent,
-                          const Finding& finding) {
-    constexpr double first_step = 1e-4;
+// False: no root nearby.
+bool find_root(EventFunction& event, double first_step) {
     constexpr double farthest = 1e-2;
-    constexpr int most_steps = 12;
-    RefinedPoint result;
-    EventFunction event(fine, std::move(z), std::move(tangent), finding);
-    if (!event.prepare()) return result;
+    constexpr int most_steps = 15;
     double s0 = 0;
     double s1 = first_step;
     double f0 = 0;
     double f1 = 0;
-    if (!event.at(s0, f0) || !event.at(s1, f1)) return result;
+    if (!event.at(s0, f0) || !event.at(s1, f1)) return false;
     for (int i = 0; i < most_steps && f1 != f0; ++i) {
         const double s = s1 - f1 * (s1 - s0) / (f1 - f0);
-        if (!(std::fabs(s) <= farthest)) return result;
+        if (!(std::fabs(s) <= farthest)) return false;
         s0 = s1;
         f0 = f1;
         s1 = s;
-        if (!event.at(s1, f1)) return result;
-        result.found = std::fabs(s1 - s0) <= 1e-8 || std::fabs(f1) <= 1e-13;
-        if (result.found) break;
+        if (!event.at(s1, f1)) return false;
+        if (std::fabs(s1 - s0) <= 1e-8 && std::fabs(f1) <= event.small()) return true;
+        if (std::fabs(f1) <= 1e-13) return true;
     }
-    result.parameter = event.z.back();
-    result.period = fine.orbit(event.z.data()).period;
-    result.spectrum = event.spectrum;
-    result.z = event.z;
-    result.tangent = event.tangent();
+    return std::fabs(s1 - s0) <= 1e-8;
+}
+
+}  // namespace
+
+// Where dp/ds is small all around a fold, as next to a canard, its zero says little of the place:
+// there the multiplier passes 1 the more sharply.
+RefinedPoint refine_event(CycleProblem& fine, const std::vector<double>& z,
+                          const std::vector<double>& tangent, const Finding& finding) {
+    RefinedPoint result;
+    const bool fold = finding.type == "LPC";
+    for (const bool by_slope : {true, false}) {
+        if (by_slope && !fold) continue;
+        for (const double first_step : {1e-4, 1e-6, 1e-8}) {
+            EventFunction event(fine, z, tangent, finding, by_slope);
+            result.found = event.prepare() && find_root(event, first_step) &&
+                           std::fabs(event.critical()) <= event.near();
+            if (!result.found) continue;
+            result.parameter = event.z.back();
+            result.period = fine.orbit(event.z.data()).period;
+            result.spectrum = event.spectrum;
+            result.z = event.z;
+            result.tangent = event.tangent();
+            return result;
+        }
+    }
     return result;
 }
 

@@ -19,7 +19,7 @@ struct RefinedPoint {
 
 /// The event of `finding` (LPC, BPC, PD or NS) on the branch of `fine`, a problem for the same
 /// cycles with another mesh. `tangent` is that of the branch at `z`, both with the mesh of `fine`.
-RefinedPoint refine_event(CycleProblem& fine, std::vector<double> z, std::vector<double> tangent,
-                          const Finding& finding);
+RefinedPoint refine_event(CycleProblem& fine, const std::vector<double>& z,
+                          const std::vector<double>& tangent, const Finding& finding);
 
 }  // namespace trajex

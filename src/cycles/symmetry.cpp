@@ -111,6 +111,55 @@ double half_period_multiplier(const Orbit& orbit, std::span<const double> v,
     return square > 0 ? product / square : 0;
 }
 
+std::vector<int> reflection_of_equations(const Rate& rate, const Orbit& orbit,
+                                         const std::vector<double>& scale) {
+    constexpr std::size_t most_states = 6;
+    const std::size_t n = orbit.states;
+    if (n > most_states) return {};
+    const std::vector<double> points = orbit.sampled(phases);
+    std::vector<int> signs(n);
+    for (std::uint32_t choice = 1; choice < 1U << n; ++choice) {
+        for (std::size_t a = 0; a < n; ++a) signs[a] = (choice >> a & 1U) != 0 ? -1 : 1;
+        if (is_equivariant(rate, orbit, points, scale, signs)) return signs;
+    }
+    return {};
+}
+
+// The misfit grows from zero in proportion to arclength, and would change its sign on the way back.
+void BrokenSymmetry::remember(const Orbit& cycle, const std::vector<double>& scale) {
+    const std::size_t n = cycle.states;
+    const std::vector<double> points = cycle.sampled(phases);
+    std::vector<double> misfit(points.size());
+    double square = 0;
+    double square_before = 0;
+    double product = 0;
+    for (std::size_t k = 0; k < phases; ++k) {
+        for (std::size_t a = 0; a < n; ++a) {
+            const std::size_t i = k * n + a;
+            misfit[i] = points[half_later(k) * n + a] - signs_[a] * points[i];
+            const double now = misfit[i] / scale[a];
+            const double earlier = misfit_.empty() ? 0 : misfit_[i] / scale[a];
+            square += now * now;
+            square_before += earlier * earlier;
+            product += now * earlier;
+        }
+    }
+    const auto count = static_cast<double>(misfit.size());
+    size_ = std::sqrt(square / count);
+    before_ = std::sqrt(square_before / count);
+    largest_ = std::max(largest_, size_);
+    turned_over_ = product < -0.5 * size_ * before_ * count;
+    misfit_ = std::move(misfit);
+}
+
+bool BrokenSymmetry::returns(double amplitude) const {
+    constexpr double apart = 5e-3;  // of the amplitude: a symmetric cycle never is
+    constexpr double small = 0.15;
+    constexpr double steps = 2;  // to go
+    if (!begun() || largest_ < apart * amplitude || size_ > small * amplitude) return false;
+    return turned_over_ || size_ < steps * (before_ - size_);
+}
+
 Orbit mirror_image(const Orbit& orbit, const std::vector<int>& signs) {
     Orbit image = orbit;
     for (std::size_t k = 0; k < orbit.nodes(); ++k) {

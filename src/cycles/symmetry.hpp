@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "cycles/orbit.hpp"
@@ -21,6 +22,30 @@ std::vector<int> half_period_symmetry(const Rate& rate, const Orbit& orbit,
 /// In between: v has no such symmetry.
 double half_period_multiplier(const Orbit& orbit, std::span<const double> v,
                               const std::vector<double>& scale, const std::vector<int>& signs);
+
+/// The signs of a reflection, not the identity, that the right-hand side has around the orbit;
+/// empty: there is none.
+std::vector<int> reflection_of_equations(const Rate& rate, const Orbit& orbit,
+                                         const std::vector<double>& scale);
+
+/// How far the cycles of a family are from S x(tau) = x(tau + 1/2): families that have left the
+/// cycles with this symmetry (of half the period, where S is the identity) in a period doubling or
+/// pitchfork end where they come back to them.
+class BrokenSymmetry {
+  public:
+    void begin(std::vector<int> signs) { signs_ = std::move(signs); }
+    bool begun() const { return !signs_.empty(); }
+    void remember(const Orbit& cycle, const std::vector<double>& scale);
+    /// Whether the next steps would pass through a symmetric cycle.
+    bool returns(double amplitude) const;
+
+  private:
+    std::vector<int> signs_;
+    std::vector<double> misfit_;    // x(tau + 1/2) - S x(tau) of the last cycle
+    double size_ = 0, before_ = 0;  // its size, at the last cycle and at the one before
+    double largest_ = 0;
+    bool turned_over_ = false;  // it has changed its sign in between
+};
 
 /// S x(tau + 1/2), on the same mesh.
 Orbit mirror_image(const Orbit& orbit, const std::vector<int>& signs);

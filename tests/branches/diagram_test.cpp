@@ -145,6 +145,11 @@ TEST(Diagram, LimitsAreNoted) {
     };
     EXPECT_EQ(log({.start = {0}, .depth = 0}), "BP1: not followed, depth 0 is reached");
     EXPECT_EQ(log({.start = {0}, .max_branches = 1}), "BP1: not followed, there are 1 branches");
+    EXPECT_EQ(log({.start = {0}, .max_work = 100}), "BP1: not followed, max_work is used up");
+    const tx::Branch cut =
+        pitchfork().equilibrium({0}).follow("c", {-1, 1}, {.max_work = 20, .h_max = 0.01});
+    EXPECT_EQ(cut.stop()[1], "work_bound") << cut.text();
+    EXPECT_LT(cut.size(), 30U);
     int points = 0;
     EXPECT_EQ(log({.start = {0}, .on_point = [&](const tx::Point&) { return ++points < 5; }}), "");
     EXPECT_EQ(points, 5);
