@@ -144,6 +144,10 @@ TEST(Results, MisuseNamesWhatIsGivenAndWhatIsKnown) {
          },
          "h_max is between 0 and 1, not -1"},
         {[&] {
+             point.follow("p", {-1, 1}, {.detect = tx::Detect::only({"Hopf"})});
+         },
+         "no type of point 'Hopf'; tx has LP, BP, H"},
+        {[&] {
              hopf.follow({"p", "p"}, {{0, 1}, {0, 1}});
          },
          "not 'p' twice"},
