@@ -80,7 +80,7 @@ void check_options(const tx::Options& options) {
     static const std::vector<std::string> types = {"LP", "BP",  "H",   "CP", "BT", "GH", "ZH",
                                                    "HH", "LPC", "BPC", "PD", "NS", "UZ"};
     for (const std::string& type : options.detect.types) {
-        if (!position(types, type)) throw_unknown("type of point", type, "tx", types);
+        if (!position(types, type)) throw_unknown("type", type, "tx", types);
     }
     for (const tx::Monitor& monitor : options.monitors) {
         if (!monitor.value) throw tx::Error("monitor '" + monitor.name + "' has no function");

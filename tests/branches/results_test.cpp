@@ -146,7 +146,7 @@ TEST(Results, MisuseNamesWhatIsGivenAndWhatIsKnown) {
         {[&] {
              point.follow("p", {-1, 1}, {.detect = tx::Detect::only({"Hopf"})});
          },
-         "no type of point 'Hopf'; tx has LP, BP, H"},
+         "no type 'Hopf'; tx has LP, BP, H"},
         {[&] {
              hopf.follow({"p", "p"}, {{0, 1}, {0, 1}});
          },

@@ -121,9 +121,6 @@ class _Runs:
             given["start"] = self._state(given["start"])
         if "at" in given:
             given["at"] = {name: np.atleast_1d(values).tolist() for name, values in given["at"].items()}
-        unknown = [name for name in _detected(given) if name not in plotting.MARKERS]
-        if unknown:
-            raise Error(f"no type '{unknown[0]}' to detect; known are {', '.join(sorted(plotting.MARKERS))}, all, none")
         for name in ("when", "stop_when"):
             given |= {name: {what: self._with_points(f) for what, f in given.get(name, {}).items()}}
         with watched(options.get("progress")) as goes_on:
@@ -369,14 +366,6 @@ class Forced(_Runs):
 
     def __repr__(self) -> str:
         return f"Forced(T={self.period:g}, {self.system!r})"
-
-
-def _detected(options: Mapping) -> list[str]:
-    """The types of special points that an option names."""
-    wanted = options.get("detect", "all")
-    if not isinstance(wanted, str):
-        return list(wanted)
-    return [] if wanted in ("all", "none") else [wanted]
 
 
 def _rebuild(arguments, parameters) -> System:
