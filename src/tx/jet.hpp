@@ -16,6 +16,7 @@
 #include <cstddef>
 #include <limits>
 #include <numbers>
+#include <type_traits>
 
 namespace tx {
 
@@ -385,54 +386,45 @@ bool isnan(const Jet<K, M>& a) {
     return std::isnan(a.value());
 }
 
-// Functions of two numbers, one of them a double.
-template <int K, int M>
-Jet<K, M> hypot(const Jet<K, M>& a, double b) {
-    return hypot(a, Jet<K, M>(b));
+// Functions of two numbers, one of them plain.
+namespace detail {
+template <class A, class B>
+struct CommonJet {};
+template <int K, int M, class B>
+requires std::is_arithmetic_v<B>
+struct CommonJet<Jet<K, M>, B> {
+    using type = Jet<K, M>;
+};
+template <class A, int K, int M>
+requires std::is_arithmetic_v<A>
+struct CommonJet<A, Jet<K, M>> {
+    using type = Jet<K, M>;
+};
+}  // namespace detail
+
+template <class A, class B, class J = typename detail::CommonJet<A, B>::type>
+J hypot(const A& a, const B& b) {
+    return hypot(J(a), J(b));
 }
-template <int K, int M>
-Jet<K, M> hypot(double a, const Jet<K, M>& b) {
-    return hypot(Jet<K, M>(a), b);
+template <class A, class B, class J = typename detail::CommonJet<A, B>::type>
+J atan2(const A& a, const B& b) {
+    return atan2(J(a), J(b));
 }
-template <int K, int M>
-Jet<K, M> atan2(const Jet<K, M>& a, double b) {
-    return atan2(a, Jet<K, M>(b));
+template <class A, class B, class J = typename detail::CommonJet<A, B>::type>
+constexpr J max(const A& a, const B& b) {
+    return max(J(a), J(b));
 }
-template <int K, int M>
-Jet<K, M> atan2(double a, const Jet<K, M>& b) {
-    return atan2(Jet<K, M>(a), b);
+template <class A, class B, class J = typename detail::CommonJet<A, B>::type>
+constexpr J min(const A& a, const B& b) {
+    return min(J(a), J(b));
 }
-template <int K, int M>
-constexpr Jet<K, M> max(const Jet<K, M>& a, double b) {
-    return max(a, Jet<K, M>(b));
+template <class A, class B, class J = typename detail::CommonJet<A, B>::type>
+constexpr J fmax(const A& a, const B& b) {
+    return max(J(a), J(b));
 }
-template <int K, int M>
-constexpr Jet<K, M> max(double a, const Jet<K, M>& b) {
-    return max(Jet<K, M>(a), b);
-}
-template <int K, int M>
-constexpr Jet<K, M> min(const Jet<K, M>& a, double b) {
-    return min(a, Jet<K, M>(b));
-}
-template <int K, int M>
-constexpr Jet<K, M> min(double a, const Jet<K, M>& b) {
-    return min(Jet<K, M>(a), b);
-}
-template <int K, int M>
-constexpr Jet<K, M> fmax(const Jet<K, M>& a, double b) {
-    return fmax(a, Jet<K, M>(b));
-}
-template <int K, int M>
-constexpr Jet<K, M> fmax(double a, const Jet<K, M>& b) {
-    return fmax(Jet<K, M>(a), b);
-}
-template <int K, int M>
-constexpr Jet<K, M> fmin(const Jet<K, M>& a, double b) {
-    return fmin(a, Jet<K, M>(b));
-}
-template <int K, int M>
-constexpr Jet<K, M> fmin(double a, const Jet<K, M>& b) {
-    return fmin(Jet<K, M>(a), b);
+template <class A, class B, class J = typename detail::CommonJet<A, B>::type>
+constexpr J fmin(const A& a, const B& b) {
+    return min(J(a), J(b));
 }
 
 }  // namespace tx
