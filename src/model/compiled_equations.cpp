@@ -200,7 +200,7 @@ void CompiledEquations::multiply_directions(double t, const Directions* x, const
 
     const double* const given = reinterpret_cast<const double*>(x) + 1;
     const double* element = A.data();
-    double* to = reinterpret_cast<double*>(f);
+    auto* to = reinterpret_cast<double*>(f);
     for (std::size_t i = 0; i < n; ++i, to += length) {
         to[0] = value_at[i];
         Pair sums[pairs]{};
