@@ -105,6 +105,7 @@ class Continuer {
     TracePoint trace_point(const Sample& sample, double s);
     void file(Finding finding, double s);
     bool wanted(const std::string& type) const;
+    double work() const { return sampler_.work() + examined_; }
     double parameter_width(std::size_t j) const {
         return settings_.windows[j].hi - settings_.windows[j].lo;
     }
@@ -134,6 +135,7 @@ class Continuer {
         0;  // evaluations when next_ was complete: later ones moved the problem
     std::vector<double> linear_;
     std::size_t events_ = 0;    // found so far,
+    double examined_ = 0;       // work done on them,
     std::size_t searched_ = 0;  // and evaluations made for them
 
     std::vector<double> start_row_;    // of the function that is as at the start; empty: it is
@@ -245,7 +247,7 @@ Trace Continuer::run(const std::vector<double>& z, const std::vector<double>& ta
     std::stable_sort(trace_.specials.begin(), trace_.specials.end(),
                      [](const TraceSpecial& a, const TraceSpecial& b) { return a.s < b.s; });
     trace_.evaluations = sampler_.evaluations();
-    trace_.work = sampler_.work();
+    trace_.work = work();
     return std::move(trace_);
 }
 
@@ -261,9 +263,9 @@ bool Continuer::advance() {
         stop(tx::StopReason::max_points, std::to_string(settings_.max_points) + " points");
         return false;
     }
-    if (sampler_.work() >= settings_.max_work) {
+    if (work() >= settings_.max_work) {
         stop(tx::StopReason::work_bound, "linear systems of " +
-                                             std::to_string(std::llround(sampler_.work())) +
+                                             std::to_string(std::llround(work())) +
                                              " unknowns in all were solved");
         return false;
     }
@@ -629,6 +631,7 @@ void Continuer::finish_event(Located& located) {
     judge(located, finding);
     if (finding.status == "located") {
         problem_.examine(finding);
+        examined_ += finding.work;
         const double margin = (most - least) + 1e-9 * parameter_width(0);
         const bool inside = finding.z[p] >= finding.bracket[0] - margin &&
                             finding.z[p] <= finding.bracket[1] + margin;

@@ -54,7 +54,7 @@ struct Watched {
 struct RunSettings {
     std::vector<tx::Window> windows;  ///< of the active parameters, the last unknowns
     std::size_t max_points = 2000;
-    double max_work = 1.2e7;
+    double max_work = 4e7;
     double h_first = 0.01;
     double h_max = 0.05;
     double h_min = 1e-7;

@@ -99,6 +99,7 @@ struct Finding {
     double error = 0;            ///< absolute, of the continuation parameter
     double bracket[2] = {0, 0};  ///< in the continuation parameter
     Spectrum spectrum;
+    double work = 0;  ///< unknowns of the linear systems solved to examine it
 };
 
 class Problem {

@@ -120,9 +120,11 @@ bool CycleProblem::take_refined(Finding& finding, const RefinedPoint& refined) c
 std::unique_ptr<CycleProblem> CycleProblem::refine(Finding& finding, std::vector<double>& z) const {
     constexpr int levels = 2;
     constexpr double settled = 1e-10;
+    constexpr double noticed = 1e-9;
     constexpr std::size_t most_intervals = 1600;
     std::unique_ptr<CycleProblem> finest;
     Finding place = finding;  // with the mesh of the level
+    double before = HUGE_VAL;
     for (int level = 0; level < levels; ++level) {
         const CycleProblem& coarse = finest ? *finest : *this;
         if (2 * coarse.segments_.intervals() > most_intervals) break;
@@ -131,14 +133,21 @@ std::unique_ptr<CycleProblem> CycleProblem::refine(Finding& finding, std::vector
         std::unique_ptr<CycleProblem> fine = coarse.halved(place, start, tangent);
         if (!fine) break;
         const RefinedPoint refined = refine_event(*fine, start, tangent, finding);
+        finding.work += refined.work;
         const double p = finding.z.back();
         const double T = period_of(finding.z.data());
-        if (!take_refined(finding, refined)) break;
+        if (!take_refined(finding, refined)) {
+            if (level == 0) reject(finding, "it is not found again on a finer mesh");
+            break;
+        }
         finest = std::move(fine);
         z = place.z = refined.z;
         place.tangent = refined.tangent;
         const double moved =
             std::fabs(refined.parameter - p) / (settings_.widths[0] + std::fabs(p));
+        if (moved > 0.5 * before && moved > noticed)
+            reject(finding, "it is in different places on finer and finer meshes");
+        before = moved;
         if (std::max(moved, std::fabs(refined.period - T) / T) <= settled) break;
     }
     return finest;
@@ -191,6 +200,7 @@ void CycleProblem::classify(Finding& finding) {
 void CycleProblem::examine_doubling(Finding& finding) {
     std::vector<double> z = finding.z;
     const std::unique_ptr<CycleProblem> fine = refine(finding, z);
+    if (finding.status != "located") return;
     if (!is_critical(finding, Exponent::Kind::alternating))
         return reject(finding, "no multiplier is -1");
     describe_coefficient(finding, "c", doubling_coefficient(fine ? *fine : *this, z));
@@ -199,6 +209,7 @@ void CycleProblem::examine_doubling(Finding& finding) {
 void CycleProblem::examine_torus(Finding& finding) {
     std::vector<double> z = finding.z;
     const std::unique_ptr<CycleProblem> fine = refine(finding, z);
+    if (finding.status != "located") return;
     if (!is_critical(finding, Exponent::Kind::pair))
         return reject(finding, "no pair of multipliers has modulus 1");
     const double theta = critical_angle(finding);
@@ -215,6 +226,7 @@ void CycleProblem::examine_fold(Finding& finding) {
     constexpr double least = 1e-4;
     std::vector<double> z = finding.z;
     const std::unique_ptr<CycleProblem> fine = refine(finding, z);
+    if (finding.status != "located") return;
     if (!is_critical(finding, Exponent::Kind::real)) return reject(finding, "no multiplier is 1");
     const FoldForm form = fold_form(fine ? *fine : *this, z, true);
     if (!form.known) {

@@ -41,7 +41,9 @@ class EventFunction {
     bool at(double s, double& phi) {
         z = z0_;
         for (std::size_t k = 0; k < z.size(); ++k) z[k] += s * tangent_[k];
-        if (!newton_.correct(z, row_.data(), value_ + s, metric_)) return false;
+        const BorderedNewton::Report report = newton_.correct(z, row_.data(), value_ + s, metric_);
+        work += static_cast<double>(report.iterations + 1) * static_cast<double>(z.size());
+        if (!report) return false;
         double residual = 0;
         if (newton_.tangent(z.data(), row_.data(), metric_, direction_, residual) !=
             BorderedNewton::Outcome::converged) {
@@ -69,6 +71,7 @@ class EventFunction {
     double small() const { return by_slope_ ? HUGE_VAL : 1e-9; }
     std::vector<double> z;
     Spectrum spectrum;
+    double work = 0;
 
   private:
     CycleProblem& problem_;
@@ -116,6 +119,7 @@ RefinedPoint refine_event(CycleProblem& fine, const std::vector<double>& z,
             EventFunction event(fine, z, tangent, finding, by_slope);
             result.found = event.prepare() && find_root(event, first_step) &&
                            std::fabs(event.critical()) <= event.near();
+            result.work += event.work;
             if (!result.found) continue;
             result.parameter = event.z.back();
             result.period = fine.orbit(event.z.data()).period;

@@ -15,6 +15,7 @@ struct RefinedPoint {
     double parameter = 0;
     Spectrum spectrum;
     std::vector<double> z, tangent;  ///< with the finer mesh
+    double work = 0;                 ///< unknowns of the linear systems solved
 };
 
 /// The event of `finding` (LPC, BPC, PD or NS) on the branch of `fine`, a problem for the same

@@ -86,7 +86,7 @@ struct TX_EXPORT Options {
     std::vector<double> start{};  ///< a guess of the state; empty: found by integration
     Direction direction = Direction::both;
     std::size_t max_points = 2000;  ///< of a branch
-    double max_work = 1.2e7;        ///< of a branch, and of all of a diagram: the unknowns of the
+    double max_work = 4e7;          ///< of a branch, and of all of a diagram: the unknowns of the
                                     ///< linear systems that are solved, added up
     double h_max = 0.05;  ///< longest step, in units of the windows and the sizes of the variables
     double tol = 1e-10;   ///< of Newton's method, relative to the sizes of the variables
