@@ -101,6 +101,9 @@ void reconcile(Marks& marks, int branch_invariant) {
         marks.nearest_counted = !marks.nearest_counted;
     } else if (marks.reach >= beyond_rounding && has_kinds) {
         swap_kinds();
+    } else if (!marks.seen && !marks.kinds_known() && !has_kinds) {
+        // Every multiplier is far inside the unit circle: the mesh is too poor for the determinant.
+        marks.beta = -marks.beta;
     } else if (!marks.seen) {
         marks.sigma = -marks.sigma;
     } else if (!marks.kinds_known() && has_kinds) {

@@ -59,6 +59,8 @@ TEST(Events, OfCyclesFromMarks) {
         {"the same, on the other side", marks(1, -1, 1, 0, 0, 0.1), marks(1, -1, 0, 0, 0, 1e-11),
          ""},
         {"a turn that is noise", marks(1, 1, 0, 0, 0, 0.1), marks(-1, 1, 0, 0, 0, 0.1, false), ""},
+        {"a determinant of a poor mesh", marks(1, 1, 0, 0, 0, 40), marks(1, -1, 0, 0, 0, 40, false),
+         ""},
         {"a fold that only multipliers show", marks(1, 1, 0, 0, 0, 0.1),
          marks(1, 1, 1, 0, 0, 0.1, false), "LPC "},
     };
