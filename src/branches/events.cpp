@@ -89,25 +89,22 @@ void reconcile(Marks& marks, int branch_invariant) {
     constexpr double beyond_rounding = 30;
     if (invariant(marks) == branch_invariant) return;
     const bool has_kinds = marks.real + marks.flip > 0;
-    const auto swap_kinds = [&marks] {
-        const int swapped = marks.real > 0 ? 1 : -1;
-        marks.real -= swapped;
-        marks.flip += swapped;
-    };
+    const bool kinds_lost =
+        has_kinds && (marks.reach >= beyond_rounding || (marks.seen && !marks.kinds_known()));
     if (!marks.parity_known() && marks.real_nearest) {
         const int counted = marks.nearest_counted ? -1 : 1;
         marks.real += counted;
         marks.unstable += counted;
         marks.nearest_counted = !marks.nearest_counted;
-    } else if (marks.reach >= beyond_rounding && has_kinds) {
-        swap_kinds();
+    } else if (kinds_lost) {
+        const int swapped = marks.real > 0 ? 1 : -1;
+        marks.real -= swapped;
+        marks.flip += swapped;
     } else if (!marks.seen && !marks.kinds_known() && !has_kinds) {
         // Every multiplier is far inside the unit circle: the mesh is too poor for the determinant.
         marks.beta = -marks.beta;
     } else if (!marks.seen) {
         marks.sigma = -marks.sigma;
-    } else if (!marks.kinds_known() && has_kinds) {
-        swap_kinds();
     }
 }
 

@@ -65,8 +65,6 @@ class EventFunction {
         }
         return nearest;
     }
-    /// Where it is critical: what a cycle of the given accuracy may miss 0 by.
-    static double near() { return 1e-6; }
     /// A value of the function that may be called zero.
     double small() const { return by_slope_ ? HUGE_VAL : 1e-9; }
     std::vector<double> z;
@@ -112,13 +110,14 @@ bool find_root(EventFunction& event, double first_step) {
 RefinedPoint refine_event(CycleProblem& fine, const std::vector<double>& z,
                           const std::vector<double>& tangent, const Finding& finding) {
     RefinedPoint result;
+    constexpr double near_crossing = 1e-6;  // what a cycle of the given accuracy may miss 0 by
     const bool fold = finding.type == "LPC";
     for (const bool by_slope : {true, false}) {
         if (by_slope && !fold) continue;
         for (const double first_step : {1e-4, 1e-6, 1e-8}) {
             EventFunction event(fine, z, tangent, finding, by_slope);
             result.found = event.prepare() && find_root(event, first_step) &&
-                           std::fabs(event.critical()) <= event.near();
+                           std::fabs(event.critical()) <= near_crossing;
             result.work += event.work;
             if (!result.found) continue;
             result.parameter = event.z.back();
