@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -115,6 +116,10 @@ struct Operation {
     Restores restores;
     int (*run)(Bench& b);
 };
+
+inline void PrintTo(const Operation& operation, std::ostream* out) {
+    *out << operation.name;
+}
 
 inline const std::vector<Operation>& operations() {
     using enum Restores;

@@ -361,7 +361,8 @@ void Search::look(const Sample& a, const Sample& b, int depth) {
     const SampleFunction phi = what.consistent ? test_function(what, a, b) : SampleFunction{};
     if (!phi) return split(a, b, what, depth);
     const bool singular = what.branch || what.curved || what.real_pairs;
-    const Root root = find_root(sampler_, phi, a, b, singular ? 1e-8 * step_ : 0);
+    const double least = sampler_.problem().location_tolerance();
+    const Root root = find_root(sampler_, phi, a, b, std::max(singular ? 1e-8 : 0, least) * step_);
     if (!root.found) return split(a, b, what, depth);
     around(a, b, what, root, depth);
 }

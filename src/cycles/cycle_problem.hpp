@@ -90,6 +90,8 @@ class CycleProblem final : public Problem {
     int determinant_sign() const override { return bordered_.determinant_sign(); }
 
     EventNames event_names() const override;
+    /// Special cycles are solved for once more on a finer mesh.
+    double location_tolerance() const override { return 1e-7; }
     double slope_noise() const override { return 2 * monitor_.error; }
     void spectrum(Spectrum& out) override;
 

@@ -119,7 +119,7 @@ bool CycleProblem::take_refined(Finding& finding, const RefinedPoint& refined) c
 // nothing finer.
 std::unique_ptr<CycleProblem> CycleProblem::refine(Finding& finding, std::vector<double>& z) const {
     constexpr int levels = 2;
-    constexpr double settled = 1e-10;
+    constexpr double settled = 2e-9;  // the next move is less than a twentieth
     constexpr double noticed = 1e-9;
     constexpr std::size_t most_intervals = 1600;
     std::unique_ptr<CycleProblem> finest;
