@@ -16,7 +16,7 @@ do for [format in "svg png"] {
     set xlabel "F"
     set ylabel "X"
     set xrange [1:3]
-    set yrange [*:*]
+    set yrange [0.8:3]
     set key top left
     plot branches index 0 using "F":"X" with lines lw 2 dt 2 lc rgb "black" title "unstable", \
          branches index 0 using "F":(stable(column("X"))) with lines lw 3 lc rgb "black" title "stable", \

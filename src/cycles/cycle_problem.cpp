@@ -299,7 +299,7 @@ bool CycleProblem::adapt_mesh(std::vector<double>& z,
     const double for_error = std::max(1.0, static_cast<double>(N) - for_growth);
     // Where perturbations grow much, as along the repelling part of a canard, so do the errors of
     // the intervals before, and the parameter is off by more than they are.
-    const double amplification = std::clamp(std::pow(for_growth / much_growth, 2), 1.0, 30.0);
+    const double amplification = std::clamp(std::pow(for_growth / much_growth, 2), 1.0, 100.0);
     const double tolerance = settings_.mesh_tol / amplification;
     balanced_error_ = balanced_error(total, for_error, m);
     double wanted = for_error;
