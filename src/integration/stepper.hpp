@@ -15,13 +15,25 @@
 
 namespace trajex {
 
+/// The proposed step size, within the largest allowed. By a branch, and not by a selection of the
+/// smaller one: at the largest step the next one need not wait for the roots of the proposal then.
+inline double limited_step_size(double proposed, double hmax) {
+    if (hmax > 0 && proposed > hmax) {
+#ifdef __GNUC__
+        asm volatile("");  // is not done on trial, so that this stays a branch
+#endif
+        return hmax;
+    }
+    return proposed;
+}
+
 /// The step size that should follow an attempt with step h and error norm err. A norm that is not a
 /// number shrinks the step as an infinite one does.
 template <class Method = Verner65>
 double next_step_size(double h, double err, double hmax) {
     if (err == 0) return h;
     const double proposed = h * (std::isnan(err) ? Method::least_factor : Method::factor(err));
-    return hmax > 0 && proposed > hmax ? hmax : proposed;
+    return limited_step_size(proposed, hmax);
 }
 
 /// The step size after an attempt whose estimate was exactly 0. It stays, since nothing is known

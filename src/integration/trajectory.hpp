@@ -33,9 +33,9 @@ struct StateFlow {
 
 static_assert(Flow<StateFlow>);
 
-/// The step size to try first: the proposed one, within the largest allowed.
+/// The step size to try first.
 inline double first_step_size(const Trajex& rec) {
-    return rec.hmax > 0 && rec.hmax < rec.h ? rec.hmax : rec.h;
+    return limited_step_size(rec.h, rec.hmax);
 }
 
 /// One accepted step from the state `start` at t; the first attempt is of size h. Until its caller
