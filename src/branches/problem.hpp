@@ -158,7 +158,8 @@ class Problem {
     /// Scaled dp/ds below which its sign is not to be believed: where a discretisation makes p
     /// noisy the exponents tell better on which side of a fold a point lies.
     virtual double slope_noise() const { return 0; }
-    /// How near a special point has to be found, over the step it lies in, before `examine` gets it.
+    /// How near a special point has to be found, over the step it lies in, before `examine` gets
+    /// it.
     virtual double location_tolerance() const { return 0; }
     /// Test functions at the point of the last `linearise`, always the same number in the same
     /// order.
