@@ -23,9 +23,9 @@ do for [format in "svg png"] {
     set ylabel "ε"
     unset key
     set style fill solid 1.0 noborder
-    plot branches index 1 using "I":"eps" with filledcurves closed lc rgb "#f3e3dc" notitle, \
-         branches index 1 using "I":"eps" with lines lw 2 lc rgb "#c0392b", \
-         points using 4:(is("GH", $5)):1 with labels offset 0,1, \
+    plot branches index 2 using "I":"eps" with filledcurves closed lc rgb "#f3e3dc" notitle, \
+         branches index 2 using "I":"eps" with lines lw 2 lc rgb "#c0392b", \
+         points using 4:(is("GH", $5)):1 with labels offset 0,-1, \
          points using 4:(is("GH", $5)) with points pt 7 ps 1 lc rgb "black"
     unset multiplot
 }

@@ -6,7 +6,6 @@ set datafile separator comma
 set grid lc rgb "#dddddd"
 runs(x) = column("cycle") == 1 ? x : NaN
 stable(x) = column("stable") == 1 ? x : NaN
-unstable(x) = column("stable") == 0 ? x : NaN
 do for [format in "svg png"] {
     if (format eq "svg") { set terminal svg size 700,460 font "Sans,13" background "white" }
     if (format eq "png") { set terminal pngcairo size 1050,690 font "Sans,15" }
@@ -18,6 +17,6 @@ do for [format in "svg png"] {
     set key outside bottom center horizontal
     plot for [k = 0:9] branches index k using 1:(runs(stable(abs($2)))) with lines lw 3 lc rgb "#1f4e9c" notitle, \
          for [k = 0:9] branches index k using 1:(runs(stable($3))) with lines lw 3 lc rgb "#1f4e9c" title (k == 0 ? "cycle: minimum, maximum, stable" : ""), \
-         for [k = 0:9] branches index k using 1:(runs(unstable(abs($2)))) with lines lw 1.5 dt 2 lc rgb "#1f4e9c" notitle, \
-         for [k = 0:9] branches index k using 1:(runs(unstable($3))) with lines lw 1.5 dt 2 lc rgb "#1f4e9c" title (k == 0 ? "unstable" : "")
+         for [k = 0:9] branches index k using 1:(runs(abs($2))) with lines lw 1.5 dt 2 lc rgb "#1f4e9c" notitle, \
+         for [k = 0:9] branches index k using 1:(runs($3)) with lines lw 1.5 dt 2 lc rgb "#1f4e9c" title (k == 0 ? "unstable" : "")
 }
