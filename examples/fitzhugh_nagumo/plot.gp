@@ -25,7 +25,8 @@ do for [format in "svg png"] {
     set style fill solid 1.0 noborder
     plot branches index 2 using "I":"eps" with filledcurves closed lc rgb "#f3e3dc" notitle, \
          branches index 2 using "I":"eps" with lines lw 2 lc rgb "#c0392b", \
-         points using 4:(is("GH", $5)):1 with labels offset 0,-1, \
+         points using 4:(strcol(1) eq "GH1" ? $5 : NaN):1 with labels offset -3,0, \
+         points using 4:(strcol(1) eq "GH2" ? $5 : NaN):1 with labels offset 3,0, \
          points using 4:(is("GH", $5)) with points pt 7 ps 1 lc rgb "black"
     unset multiplot
 }
