@@ -6,7 +6,6 @@
 #include <numbers>
 #include <utility>
 
-#include "branches/runs.hpp"
 #include "model/compiled_equations.hpp"
 #include "tx/error.hpp"
 
