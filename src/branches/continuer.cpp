@@ -873,9 +873,7 @@ class FirstTangent {
                 std::sin(1.0 + 2.0 * static_cast<double>(i)) / std::sqrt(metric_.weights()[i]);
         std::vector<double> back(z_.size());
         problem_.apply(known.data(), back.data());
-        double along = 0;
-        for (std::size_t i = 0; i < known.size(); ++i) along += row_[i] * known[i];
-        back.back() = along;
+        back.back() = dot(row_, known);
         problem_.solve(back.data());
         return metric_.distance(back.data(), known.data()) <=
                well_conditioned * metric_.norm(known.data());

@@ -45,7 +45,7 @@ Exponent::Kind kind_of(std::complex<double> value, bool multiplier) {
 void forget_last_orbit(BranchData& branch) {
     constexpr std::size_t every = 10;
     constexpr double flat =
-        0.05;  // share of the parameter in the tangent, nearer to a fold than this
+        0.2;  // least share of the parameter in the tangent: near a fold it has less
     if (branch.orbits.empty() || branch.options.keep_all) return;
     const std::size_t last = branch.size() - 1;
     const auto pdot = std::find(branch.column_names.begin(), branch.column_names.end(),

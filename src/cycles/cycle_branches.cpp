@@ -119,10 +119,14 @@ Orbit between(const Orbit& a, const Orbit& b, double r) {
     return orbit;
 }
 
+/// Whether two cycles have the same period and extremes. A variable may be at rest: then its value,
+/// or where that is 0 the size of the others, says what is small.
 bool agree(const Description& a, const Description& b) {
     constexpr double same = 1e-5;
     for (std::size_t i = 0; i < a.state.size(); ++i) {
-        const double size = same * (a.high[i] - a.low[i]);
+        const double range = a.high[i] - a.low[i];
+        const double rest = 1e-3 * std::max(a.norm, std::fabs(a.state[i]));
+        const double size = same * std::max(range, rest);
         if (!(std::fabs(a.low[i] - b.low[i]) <= size && std::fabs(a.high[i] - b.high[i]) <= size))
             return false;
     }
@@ -138,21 +142,26 @@ bool restore_orbit(const BranchData& branch, std::size_t index, PointData& point
     while (before > 0 && branch.orbits[before] == nullptr) --before;
     while (after + 1 < branch.size() && branch.orbits[after] == nullptr) ++after;
     if (branch.orbits[before] == nullptr || branch.orbits[after] == nullptr) return false;
+    // Beside a fold Newton's method may go to the cycle on its other side: then from elsewhere.
     const std::vector<double>& s = branch.columns[0];
+    const double part = (s[index] - s[before]) / (s[after] - s[before]);
     PointData guess = point;
-    auto orbit = std::make_shared<Orbit>(between(*branch.orbits[before], *branch.orbits[after],
-                                                 (s[index] - s[before]) / (s[after] - s[before])));
-    orbit->period = point.description.period;
-    guess.description.orbit = std::move(orbit);
-    const std::unique_ptr<CycleProblem> problem =
-        problem_at(guess, branch.vary, branch.windows, branch.options);
-    std::vector<double> z = problem->start();
-    if (!solve_cycle(*problem, z, branch.options.tol)) return false;
-    const Description found = problem->describe(z.data());
-    if (!agree(found, point.description)) return false;
-    point.description.orbit = found.orbit;
-    complete(point);
-    return true;
+    for (const double r : {part, 0.0, 1.0, 0.5 * part, 0.5 * (1 + part)}) {
+        auto orbit =
+            std::make_shared<Orbit>(between(*branch.orbits[before], *branch.orbits[after], r));
+        orbit->period = point.description.period;
+        guess.description.orbit = std::move(orbit);
+        const std::unique_ptr<CycleProblem> problem =
+            problem_at(guess, branch.vary, branch.windows, branch.options);
+        std::vector<double> z = problem->start();
+        if (!solve_cycle(*problem, z, branch.options.tol)) continue;
+        const Description found = problem->describe(z.data());
+        if (!agree(found, point.description)) continue;
+        point.description.orbit = found.orbit;
+        complete(point);
+        return true;
+    }
+    return false;
 }
 
 std::vector<BranchPtr> cycles_from_hopf(const BranchPtr& branch, std::size_t special,

@@ -10,6 +10,7 @@
 
 #include "branches/bordered_newton.hpp"
 #include "branches/metric.hpp"
+#include "linalg/vectors.hpp"
 
 namespace trajex {
 
@@ -33,8 +34,7 @@ class EventFunction {
         row_.resize(z0_.size());
         if (!metric_.normalise(tangent_.data())) return false;
         metric_.row(tangent_.data(), row_.data());
-        value_ = 0;
-        for (std::size_t k = 0; k < row_.size(); ++k) value_ += row_[k] * z0_[k];
+        value_ = dot(row_, z0_);
         return true;
     }
 

@@ -582,12 +582,14 @@ TEST(CycleBranches, OfDiagramsEndWhereTheyShould) {
 
 // Most orbits of a branch are not kept: asked for, they are those that were there.
 TEST(Orbits, AreComputedAgainWhereTheyWereNotKept) {
-    const tx::System duffing{{"x", "v"}, {{"omega", 0.5}}, [](auto t, auto& x, auto& c, auto& dx) {
-                                 dx[0] = x[1];
-                                 dx[1] =
-                                     0.3 * cos(c[0] * t) - 0.1 * x[1] - x[0] - x[0] * x[0] * x[0];
-                             }};
-    const tx::Point start = duffing.forced({.frequency = "omega"}).cycle({0.3, 0});
+    const tx::System duffing{
+        {"x", "v", "rest", "zero"}, {{"omega", 0.5}}, [](auto t, auto& x, auto& c, auto& dx) {
+            dx[0] = x[1];
+            dx[1] = 0.3 * cos(c[0] * t) - 0.1 * x[1] - x[0] - x[0] * x[0] * x[0];
+            dx[2] = 0.7 / c[0] - x[2];
+            dx[3] = x[2] - 0.7 / c[0] - x[3];
+        }};
+    const tx::Point start = duffing.forced({.frequency = "omega"}).cycle({0.3, 0, 1.4, 0.1});
     const tx::Branch kept = start.follow("omega", {0.5, 2}, {.keep_all = true});
     const tx::Branch thin = start.follow("omega", {0.5, 2});
     ASSERT_EQ(kept.size(), thin.size());
@@ -597,7 +599,7 @@ TEST(Orbits, AreComputedAgainWhereTheyWereNotKept) {
         for (const double part : {0.0, 0.3, 0.7}) {
             const State x = a.at(part * a.period());
             const State y = b.at(part * b.period());
-            for (std::size_t k = 0; k < 2; ++k) EXPECT_NEAR(x[k], y[k], 1e-5) << i << ' ' << part;
+            for (std::size_t k = 0; k < 4; ++k) EXPECT_NEAR(x[k], y[k], 1e-5) << i << ' ' << part;
         }
     }
 }
