@@ -52,44 +52,6 @@ void solve_upper_transposed(const double* T, std::size_t n, Scalar* x) {
 
 }  // namespace
 
-// ---- Segments ----
-
-// One substitution takes the columns of x_i0 and of the scalar unknowns together, filled up to
-// whole vectors with zeros.
-bool Condensation::factor(const Segments& segments, const std::vector<double>& scale) {
-    constexpr std::size_t vector = 4;
-    n_ = segments.states();
-    m_ = segments.inner_points();
-    N_ = segments.intervals();
-    scalars_ = segments.scalars();
-    scale_ = scale;
-    const std::size_t height = m_ * n_;
-    const std::size_t width = (n_ + scalars_ + vector - 1) / vector * vector;
-    if (inner_.size() < N_) inner_.resize(N_);
-    maps_.resize(N_ * height * n_);
-    columns_.resize(N_ * height * scalars_);
-    first_.resize(height * n_);
-    sides_.assign(height * width, 0.0);
-    for (std::size_t i = 0; i < N_; ++i) {
-        segments.blocks(i, scale_.data(), inner_[i].matrix(height), first_.data());
-        if (!inner_[i].decompose_in_place() || inner_[i].singular()) return false;
-        const double* const C = segments.scalar_columns() + i * height * scalars_;
-        for (std::size_t row = 0; row < height; ++row) {
-            double* const side = sides_.data() + row * width;
-            for (std::size_t b = 0; b < n_; ++b) side[b] = -first_[row * n_ + b];
-            for (std::size_t c = 0; c < scalars_; ++c)
-                side[n_ + c] = C[row * scalars_ + c] / scale_[row % n_];
-        }
-        inner_[i].solve_many(sides_.data(), width);
-        for (std::size_t row = 0; row < height; ++row) {
-            const double* const side = sides_.data() + row * width;
-            std::copy_n(side, n_, maps_.data() + (i * height + row) * n_);
-            std::copy_n(side + n_, scalars_, columns_.data() + (i * height + row) * scalars_);
-        }
-    }
-    return true;
-}
-
 // ---- Ends of segments ----
 
 // Step i takes [E; -Phi_i], the two blocks in the column of x_i, to [T_i; 0], and with it
@@ -152,14 +114,12 @@ void BorderedChain<Scalar>::reserve(std::size_t k) {
     k_ = k;
     inner_rows_.resize(k * N_ * (m_ - 1) * n_);
     columns_.resize(N_ * m_ * n_ * k);
-    others_.resize(m_ * n_ * k);
     reduced_.resize(N_ * n_ * k);
     end_rows_.assign(k * (N_ + 1) * n_, Scalar{});
     corner_.resize(k * k);
     blocks_.resize(N_ * n_);
     dense_side_.resize(n_ + k);
     ends_.resize((N_ + 1) * n_);
-    column_.resize(m_ * n_);
 }
 
 // J^-1 C and its last n rows, the columns of q in the chain.
@@ -168,16 +128,18 @@ void BorderedChain<Scalar>::solve_columns(const Scalar* columns, std::size_t own
     const double* const scale = segments_->scale().data();
     const std::size_t height = m_ * n_;
     const std::size_t others = k_ - own;
+    others_.resize(N_ * height * others);
+    for (std::size_t j = 0; j < others_.size(); ++j)
+        others_[j] = columns[j] / scale[j / others % n_];
+    if (others > 0) segments_->solve(parts_of(others_.data()), others * parts);
+    for (std::size_t row = 0; row < N_ * height; ++row) {
+        Scalar* const to = columns_.data() + row * k_;
+        const double* const given = segments_->scalar_columns() + row * own;
+        for (std::size_t c = 0; c < own; ++c) to[c] = given[c];
+        std::copy_n(others_.data() + row * others, others, to + own);
+    }
     for (std::size_t i = 0; i < N_; ++i) {
-        Scalar* const block = columns_.data() + i * height * k_;
-        const double* const given = segments_->scalar_columns(i);
-        for (std::size_t j = 0; j < height * others; ++j)
-            others_[j] = columns[i * height * others + j] / scale[j / others % n_];
-        if (others > 0) segments_->solve(i, parts_of(others_.data()), others * parts);
-        for (std::size_t row = 0; row < height; ++row) {
-            for (std::size_t c = 0; c < own; ++c) block[row * k_ + c] = given[row * own + c];
-            std::copy_n(others_.data() + row * others, others, block + row * k_ + own);
-        }
+        const Scalar* const block = columns_.data() + i * height * k_;
         std::copy_n(block + (height - n_) * k_, n_ * k_, reduced_.data() + i * n_ * k_);
     }
 }
@@ -302,9 +264,9 @@ void BorderedChain<Scalar>::solve(Scalar* r, Scalar* t) const {
     const std::size_t height = m_ * n_;
     const std::size_t inner = height - n_;
     for (std::size_t row = 0; row < N_ * height; ++row) r[row] /= scale[row % n_];
+    segments_->solve(parts_of(r), parts);
     for (std::size_t i = 0; i < N_; ++i) {
-        Scalar* const w = r + i * height;
-        segments_->solve(i, parts_of(w), parts);
+        const Scalar* const w = r + i * height;
         std::copy_n(w + inner, n_, blocks_.data() + i * n_);
         for (std::size_t row = 0; row < k_; ++row) {
             for (std::size_t j = 0; j < inner; ++j)
@@ -387,29 +349,9 @@ void BorderedChain<Scalar>::solve_transposed(Scalar* x, Scalar* q) const {
             }
         }
         std::copy_n(blocks_.data() + i * n_, n_, y + inner);
-        solve_segment_transposed(i, y);
-        for (std::size_t row = 0; row < height; ++row) y[row] /= scale[row % n_];
     }
-}
-
-template <class Scalar>
-void BorderedChain<Scalar>::solve_segment_transposed(std::size_t i, Scalar* y) const {
-    if constexpr (parts == 1) {
-        segments_->solve_transposed(i, y);
-    } else {
-        for (std::size_t part = 0; part < 2; ++part) {
-            for (std::size_t row = 0; row < m_ * n_; ++row) {
-                column_[row] = part == 0 ? y[row].real() : y[row].imag();
-            }
-            segments_->solve_transposed(i, column_.data());
-            for (std::size_t row = 0; row < m_ * n_; ++row) {
-                if (part == 0)
-                    y[row].real(column_[row]);
-                else
-                    y[row].imag(column_[row]);
-            }
-        }
-    }
+    segments_->solve_transposed(parts_of(x), parts);
+    for (std::size_t row = 0; row < N_ * height; ++row) x[row] /= scale[row % n_];
 }
 
 template <class Scalar>

@@ -13,47 +13,10 @@
 #include <type_traits>
 #include <vector>
 
-#include "cycles/segment.hpp"
+#include "cycles/condensation.hpp"
 #include "linalg/dense.hpp"
 
 namespace trajex {
-
-/// The points inside of the segments eliminated: (x_i1 ... x_im) = W_i x_i0 - J_i^-1 C_i q + J_i^-1
-/// r_i. The last n rows of W_i are the transfer matrix Phi_i from one end of the segment to the
-/// other. Works in scaled variables x / scale.
-class Condensation {
-  public:
-    /// False: some J_i is singular.
-    bool factor(const Segments& segments, const std::vector<double>& scale);
-
-    std::size_t states() const { return n_; }
-    std::size_t inner_points() const { return m_; }
-    std::size_t intervals() const { return N_; }
-    const std::vector<double>& scale() const { return scale_; }
-    /// W_i, m n x n by rows.
-    const double* map(std::size_t i) const { return maps_.data() + i * m_ * n_ * n_; }
-    /// Phi_i, n x n by rows.
-    const double* transfer(std::size_t i) const { return map(i) + (m_ - 1) * n_ * n_; }
-    /// J_i^-1 C_i of the scalar unknowns of the segments, m n x scalars by rows.
-    std::size_t scalars() const { return scalars_; }
-    const double* scalar_columns(std::size_t i) const {
-        return columns_.data() + i * m_ * n_ * scalars_;
-    }
-    /// Multiplies k columns (m n x k by rows) by J_i^-1.
-    void solve(std::size_t i, double* columns, std::size_t k) const {
-        inner_[i].solve_many(columns, k);
-    }
-    void solve_transposed(std::size_t i, double* column) const {
-        inner_[i].solve_transposed(column);
-    }
-
-  private:
-    std::size_t n_ = 0, m_ = 0, N_ = 0, scalars_ = 0;
-    std::vector<double> scale_;
-    std::vector<DenseLu> inner_;
-    std::vector<double> maps_, columns_;
-    std::vector<double> first_, sides_;  // of one segment: K_i; [-K_i C_i], rows of whole vectors
-};
 
 /// The ends of the segments, x_{i+1} - Phi_i x_i = g_i, by orthogonal elimination of x_1 ...
 /// x_{N-1} one after another: no product of the Phi_i is ever made, and growth and decay along the
@@ -121,7 +84,6 @@ class BorderedChain {
     void fill_dense();
     void chain_solve(Scalar* blocks, Scalar* q) const;
     void chain_solve_transposed(Scalar* blocks, Scalar* q) const;
-    void solve_segment_transposed(std::size_t i, Scalar* y) const;
 
     const Condensation* segments_ = nullptr;
     ChainFactors* chain_ = nullptr;
@@ -135,7 +97,6 @@ class BorderedChain {
     std::vector<Scalar> corner_;
     Lu dense_;
     mutable std::vector<Scalar> blocks_, dense_side_, ends_;  // of one solution, no state
-    mutable std::vector<double> column_;
 };
 
 extern template class BorderedChain<double>;

@@ -109,19 +109,21 @@ bool Collocation::linearise(const double* x, const double* q, double* r) {
     return all_finite(columns_) && all_finite(velocities_);
 }
 
-void Collocation::blocks(std::size_t i, const double* scale, double* inner, double* first) const {
+void Collocation::blocks(std::size_t i, const double* scale, std::size_t stride, double* inner,
+                         double* first) const {
     const std::size_t m = rule_.m;
     const double h = length(i);
     for (std::size_t c = 0; c < m; ++c) {
         const double* const A = jacobian(i * m + c);
         for (std::size_t a = 0; a < n_; ++a) {
-            double* const inner_row = inner + (c * n_ + a) * m * n_;
-            double* const first_row = first + (c * n_ + a) * n_;
+            double* const inner_row = inner + (c * n_ + a) * m * n_ * stride;
+            double* const first_row = first + (c * n_ + a) * n_ * stride;
             for (std::size_t j = 0; j <= m; ++j) {
-                double* const row = j == 0 ? first_row : inner_row + (j - 1) * n_;
+                double* const row = j == 0 ? first_row : inner_row + (j - 1) * n_ * stride;
                 const double factor = -h * rule_.value[c][j] / scale[a];
-                for (std::size_t b = 0; b < n_; ++b) row[b] = factor * A[a * n_ + b] * scale[b];
-                row[a] += rule_.slope[c][j];
+                for (std::size_t b = 0; b < n_; ++b)
+                    row[b * stride] = factor * A[a * n_ + b] * scale[b];
+                row[a * stride] += rule_.slope[c][j];
             }
         }
     }

@@ -42,8 +42,9 @@ class Segments {
     /// R, and its derivatives kept inside for what follows.
     virtual bool linearise(const double* x, const double* q, double* r) = 0;
     /// J_i (m n x m n) and K_i (m n x n), by rows, in scaled variables: element (a, b) times
-    /// scale_b / scale_a.
-    virtual void blocks(std::size_t i, const double* scale, double* inner, double* first) const = 0;
+    /// scale_b / scale_a. Neighbours in a row are `stride` apart.
+    virtual void blocks(std::size_t i, const double* scale, std::size_t stride, double* inner,
+                        double* first) const = 0;
     /// C, by rows: equations() x scalars().
     virtual const double* scalar_columns() const = 0;
     /// out += R_x v; out += R_x' w.

@@ -138,12 +138,13 @@ void Shooting::keep_derivatives(std::size_t i) {
     divergence_ += u_.back();
 }
 
-void Shooting::blocks(std::size_t i, const double* scale, double* inner, double* first) const {
+void Shooting::blocks(std::size_t i, const double* scale, std::size_t stride, double* inner,
+                      double* first) const {
     for (std::size_t a = 0; a < n_; ++a) {
         for (std::size_t b = 0; b < n_; ++b) {
             const double unscaled = map(i)[a * n_ + b] * scale_[a] / scale_[b];
-            first[a * n_ + b] = -unscaled * scale[b] / scale[a];
-            inner[a * n_ + b] = a == b ? 1 : 0;
+            first[(a * n_ + b) * stride] = -unscaled * scale[b] / scale[a];
+            inner[(a * n_ + b) * stride] = a == b ? 1 : 0;
         }
     }
 }

@@ -33,7 +33,8 @@ class Shooting final : public Segments {
 
     bool residual(const double* x, const double* q, double* r) override;
     bool linearise(const double* x, const double* q, double* r) override;
-    void blocks(std::size_t i, const double* scale, double* inner, double* first) const override;
+    void blocks(std::size_t i, const double* scale, std::size_t stride, double* inner,
+                double* first) const override;
     const double* scalar_columns() const override { return columns_.data(); }
     void apply(const double* v, double* out) const override;
     void apply_transposed(const double* w, double* out) const override;

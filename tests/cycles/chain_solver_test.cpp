@@ -29,14 +29,16 @@ class GivenSegments : public Segments {
     void set_mesh(const std::vector<double>&) override {}
     bool residual(const double*, const double*, double*) override { return false; }
     bool linearise(const double*, const double*, double*) override { return false; }
-    void blocks(std::size_t i, const double* scale, double* inner, double* first) const override {
+    void blocks(std::size_t i, const double* scale, std::size_t stride, double* inner,
+                double* first) const override {
         const std::size_t height = m_ * n_;
         for (std::size_t a = 0; a < height; ++a) {
             for (std::size_t b = 0; b < height; ++b)
-                inner[a * height + b] =
+                inner[(a * height + b) * stride] =
                     J[(i * height + a) * height + b] * scale[b % n_] / scale[a % n_];
             for (std::size_t b = 0; b < n_; ++b)
-                first[a * n_ + b] = K[(i * height + a) * n_ + b] * scale[b] / scale[a % n_];
+                first[(a * n_ + b) * stride] =
+                    K[(i * height + a) * n_ + b] * scale[b] / scale[a % n_];
         }
     }
     const double* scalar_columns() const override { return nullptr; }
