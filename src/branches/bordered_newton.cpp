@@ -29,6 +29,18 @@ constexpr double rounding_level = 1e-8;    // which is below this
 
 }  // namespace
 
+bool BorderedNewton::factor(const double* row) {
+    if (!problem_.factor({0, row, nullptr})) return factors_ = 0, false;
+    factors_ = problem_.kept_factors();
+    if (factors_ != 0) factored_row_.assign(row, row + problem_.unknowns());
+    return true;
+}
+
+bool BorderedNewton::has_factors(const double* row) const {
+    return factors_ != 0 && factors_ == problem_.kept_factors() &&
+           std::equal(factored_row_.begin(), factored_row_.end(), row);
+}
+
 BorderedNewton::Outcome BorderedNewton::step(std::vector<double>& z, const double* row,
                                              double value, bool keep_factors, Report& report) {
     const std::size_t n = problem_.unknowns();
@@ -40,18 +52,30 @@ BorderedNewton::Outcome BorderedNewton::step(std::vector<double>& z, const doubl
     double along = -value;
     for (std::size_t i = 0; i < n; ++i) along += row[i] * z[i];
     step_[n - 1] = along;
-    if (!keep_factors && !problem_.factor({0, row, nullptr})) return Outcome::singular;
+    if (!keep_factors && !factor(row)) return Outcome::singular;
     problem_.solve(step_.data());
     for (std::size_t i = 0; i < n; ++i) z[i] -= step_[i];
     return Outcome::converged;
 }
 
 BorderedNewton::Report BorderedNewton::correct(std::vector<double>& z, const double* row,
-                                               double value, const Metric& metric) {
+                                               double value, const Metric& metric, bool again) {
+    if (again && has_factors(row)) {
+        start_ = z;
+        const Report report = iterate(z, row, value, metric, true);
+        if (report) return report;
+        z = start_;
+    }
+    return iterate(z, row, value, metric, false);
+}
+
+// With factors that are kept from the beginning they have to serve to the end.
+BorderedNewton::Report BorderedNewton::iterate(std::vector<double>& z, const double* row,
+                                               double value, const Metric& metric, bool kept) {
     Report report;
     double before = 0;
     int slow_steps = 0;
-    bool keep_factors = false;
+    bool keep_factors = kept;
     for (int k = 1; k <= most_iterations; ++k) {
         report.outcome = step(z, row, value, keep_factors, report);
         report.iterations = k;
@@ -67,8 +91,9 @@ BorderedNewton::Report BorderedNewton::correct(std::vector<double>& z, const dou
         }
         if (k > 1 && size >= stagnation * before && size < rounding_level) return report;
         if (k > 1 && size > slow * before && ++slow_steps == 2) break;
-        keep_factors = problem_.keeps_factors() &&
+        keep_factors = problem_.kept_factors() != 0 &&
                        (k == 1 ? size < small_correction : size < fast_contraction * before);
+        if (kept && !keep_factors) break;
         before = size;
     }
     report.outcome = Outcome::diverged;
@@ -82,7 +107,7 @@ BorderedNewton::Outcome BorderedNewton::tangent(const double* z, const double* r
     step_.resize(n);
     if (!problem_.linearise(z, step_.data())) return Outcome::not_computable;
     residual = largest(step_.data(), n - 1);
-    if (!problem_.factor({0, row, nullptr})) return Outcome::singular;
+    if (!factor(row)) return Outcome::singular;
     std::fill(step_.begin(), step_.end(), 0.0);
     step_[n - 1] = 1;
     problem_.solve(step_.data());

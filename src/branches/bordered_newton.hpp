@@ -24,8 +24,10 @@ class BorderedNewton {
 
     explicit BorderedNewton(Problem& problem, double tol = 1e-10) : problem_(problem), tol_(tol) {}
 
-    /// Moves z to the solution nearby. `row` holds N + 1 numbers.
-    Report correct(std::vector<double>& z, const double* row, double value, const Metric& metric);
+    /// Moves z to the solution nearby. `row` holds N + 1 numbers. `again`: z is close to where the
+    /// matrix was factored last, so that its factors may serve here too if it had the same row.
+    Report correct(std::vector<double>& z, const double* row, double value, const Metric& metric,
+                   bool again = false);
 
     /// The tangent at z: F_z t = 0, <row, t> > 0, |t| = 1; z is linearised here, and the matrix
     /// bordered by the row stays factored. `residual` becomes the largest |F_i|.
@@ -36,9 +38,16 @@ class BorderedNewton {
     Outcome step(std::vector<double>& z, const double* row, double value, bool keep_factors,
                  Report& report);
 
+    Report iterate(std::vector<double>& z, const double* row, double value, const Metric& metric,
+                   bool kept);
+    bool factor(const double* row);
+    bool has_factors(const double* row) const;
+
     Problem& problem_;
     double tol_;
-    std::vector<double> step_;
+    std::vector<double> step_, start_;
+    std::vector<double> factored_row_;
+    std::size_t factors_ = 0;  // that have this row; 0: none
 };
 
 }  // namespace trajex

@@ -28,8 +28,9 @@ constexpr double narrow = 1e-4;           // half width of the bracket around a 
 constexpr double coincidence = 1e-6;      // and the least one; roots closer than this,
 constexpr double coincident_part = 1e-3;  // or this part of the step, are not separated
 constexpr double near_prediction =
-    0.1;                     // distance from the prediction over the width of the bracket
-constexpr int deepest = 24;  // nested intervals in one step,
+    0.1;                              // distance from the prediction over the width of the bracket
+constexpr double same_factors = 0.1;  // part of a step over which equations change little
+constexpr int deepest = 24;           // nested intervals in one step,
 constexpr std::size_t most_evaluations = 1600;  // and linearisations made to search it
 constexpr double near_crossing = 0.5;           // multipliers of 1.6 or 1 / 1.6
 constexpr int most_root_steps = 80;
@@ -51,17 +52,17 @@ void Sampler::count(int solves) {
     work_ += static_cast<double>(solves) * static_cast<double>(problem_.unknowns());
 }
 
-bool Sampler::correct(Sample& out, const double* row, double value) {
-    out.newton = newton_.correct(out.z, row, value, metric_);
+bool Sampler::correct(Sample& out, const double* row, double value, bool again) {
+    out.newton = newton_.correct(out.z, row, value, metric_, again);
     count(out.newton.iterations);
     return static_cast<bool>(out.newton);
 }
 
 bool Sampler::correct_along(Sample& out, const std::vector<double>& direction,
-                            const std::vector<double>& from, double s) {
+                            const std::vector<double>& from, double s, bool again) {
     row_.resize(direction.size());
     metric_.row(direction.data(), row_.data());
-    return correct(out, row_.data(), dot(row_, from) + s);
+    return correct(out, row_.data(), dot(row_, from) + s, again);
 }
 
 bool Sampler::complete(Sample& out, const std::vector<double>& direction, int sigma, double sure) {
@@ -118,7 +119,9 @@ bool Sampler::between(const Sample& lo, const Sample& hi, double s, Sample& out)
         out.z[i] = h00 * lo.z[i] + h10 * lo.tangent[i] / lo_cosine + h01 * hi.z[i] +
                    h11 * hi.tangent[i] / hi_cosine;
     predicted_ = out.z;
-    return correct_along(out, a_->tangent, a_->z, s) &&
+    const bool near = std::abs(s - factored_at_) <= same_factors * (b_->s - a_->s);
+    factored_at_ = s;
+    return correct_along(out, a_->tangent, a_->z, s, near && share_factors_) &&
            metric_.distance(out.z.data(), predicted_.data()) <= near_prediction * width &&
            complete(out, a_->tangent, a_->marks.sigma, sure_sign);
 }
@@ -129,10 +132,8 @@ bool Sampler::near(const Sample& lo, const Sample& hi, double s, double shift, S
 }
 
 bool Sampler::refine(Sample& sample) {
-    const std::vector<double> direction = sample.tangent;
-    predicted_ = sample.z;
-    return correct_along(sample, direction, predicted_, 0) &&
-           complete(sample, direction, sample.marks.sigma, sure_sign);
+    return correct_along(sample, a_->tangent, a_->z, sample.s) &&
+           complete(sample, a_->tangent, sample.marks.sigma, sure_sign);
 }
 
 // ---- Roots ----
@@ -219,6 +220,7 @@ class Search {
             intervals_.pop_back();
             look(next.a, next.b, next.depth);
         }
+        sampler_.share_factors(false);
         for (const Interval& rest : intervals_) {
             const Decoded what = sampler_.decode(rest.a, rest.b);
             if (what.count() > 0 || !what.consistent)
@@ -331,7 +333,9 @@ void Search::around(const Sample& a, const Sample& b, const Decoded& what, const
     if (inner.consistent && inner.count() == 1) {
         Sample at;
         if (!sampler_.near(before, after, root.s, 1e-3 * (hi - lo), at)) at = before;
-        if (!inner.branch && !inner.curved && !inner.real_pairs) sampler_.refine(at);
+        const bool refined_later = sampler_.problem().location_tolerance() > 0;
+        if (!refined_later && !inner.branch && !inner.curved && !inner.real_pairs)
+            sampler_.refine(at);
         if (!first) later(a, before, depth + 1);
         if (far_from_crossing(inner, at))
             blur(inner, before, after, "no multiplier comes near the unit circle");
@@ -361,6 +365,7 @@ void Search::look(const Sample& a, const Sample& b, int depth) {
     const SampleFunction phi = what.consistent ? test_function(what, a, b) : SampleFunction{};
     if (!phi) return split(a, b, what, depth);
     const bool singular = what.branch || what.curved || what.real_pairs;
+    sampler_.share_factors(!singular);
     const double least = sampler_.problem().location_tolerance();
     const Root root = find_root(sampler_, phi, a, b, std::max(singular ? 1e-8 : 0, least) * step_);
     if (!root.found) return split(a, b, what, depth);

@@ -48,13 +48,16 @@ class Sampler {
     void set_noise(double moved, double h) { noise_ = std::max(2 * moved / h, 0.7 * noise_); }
 
     /// The step goes from a to b; both must live as long as samples are taken.
-    void set_step(const Sample& a, const Sample& b) { a_ = &a, b_ = &b; }
+    void set_step(const Sample& a, const Sample& b) { a_ = &a, b_ = &b, factored_at_ = b.s; }
+    /// Whether samples close together may be corrected with the factors of the one before: not
+    /// around a branch point, near which the equations are singular.
+    void share_factors(bool yes) { share_factors_ = yes; }
 
     /// Corrects out.z in the hyperplane <row, z> = value.
-    bool correct(Sample& out, const double* row, double value);
+    bool correct(Sample& out, const double* row, double value, bool again = false);
     /// Corrects out.z with <direction, z - from> = s.
     bool correct_along(Sample& out, const std::vector<double>& direction,
-                       const std::vector<double>& from, double s);
+                       const std::vector<double>& from, double s, bool again = false);
     /// Tangent (oriented by `direction`), exponents, tests, marks of the solution out.z. Where
     /// dp/ds vanishes its sign is that of `sigma`. False: F_z is singular there.
     bool complete(Sample& out, const std::vector<double>& direction, int sigma,
@@ -86,6 +89,8 @@ class Sampler {
     EventNames names_;
     const Sample* a_ = nullptr;
     const Sample* b_ = nullptr;
+    bool share_factors_ = false;
+    double factored_at_ = 0;  // place of the step where the equations were factored last
     std::vector<double> row_, predicted_;
     std::size_t evaluations_ = 0;
     double work_ = 0;

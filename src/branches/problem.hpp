@@ -137,9 +137,10 @@ class Problem {
     virtual void apply_transposed(const double* w, double* out) const = 0;
     /// Factors the bordered matrix. False: singular to working precision.
     virtual bool factor(const Border& border) = 0;
-    /// Whether factors are so much dearer than F that an iteration does well to keep them for more
-    /// than one step. `residual` leaves them as they are then.
-    virtual bool keeps_factors() const { return false; }
+    /// Where factors are so much dearer than F that an iteration does well to keep them for more
+    /// than one step: a number that is another one after every factorisation. `residual` and
+    /// `linearise` leave the factors as they are then. 0: they are not to be kept.
+    virtual std::size_t kept_factors() const { return 0; }
     /// Solves with the factored matrix (or its transpose), in place, N + d + extra numbers.
     virtual void solve(double* rhs) const = 0;
     virtual void solve_transposed(double* rhs) const = 0;

@@ -51,7 +51,7 @@ std::vector<double> CycleProblem::start() const {
     return z;
 }
 
-double CycleProblem::period_of(const double* z) const {
+double CycleProblem::period(const double* z) const {
     return timing_.autonomous() ? z[state_size()] : segments_.rate().period();
 }
 
@@ -198,6 +198,7 @@ void CycleProblem::apply_transposed(const double* w, double* out) const {
 
 const Condensation* CycleProblem::condensation() {
     if (!condensed_) {
+        ++factors_;
         condensable_ = condensation_.factor(segments_, scale_);
         if (condensable_) chain_.factor(condensation_);
         condensed_ = true;
@@ -207,6 +208,7 @@ const Condensation* CycleProblem::condensation() {
 
 bool CycleProblem::factor(const Border& border) {
     if (condensation() == nullptr) return false;
+    ++factors_;
     const std::size_t scalars = segments_.scalars();
     const std::size_t k = scalars + border.extra;
     const std::size_t size = state_size();
@@ -350,7 +352,7 @@ bool CycleProblem::accepted(std::vector<double>& z, std::vector<double>& tangent
     remember(z.data());
     if (accepted_count_ % scale_interval == 0) {
         take_scales(z.data(), false);
-        if (timing_.autonomous()) period_scale_ = period_of(z.data());
+        if (timing_.autonomous()) period_scale_ = period(z.data());
         condensed_ = false;
     }
     const bool changed = adapt_mesh(z, {&tangent, &bend}, false);
@@ -362,7 +364,7 @@ bool CycleProblem::accepted(std::vector<double>& z, std::vector<double>& tangent
 
 void CycleProblem::remember(const double* z) {
     if (past_.size() == past_length) past_.erase(past_.begin());
-    past_.push_back({vary_.empty() ? 0 : parameter_of(z), period_of(z), amplitude(z)});
+    past_.push_back({vary_.empty() ? 0 : parameter_of(z), period(z), amplitude(z)});
     if (!on_plateau(past_.back())) plateau_ = past_.back();
     remember_symmetries(z);
 }
@@ -435,11 +437,11 @@ double CycleProblem::distance_of_orbit(const double* z, const double* scalars,
 }
 
 std::string_view CycleProblem::end(const double* z, Finding& finding) {
-    const double period = period_of(z);
+    const double T = period(z);
     if (timing_.autonomous()) {
         if (hopf_end(z, finding)) return "hopf";
         if (homoclinic()) return "homoclinic_suspected";
-        if (period >= settings_.max_period) return "period_bound";
+        if (T >= settings_.max_period) return "period_bound";
     }
     for (std::size_t k = 0; k < state_size(); ++k) {
         if (std::fabs(z[k]) > settings_.norm_bound * first_scale_[k % n_]) return "norm_bound";

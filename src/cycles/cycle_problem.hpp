@@ -52,6 +52,7 @@ class CycleProblem final : public Problem {
     /// The unknowns at the start; those of an orbit with the present mesh, and back.
     std::vector<double> start() const;
     Orbit orbit(const double* z) const;
+    double period(const double* z) const;
 
     /// Places intervals, and changes their number, where the cycle z asks for it. True: it was
     /// done, z and the directions (which may be empty) are those of the new mesh.
@@ -84,7 +85,7 @@ class CycleProblem final : public Problem {
     void apply(const double* v, double* out) const override;
     void apply_transposed(const double* w, double* out) const override;
     bool factor(const Border& border) override;
-    bool keeps_factors() const override { return true; }
+    std::size_t kept_factors() const override { return factors_; }
     void solve(double* rhs) const override;
     void solve_transposed(double* rhs) const override;
     int determinant_sign() const override { return bordered_.determinant_sign(); }
@@ -114,7 +115,6 @@ class CycleProblem final : public Problem {
   private:
     std::size_t state_size() const { return segments_.equations(); }
     std::size_t phase_rows() const { return timing_.autonomous() ? 1 : 0; }
-    double period_of(const double* z) const;
     double parameter_of(const double* z) const {
         return z[state_size() + segments_.scalars() - vary_.size()];
     }
@@ -161,6 +161,7 @@ class CycleProblem final : public Problem {
     // Linear algebra at the point of the last `linearise`.
     bool condensed_ = false;
     bool condensable_ = false;
+    std::size_t factors_ = 0;
     Condensation condensation_;
     ChainFactors chain_;
     BorderedChain<double> bordered_;

@@ -124,6 +124,7 @@ std::unique_ptr<CycleProblem> CycleProblem::refine(Finding& finding, std::vector
     constexpr std::size_t most_intervals = 1600;
     std::unique_ptr<CycleProblem> finest;
     Finding place = finding;  // with the mesh of the level
+    RefinedPoint refined;
     double before = HUGE_VAL;
     for (int level = 0; level < levels; ++level) {
         const CycleProblem& coarse = finest ? *finest : *this;
@@ -132,10 +133,10 @@ std::unique_ptr<CycleProblem> CycleProblem::refine(Finding& finding, std::vector
         std::vector<double> tangent;
         std::unique_ptr<CycleProblem> fine = coarse.halved(place, start, tangent);
         if (!fine) break;
-        const RefinedPoint refined = refine_event(*fine, start, tangent, finding);
+        refined = refine_event(*fine, start, tangent, finding, refined);
         finding.work += refined.work;
         const double p = finding.z.back();
-        const double T = period_of(finding.z.data());
+        const double T = period(finding.z.data());
         if (!take_refined(finding, refined)) {
             if (level == 0) reject(finding, "it is not found again on a finer mesh");
             break;
@@ -167,7 +168,7 @@ void CycleProblem::refine_branch_point(Finding& finding) const {
         fine->linearise(crossing.z.data(), residual.data())) {
         refined.found = true;
         refined.parameter = crossing.z.back();
-        refined.period = fine->period_of(crossing.z.data());
+        refined.period = fine->period(crossing.z.data());
         fine->spectrum(refined.spectrum);
     }
     if (!take_refined(finding, refined)) return;

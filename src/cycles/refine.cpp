@@ -41,7 +41,8 @@ class EventFunction {
     bool at(double s, double& phi) {
         z = z0_;
         for (std::size_t k = 0; k < z.size(); ++k) z[k] += s * tangent_[k];
-        const BorderedNewton::Report report = newton_.correct(z, row_.data(), value_ + s, metric_);
+        const BorderedNewton::Report report =
+            newton_.correct(z, row_.data(), value_ + s, metric_, true);
         work += static_cast<double>(report.iterations + 1) * static_cast<double>(z.size());
         if (!report) return false;
         double residual = 0;
@@ -55,6 +56,7 @@ class EventFunction {
     }
 
     const std::vector<double>& tangent() const { return direction_; }
+    double period() const { return problem_.period(z.data()); }
     /// The logarithm of the modulus of the critical multiplier; NaN: there is none of its kind.
     double critical() const {
         double nearest = std::numeric_limits<double>::quiet_NaN();
@@ -65,8 +67,6 @@ class EventFunction {
         }
         return nearest;
     }
-    /// A value of the function that may be called zero.
-    double small() const { return by_slope_ ? HUGE_VAL : 1e-9; }
     std::vector<double> z;
     Spectrum spectrum;
     double work = 0;
@@ -81,24 +81,27 @@ class EventFunction {
     Exponent::Kind kind_;
 };
 
-// False: no root nearby.
-bool find_root(EventFunction& event, double first_step) {
+// False: no root nearby. The first step is `slope` to the root of the tangent where that is known
+// (not 0), else a small one.
+bool find_root(EventFunction& event, double first_step, double& slope) {
     constexpr double farthest = 1e-2;
+    constexpr double close = 1e-11;
     constexpr int most_steps = 15;
     double s0 = 0;
-    double s1 = first_step;
     double f0 = 0;
     double f1 = 0;
-    if (!event.at(s0, f0) || !event.at(s1, f1)) return false;
+    if (!event.at(s0, f0)) return false;
+    double s1 = slope != 0 ? -f0 / slope : first_step;
+    if (!(std::fabs(s1) <= farthest) || !event.at(s1, f1)) return false;
     for (int i = 0; i < most_steps && f1 != f0; ++i) {
-        const double s = s1 - f1 * (s1 - s0) / (f1 - f0);
-        if (!(std::fabs(s) <= farthest)) return false;
+        if (i > 0 || slope == 0) slope = (f1 - f0) / (s1 - s0);
+        const double step = -f1 / slope;
+        if (std::fabs(step) <= close || std::fabs(f1) <= 1e-13) return true;
+        if (!(std::fabs(s1 + step) <= farthest)) return false;
         s0 = s1;
         f0 = f1;
-        s1 = s;
+        s1 += step;
         if (!event.at(s1, f1)) return false;
-        if (std::fabs(s1 - s0) <= 1e-8 && std::fabs(f1) <= event.small()) return true;
-        if (std::fabs(f1) <= 1e-13) return true;
     }
     return std::fabs(s1 - s0) <= 1e-8;
 }
@@ -108,20 +111,24 @@ bool find_root(EventFunction& event, double first_step) {
 // Where dp/ds is small all around a fold, as next to a canard, its zero says little of the place:
 // there the multiplier passes 1 the more sharply.
 RefinedPoint refine_event(CycleProblem& fine, const std::vector<double>& z,
-                          const std::vector<double>& tangent, const Finding& finding) {
+                          const std::vector<double>& tangent, const Finding& finding,
+                          const RefinedPoint& coarser) {
     RefinedPoint result;
     constexpr double near_crossing = 1e-6;  // what a cycle of the given accuracy may miss 0 by
     const bool fold = finding.type == "LPC";
     for (const bool by_slope : {true, false}) {
         if (by_slope && !fold) continue;
+        double slope = coarser.found && coarser.by_slope == by_slope ? coarser.slope : 0;
         for (const double first_step : {1e-4, 1e-6, 1e-8}) {
             EventFunction event(fine, z, tangent, finding, by_slope);
-            result.found = event.prepare() && find_root(event, first_step) &&
+            result.found = event.prepare() && find_root(event, first_step, slope) &&
                            std::fabs(event.critical()) <= near_crossing;
             result.work += event.work;
+            result.slope = std::exchange(slope, 0);
+            result.by_slope = by_slope;
             if (!result.found) continue;
             result.parameter = event.z.back();
-            result.period = fine.orbit(event.z.data()).period;
+            result.period = event.period();
             result.spectrum = event.spectrum;
             result.z = event.z;
             result.tangent = event.tangent();
