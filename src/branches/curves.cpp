@@ -139,13 +139,15 @@ std::vector<BranchPtr> branches_from_branch_point(const BranchPtr& branch, std::
     for (std::size_t i = 0; i < halves.size(); ++i) {
         if (is_image[i]) continue;
         head.image.clear();
+        head.image_signs.clear();
         for (std::size_t k = i + 1; k < halves.size(); ++k) {
             const std::vector<int> signs =
                 problem->mirror(crossing.z.data(), halves[i].z.data(), halves[k].z.data());
-            is_image[k] = is_image[k] || !signs.empty();
-            if (!signs.empty())
-                head.image = "the other half, its mirror image under " +
-                             reflection_text(signs, branch->model->states) + ", is not computed";
+            if (signs.empty()) continue;
+            is_image[k] = true;
+            head.image_signs = signs;
+            head.image = "the other half, its mirror image under " +
+                         reflection_text(signs, branch->model->states) + ", is not computed";
         }
         const std::unique_ptr<Problem> own = problem->clone();
         out.push_back(run_half(head, *own, halves[i].z, halves[i].tangent,

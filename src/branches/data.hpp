@@ -52,6 +52,7 @@ struct BranchData {
     std::shared_ptr<const BranchData> parent_branch;  ///< where that point is,
     std::size_t parent_special = 0;                   ///< and its number there
     std::string image;  ///< the branch that this one stands for too, in words; empty: none
+    std::vector<int> image_signs;  ///< of the variables, which take this branch to that one
     std::shared_ptr<const BranchData> original;  ///< of a branch renamed by a diagram: what it was
     double work = 0;  ///< unknowns of the linear systems solved on the way
     tx::StopReason stop[2];

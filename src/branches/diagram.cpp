@@ -39,9 +39,9 @@ bool can_be_entered(std::string_view type) {
 /// Whether two records are of the same point of two branches. A Hopf point at which a branch of
 /// cycles ends is that of the equilibria: there the cycle is a point, and its period no property
 /// of it.
-bool same_point(const SpecialData& a, const SpecialData& b, double width, std::size_t parameter) {
+bool same_point(const SpecialData& a, const Description& p, const SpecialData& b, double width,
+                std::size_t parameter) {
     if (a.finding.type != b.finding.type) return false;
-    const Description& p = a.point.description;
     const Description& q = b.point.description;
     constexpr double close = 1e-5;
     if (std::abs(p.parameters[parameter] - q.parameters[parameter]) > close * width) return false;
@@ -156,8 +156,8 @@ class Explorer {
                 origin.parent.empty() ? "start" : origin.parent,
                 "no branch, " + std::string(found.stop[0].text()) + ": " + found.stop_detail[0]);
         }
-        if (const BranchData* old = branch_of_all_points(found)) {
-            return refuse(origin.parent, "leads to " + old->id);
+        if (const KnownBranch old = branch_of_all_points(found)) {
+            return refuse(origin.parent, "leads to " + old.name());
         }
         diagram_.add(without_known_points(branch));
         const tx::Branch& added = diagram_.branches().back();
@@ -170,12 +170,12 @@ class Explorer {
     }
 
     /// The known branch that a branch runs along with all its points.
-    const BranchData* branch_of_all_points(const BranchData& branch) const {
-        const BranchData* last = nullptr;
+    KnownBranch branch_of_all_points(const BranchData& branch) const {
+        KnownBranch last;
         for (std::size_t i = 0; i < branch.size(); ++i) {
             const PointData point = point_of(branch, i);
             last = known_->branch_through(branch.solution, branch.vary, point.description);
-            if (last == nullptr) return nullptr;
+            if (!last) return {};
         }
         return last;
     }
@@ -187,9 +187,13 @@ class Explorer {
         const std::string name = branch_id(diagram_.size());
         const double width = options_.window.hi - options_.window.lo;
         std::erase_if(data->specials, [&](const SpecialData& special) {
+            const Description& here = special.point.description;
+            const Description image = mirrored(here, data->image_signs);
             for (const tx::Special& old : diagram_.specials()) {
-                if (!same_point(special, tx::Access::data(old), width, parameter_)) continue;
-                refuse(name, "passes through " + old.id());
+                const SpecialData& known = tx::Access::data(old);
+                const bool same = same_point(special, here, known, width, parameter_);
+                if (!same && !same_point(special, image, known, width, parameter_)) continue;
+                refuse(name, "passes through " + old.id() + (same ? "" : "'s mirror image"));
                 if (special.finding.type == "H") families_.emplace(old.id(), name);
                 return true;
             }

@@ -42,14 +42,13 @@ tx::Point public_point(const BranchHead& head, const TracePoint& point) {
 // Two points in a row on a known branch: the run is on it.
 std::function<std::string(const TracePoint&)> known_branches(const BranchHead& head) {
     if (!head.options.known) return {};
-    return
-        [&head, last = static_cast<const BranchData*>(nullptr)](const TracePoint& point) mutable {
-            const BranchData* branch =
-                head.options.known->branch_through(head.solution, head.vary, point.description);
-            const bool again = branch != nullptr && branch == last;
-            last = branch;
-            return again ? branch->id : std::string();
-        };
+    return [&head, last = KnownBranch()](const TracePoint& point) mutable {
+        const KnownBranch branch =
+            head.options.known->branch_through(head.solution, head.vary, point.description);
+        const bool again = branch && branch == last;
+        last = branch;
+        return again ? branch.name() : std::string();
+    };
 }
 
 RunSettings settings_of(const BranchHead& head) {
@@ -83,6 +82,7 @@ class Assembly {
         branch_.options = head.options;
         branch_.parent = head.parent;
         branch_.image = head.image;
+        branch_.image_signs = head.image_signs;
         begin_columns(branch_);
     }
 

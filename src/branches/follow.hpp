@@ -21,6 +21,7 @@ struct BranchHead {
     tx::Options options;
     std::string parent{};  ///< id of the special point that it starts from
     std::string image{};   ///< the branch that it stands for too, in words
+    std::vector<int> image_signs{};
     /// The name of the known branch that a point belongs to; empty: none.
     std::function<std::string(const TracePoint&)> known{};
 };

@@ -93,20 +93,40 @@ class ChordCubic {
 
 }  // namespace
 
+Description mirrored(Description cycle, const std::vector<int>& signs) {
+    for (std::size_t i = 0; i < signs.size(); ++i) {
+        if (signs[i] > 0) continue;
+        cycle.state[i] = -cycle.state[i];
+        std::swap(cycle.low[i], cycle.high[i]);
+        cycle.low[i] = -cycle.low[i];
+        cycle.high[i] = -cycle.high[i];
+    }
+    return cycle;
+}
+
 std::int64_t KnownSolutions::cell_of(double parameter) const {
     return static_cast<std::int64_t>(std::floor(parameter / cell_width_));
 }
 
 void KnownSolutions::add(const std::shared_ptr<const BranchData>& branch) {
     if (branch->size() < 2) return;
-    Curve curve{branch, {}, {}};
-    for (const tx::Window& window : branch->windows) curve.windows.push_back(window.hi - window.lo);
-    for (std::size_t i = 0; i < branch->size(); ++i) {
-        Vector signature =
-            signature_of(branch->solution, branch->vary, point_of(*branch, i).description);
-        const bool repeated = i > 0 && signature == curve.signatures.back();
-        if (!repeated) curve.signatures.push_back(std::move(signature));
+    for (const bool image : {false, true}) {
+        if (image && branch->image_signs.empty()) continue;
+        Curve curve{branch, image, {}, {}};
+        for (const tx::Window& window : branch->windows)
+            curve.windows.push_back(window.hi - window.lo);
+        for (std::size_t i = 0; i < branch->size(); ++i) {
+            Description description = point_of(*branch, i).description;
+            if (image) description = mirrored(std::move(description), branch->image_signs);
+            Vector signature = signature_of(branch->solution, branch->vary, description);
+            const bool repeated = i > 0 && signature == curve.signatures.back();
+            if (!repeated) curve.signatures.push_back(std::move(signature));
+        }
+        add(std::move(curve));
     }
+}
+
+void KnownSolutions::add(Curve curve) {
     if (cell_width_ == 0) cell_width_ = curve.windows[0] / cells_of_window;
 
     for (std::size_t i = 0; i + 1 < curve.signatures.size(); ++i) {
@@ -162,20 +182,19 @@ bool KnownSolutions::on_segment(const Curve& curve, std::size_t point, const Vec
     return nearest <= tolerance(length);
 }
 
-const BranchData* KnownSolutions::branch_through(SolutionKind solution,
-                                                 std::span<const std::size_t> vary,
-                                                 const Description& description) const {
-    if (curves_.empty()) return nullptr;
+KnownBranch KnownSolutions::branch_through(SolutionKind solution, std::span<const std::size_t> vary,
+                                           const Description& description) const {
+    if (curves_.empty()) return {};
     const auto cell = cells_.find(cell_of(description.parameters[vary[0]]));
-    if (cell == cells_.end()) return nullptr;
+    if (cell == cells_.end()) return {};
     const Vector signature = signature_of(solution, vary, description);
     for (const Segment& segment : cell->second) {
         const Curve& curve = curves_[segment.curve];
         const BranchData& branch = *curve.branch;
         if (branch.solution != solution || !std::ranges::equal(branch.vary, vary)) continue;
-        if (on_segment(curve, segment.point, signature)) return &branch;
+        if (on_segment(curve, segment.point, signature)) return {&branch, curve.image};
     }
-    return nullptr;
+    return {};
 }
 
 }  // namespace trajex

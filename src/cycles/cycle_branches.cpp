@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "branches/follow.hpp"
+#include "cycles/cycle_points.hpp"
 #include "cycles/cycle_problem.hpp"
 #include "cycles/starts.hpp"
 #include "tx/error.hpp"
@@ -102,7 +103,22 @@ std::unique_ptr<Problem> make_cycle_problem(const PointData& point,
                                             const tx::Options& options, std::vector<double>& z) {
     std::unique_ptr<CycleProblem> problem = problem_at(point, vary, windows, options);
     z = problem->start();
-    return problem;
+    // A single cycle is computed to more digits, on a finer mesh, than a family asks for.
+    constexpr double much_finer = 0.01;
+    std::vector<double> residual(problem->equations());
+    if (point.description.mesh_error > much_finer * options.mesh_tol ||
+        !problem->linearise(z.data(), residual.data())) {
+        return problem;
+    }
+    std::vector<double> moved = z;
+    if (!problem->adapt_mesh(moved, {}, true) ||
+        !correct_at_fixed_parameters(*problem, moved, options.tol)) {
+        return problem_at(point, vary, windows, options);
+    }
+    PointData start = point;
+    start.description.orbit = std::make_shared<Orbit>(problem->orbit(moved.data()));
+    z = std::move(moved);
+    return problem_at(start, vary, windows, options);
 }
 
 namespace {

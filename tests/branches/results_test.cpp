@@ -230,7 +230,7 @@ TEST(KnownSolutions, CurvesAreRecognisedWhateverTheirPoints) {
         std::size_t count = 0;
         for (std::size_t i = 0; i < branch.size(); ++i) {
             const Description solution = tx::Access::data(branch.point(i)).description;
-            count += known.branch_through(SolutionKind::equilibrium, vary, solution) != nullptr;
+            count += known.branch_through(SolutionKind::equilibrium, vary, solution) ? 1U : 0U;
         }
         return count;
     };
