@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "core/sized.hpp"
+
 namespace trajex {
 
 namespace {
@@ -17,33 +19,31 @@ double* parts_of(std::complex<double>* x) {
 }
 
 // y -= A x and y -= A' x for a real n x n block with rows `stride` apart.
-template <class Scalar>
-void subtract_product(const double* A, std::size_t n, std::size_t stride, const Scalar* x,
-                      Scalar* y) {
+template <class Size, class Scalar>
+void subtract_product(const double* A, Size n, std::size_t stride, const Scalar* x, Scalar* y) {
     for (std::size_t a = 0; a < n; ++a) {
         Scalar sum{};
         for (std::size_t b = 0; b < n; ++b) sum += A[a * stride + b] * x[b];
         y[a] -= sum;
     }
 }
-template <class Scalar>
-void subtract_transposed(const double* A, std::size_t n, std::size_t stride, const Scalar* x,
-                         Scalar* y) {
+template <class Size, class Scalar>
+void subtract_transposed(const double* A, Size n, std::size_t stride, const Scalar* x, Scalar* y) {
     for (std::size_t a = 0; a < n; ++a) {
         for (std::size_t b = 0; b < n; ++b) y[b] -= A[a * stride + b] * x[a];
     }
 }
 
 // T x = y and T' x = y for an upper triangle, in place.
-template <class Scalar>
-void solve_upper(const double* T, std::size_t n, Scalar* x) {
+template <class Size, class Scalar>
+void solve_upper(const double* T, Size n, Scalar* x) {
     for (std::size_t a = n; a-- > 0;) {
         for (std::size_t b = a + 1; b < n; ++b) x[a] -= T[a * n + b] * x[b];
         x[a] /= T[a * n + a];
     }
 }
-template <class Scalar>
-void solve_upper_transposed(const double* T, std::size_t n, Scalar* x) {
+template <class Size, class Scalar>
+void solve_upper_transposed(const double* T, Size n, Scalar* x) {
     for (std::size_t a = 0; a < n; ++a) {
         x[a] /= T[a * n + a];
         for (std::size_t b = a + 1; b < n; ++b) x[b] -= T[a * n + b] * x[a];
@@ -166,44 +166,49 @@ bool BorderedChain<Scalar>::factor(const Condensation& segments, ChainFactors& c
 // C)_ij.
 template <class Scalar>
 void BorderedChain<Scalar>::condense_borders(const Scalar* rows, const Scalar* corner) {
-    const double* const scale = segments_->scale().data();
-    const std::size_t inner = (m_ - 1) * n_;
-    std::copy_n(corner, k_ * k_, corner_.data());
-    for (std::size_t row = 0; row < k_; ++row) {
-        for (std::size_t i = 0; i < N_; ++i) {
-            const Scalar* const b = rows + (row * N_ + i) * m_ * n_;
-            Scalar* const end = end_rows_.data() + (row * (N_ + 1) + i) * n_;
-            Scalar* const inside =
-                inner == 0 ? nullptr : inner_rows_.data() + (row * N_ + i) * inner;
-            for (std::size_t a = 0; a < n_; ++a) end[a] = b[a] * scale[a];
-            for (std::size_t j = 0; j < inner; ++j) {
-                inside[j] = b[n_ + j] * scale[j % n_];
-                const double* const W = segments_->map(i) + j * n_;
-                for (std::size_t a = 0; a < n_; ++a) end[a] += inside[j] * W[a];
-                const Scalar* const column = columns_.data() + (i * m_ * n_ + j) * k_;
-                for (std::size_t c = 0; c < k_; ++c) corner_[row * k_ + c] -= inside[j] * column[c];
+    with_size(n_, [&](auto n) {
+        const double* const scale = segments_->scale().data();
+        const std::size_t inner = (m_ - 1) * n;
+        std::copy_n(corner, k_ * k_, corner_.data());
+        for (std::size_t row = 0; row < k_; ++row) {
+            for (std::size_t i = 0; i < N_; ++i) {
+                const Scalar* const b = rows + (row * N_ + i) * m_ * n;
+                Scalar* const end = end_rows_.data() + (row * (N_ + 1) + i) * n;
+                Scalar* const inside =
+                    inner == 0 ? nullptr : inner_rows_.data() + (row * N_ + i) * inner;
+                for (std::size_t a = 0; a < n; ++a) end[a] = b[a] * scale[a];
+                for (std::size_t j = 0; j < inner; ++j) {
+                    inside[j] = b[n + j] * scale[j % n];
+                    const double* const W = segments_->map(i) + j * n;
+                    for (std::size_t a = 0; a < n; ++a) end[a] += inside[j] * W[a];
+                    const Scalar* const column = columns_.data() + (i * m_ * n + j) * k_;
+                    for (std::size_t c = 0; c < k_; ++c)
+                        corner_[row * k_ + c] -= inside[j] * column[c];
+                }
             }
         }
-    }
+    });
 }
 
 // The ends x_1 ... x_{N-1} leave the borders: with Y = b_i T_i^-1,
 //     b_0 -= Y U_i,   b_{i+1} -= Y F_i,   D -= Y H_i   (H_i: the columns of q in row i).
 template <class Scalar>
 void BorderedChain<Scalar>::eliminate_borders() {
-    for (std::size_t row = 0; row < k_; ++row) {
-        Scalar* const b = end_rows_.data() + row * (N_ + 1) * n_;
-        for (std::size_t i = 1; i < N_; ++i) {
-            Scalar* const Y = b + i * n_;
-            solve_upper_transposed(chain_->T(i), n_, Y);
-            subtract_transposed(chain_->coupling(i), n_, 2 * n_, Y, b);
-            subtract_transposed(chain_->coupling(i) + n_, n_, 2 * n_, Y, b + (i + 1) * n_);
-            for (std::size_t a = 0; a < n_; ++a) {
-                const Scalar* const H = reduced_.data() + ((i - 1) * n_ + a) * k_;
-                for (std::size_t c = 0; c < k_; ++c) corner_[row * k_ + c] -= Y[a] * H[c];
+    with_size(n_, [&](auto n) {
+        for (std::size_t row = 0; row < k_; ++row) {
+            Scalar* const b = end_rows_.data() + row * (N_ + 1) * n;
+            for (std::size_t i = 1; i < N_; ++i) {
+                Scalar* const Y = b + i * n;
+                solve_upper_transposed(chain_->T(i), n, Y);
+                subtract_transposed(chain_->coupling(i), n, 2 * n, Y, b);
+                subtract_transposed(chain_->coupling(i) + n, n, 2 * n, Y, b + (i + 1) * n);
+                for (std::size_t a = 0; a < n; ++a) {
+                    const Scalar* const H = reduced_.data() + ((i - 1) * n + a) * k_;
+                    for (std::size_t c = 0; c < k_; ++c) corner_[row * k_ + c] -= Y[a] * H[c];
+                }
             }
         }
-    }
+    });
 }
 
 //     x_0          q
@@ -229,94 +234,100 @@ void BorderedChain<Scalar>::fill_dense() {
 
 template <class Scalar>
 void BorderedChain<Scalar>::chain_solve(Scalar* blocks, Scalar* q) const {
-    chain_->reduce(parts_of(blocks), parts);
-    Scalar* const side = dense_side_.data();
-    std::copy_n(blocks + (N_ - 1) * n_, n_, side);
-    for (std::size_t row = 0; row < k_; ++row) {
-        const Scalar* const Y = end_rows_.data() + (row * (N_ + 1) + 1) * n_;
-        Scalar sum = q[row];
-        for (std::size_t a = 0; a < (N_ - 1) * n_; ++a) sum -= Y[a] * blocks[a];
-        side[n_ + row] = sum;
-    }
-    dense_.solve(side);
-    std::copy_n(side + n_, k_, q);
-    Scalar* const x = ends_.data();
-    for (std::size_t a = 0; a < n_; ++a) {
-        x[a] = side[a];
-        x[N_ * n_ + a] = closing_ * side[a];
-    }
-    for (std::size_t i = N_ - 1; i > 0; --i) {
-        Scalar* const at = x + i * n_;
-        for (std::size_t a = 0; a < n_; ++a) {
-            const std::size_t row = (i - 1) * n_ + a;
-            at[a] = blocks[row];
-            for (std::size_t c = 0; c < k_; ++c) at[a] -= reduced_[row * k_ + c] * q[c];
+    with_size(n_, [&](auto n) {
+        chain_->reduce(parts_of(blocks), parts);
+        Scalar* const side = dense_side_.data();
+        std::copy_n(blocks + (N_ - 1) * n, n, side);
+        for (std::size_t row = 0; row < k_; ++row) {
+            const Scalar* const Y = end_rows_.data() + (row * (N_ + 1) + 1) * n;
+            Scalar sum = q[row];
+            for (std::size_t a = 0; a < (N_ - 1) * n; ++a) sum -= Y[a] * blocks[a];
+            side[n + row] = sum;
         }
-        subtract_product(chain_->coupling(i), n_, 2 * n_, x, at);
-        subtract_product(chain_->coupling(i) + n_, n_, 2 * n_, at + n_, at);
-        solve_upper(chain_->T(i), n_, at);
-    }
+        dense_.solve(side);
+        std::copy_n(side + n, k_, q);
+        Scalar* const x = ends_.data();
+        for (std::size_t a = 0; a < n; ++a) {
+            x[a] = side[a];
+            x[N_ * n + a] = closing_ * side[a];
+        }
+        for (std::size_t i = N_ - 1; i > 0; --i) {
+            Scalar* const at = x + i * n;
+            for (std::size_t a = 0; a < n; ++a) {
+                const std::size_t row = (i - 1) * n + a;
+                at[a] = blocks[row];
+                for (std::size_t c = 0; c < k_; ++c) at[a] -= reduced_[row * k_ + c] * q[c];
+            }
+            subtract_product(chain_->coupling(i), n, 2 * n, x, at);
+            subtract_product(chain_->coupling(i) + n, n, 2 * n, at + n, at);
+            solve_upper(chain_->T(i), n, at);
+        }
+    });
 }
 
 template <class Scalar>
 void BorderedChain<Scalar>::solve(Scalar* r, Scalar* t) const {
-    const double* const scale = segments_->scale().data();
-    const std::size_t height = m_ * n_;
-    const std::size_t inner = height - n_;
-    for (std::size_t row = 0; row < N_ * height; ++row) r[row] /= scale[row % n_];
-    segments_->solve(parts_of(r), parts);
-    for (std::size_t i = 0; i < N_; ++i) {
-        const Scalar* const w = r + i * height;
-        std::copy_n(w + inner, n_, blocks_.data() + i * n_);
-        for (std::size_t row = 0; row < k_; ++row) {
-            for (std::size_t j = 0; j < inner; ++j)
-                t[row] -= inner_rows_[(row * N_ + i) * inner + j] * w[j];
+    with_size(n_, [&](auto n) {
+        const double* const scale = segments_->scale().data();
+        const std::size_t height = m_ * n;
+        const std::size_t inner = height - n;
+        for (std::size_t row = 0; row < N_ * height; ++row) r[row] /= scale[row % n];
+        segments_->solve(parts_of(r), parts);
+        for (std::size_t i = 0; i < N_; ++i) {
+            const Scalar* const w = r + i * height;
+            std::copy_n(w + inner, n, blocks_.data() + i * n);
+            for (std::size_t row = 0; row < k_; ++row) {
+                for (std::size_t j = 0; j < inner; ++j)
+                    t[row] -= inner_rows_[(row * N_ + i) * inner + j] * w[j];
+            }
         }
-    }
-    chain_solve(blocks_.data(), t);
-    // Inner points first keep w; then everything moves one point up: point k of the chain stands at
-    // k.
-    for (std::size_t i = N_; i-- > 0;) {
-        Scalar* const w = r + i * height;
-        for (std::size_t j = inner; j-- > 0;) {
-            Scalar sum = w[j];
-            const double* const W = segments_->map(i) + j * n_;
-            for (std::size_t a = 0; a < n_; ++a) sum += W[a] * ends_[i * n_ + a];
-            const Scalar* const column = columns_.data() + (i * height + j) * k_;
-            for (std::size_t c = 0; c < k_; ++c) sum -= column[c] * t[c];
-            w[n_ + j] = sum * scale[j % n_];
+        chain_solve(blocks_.data(), t);
+        // Inner points first keep w; then everything moves one point up: point k of the chain
+        // stands at k.
+        for (std::size_t i = N_; i-- > 0;) {
+            Scalar* const w = r + i * height;
+            for (std::size_t j = inner; j-- > 0;) {
+                Scalar sum = w[j];
+                const double* const W = segments_->map(i) + j * n;
+                for (std::size_t a = 0; a < n; ++a) sum += W[a] * ends_[i * n + a];
+                const Scalar* const column = columns_.data() + (i * height + j) * k_;
+                for (std::size_t c = 0; c < k_; ++c) sum -= column[c] * t[c];
+                w[n + j] = sum * scale[j % n];
+            }
+            for (std::size_t a = 0; a < n; ++a) w[a] = ends_[i * n + a] * scale[a];
         }
-        for (std::size_t a = 0; a < n_; ++a) w[a] = ends_[i * n_ + a] * scale[a];
-    }
+    });
 }
 
 // The steps of chain_solve transposed, in the opposite order; `ends_` holds the coefficients of the
 // x_i and becomes the multipliers of the rows, in `blocks`.
 template <class Scalar>
 void BorderedChain<Scalar>::chain_solve_transposed(Scalar* blocks, Scalar* q) const {
-    Scalar* const c = ends_.data();
-    for (std::size_t i = 1; i < N_; ++i) {
-        Scalar* const w = blocks + (i - 1) * n_;
-        std::copy_n(c + i * n_, n_, w);
-        solve_upper_transposed(chain_->T(i), n_, w);
-        subtract_transposed(chain_->coupling(i), n_, 2 * n_, w, c);
-        subtract_transposed(chain_->coupling(i) + n_, n_, 2 * n_, w, c + (i + 1) * n_);
-        for (std::size_t a = 0; a < n_; ++a) {
-            const Scalar* const H = reduced_.data() + ((i - 1) * n_ + a) * k_;
-            for (std::size_t col = 0; col < k_; ++col) q[col] -= H[col] * w[a];
+    with_size(n_, [&](auto n) {
+        Scalar* const c = ends_.data();
+        for (std::size_t i = 1; i < N_; ++i) {
+            Scalar* const w = blocks + (i - 1) * n;
+            std::copy_n(c + i * n, n, w);
+            solve_upper_transposed(chain_->T(i), n, w);
+            subtract_transposed(chain_->coupling(i), n, 2 * n, w, c);
+            subtract_transposed(chain_->coupling(i) + n, n, 2 * n, w, c + (i + 1) * n);
+            for (std::size_t a = 0; a < n; ++a) {
+                const Scalar* const H = reduced_.data() + ((i - 1) * n + a) * k_;
+                for (std::size_t col = 0; col < k_; ++col) q[col] -= H[col] * w[a];
+            }
         }
-    }
-    Scalar* const side = dense_side_.data();
-    for (std::size_t a = 0; a < n_; ++a) side[a] = c[a] + closing_ * c[N_ * n_ + a];
-    std::copy_n(q, k_, side + n_);
-    dense_.solve_transposed(side);
-    std::copy_n(side, n_, blocks + (N_ - 1) * n_);
-    std::copy_n(side + n_, k_, q);
-    for (std::size_t row = 0; row < k_; ++row) {
-        const Scalar* const Y = end_rows_.data() + (row * (N_ + 1) + 1) * n_;
-        for (std::size_t a = 0; a < (N_ - 1) * n_; ++a) blocks[a] -= Y[a] * q[row];
-    }
-    chain_->restore(parts_of(blocks), parts);
+        Scalar* const side = dense_side_.data();
+        for (std::size_t a = 0; a < n; ++a) side[a] = c[a] + closing_ * c[N_ * n + a];
+        std::copy_n(q, k_, side + n);
+        dense_.solve_transposed(side);
+        std::copy_n(side, n, blocks + (N_ - 1) * n);
+        std::copy_n(side + n, k_, q);
+        for (std::size_t row = 0; row < k_; ++row) {
+            const Scalar* const Y = end_rows_.data() + (row * (N_ + 1) + 1) * n;
+            for (std::size_t a = 0; a < (N_ - 1) * n; ++a) blocks[a] -= Y[a] * q[row];
+        }
+        chain_->restore(parts_of(blocks), parts);
+    });
 }
 
 // With multipliers lambda_i of the condensed rows and v of the borders, those of segment i are

@@ -11,6 +11,7 @@
 #include <cmath>
 #include <utility>
 
+#include "core/sized.hpp"
 #include "linalg/vectors.hpp"
 
 namespace trajex {
@@ -38,33 +39,37 @@ void Collocation::set_mesh(const std::vector<double>& mesh) {
     velocities_.resize(intervals() * n_);
 }
 
-void Collocation::to_gauss(const double* x, double closing, double* out) const {
+// The sums of `weight`[c][j] times point j of each interval; the last point of all is `closing`
+// times the first.
+void Collocation::combine_points(const double (&weight)[GaussRule::m_max][GaussRule::m_max + 1],
+                                 const double* x, double closing, double* out) const {
     const std::size_t m = rule_.m;
-    std::fill_n(out, equations(), 0.0);
-    for (std::size_t i = 0; i < intervals(); ++i) {
-        for (std::size_t c = 0; c < m; ++c) {
-            double* const at = out + (i * m + c) * n_;
-            for (std::size_t j = 0; j <= m; ++j) {
-                const bool closes = j == m && i + 1 == intervals();
-                const double l = rule_.value[c][j] * (closes ? closing : 1);
-                const double* const from = x + point(i, j) * n_;
-                for (std::size_t a = 0; a < n_; ++a) at[a] += l * from[a];
+    with_size(n_, [&](auto n) {
+        double last[GaussRule::m_max];  // weights of the last point of the chain
+        for (std::size_t c = 0; c < m; ++c) last[c] = closing * weight[c][m];
+        for (std::size_t i = 0; i < intervals(); ++i) {
+            const double* const first = x + i * m * n;
+            const bool closes = i + 1 == intervals();
+            const double* const end = closes ? x : first + m * n;
+            for (std::size_t c = 0; c < m; ++c) {
+                double* const at = out + (i * m + c) * n;
+                const double l = closes ? last[c] : weight[c][m];
+                for (std::size_t a = 0; a < n; ++a) at[a] += l * end[a];
+                for (std::size_t j = 0; j < m; ++j) {
+                    for (std::size_t a = 0; a < n; ++a) at[a] += weight[c][j] * first[j * n + a];
+                }
             }
         }
-    }
+    });
+}
+
+void Collocation::to_gauss(const double* x, double closing, double* out) const {
+    std::fill_n(out, equations(), 0.0);
+    combine_points(rule_.value, x, closing, out);
 }
 
 void Collocation::add_slopes(const double* x, double* r) const {
-    const std::size_t m = rule_.m;
-    for (std::size_t i = 0; i < intervals(); ++i) {
-        for (std::size_t c = 0; c < m; ++c) {
-            double* const row = r + (i * m + c) * n_;
-            for (std::size_t j = 0; j <= m; ++j) {
-                const double* const from = x + point(i, j) * n_;
-                for (std::size_t a = 0; a < n_; ++a) row[a] += rule_.slope[c][j] * from[a];
-            }
-        }
-    }
+    combine_points(rule_.slope, x, 1, r);
 }
 
 void Collocation::subtract_rates(double* r) const {
@@ -97,9 +102,11 @@ bool Collocation::linearise(const double* x, const double* q, double* r) {
     for (std::size_t k = 0; k < scalars(); ++k) {
         rate_.scalar_derivatives(points(), tau_.data(), at_gauss_.data(), rates_.data(), k,
                                  work_.data());
-        for (std::size_t row = 0; row < equations(); ++row) {
-            const double h = length(row / (rule_.m * n_));
-            columns_[row * scalars() + k] = -h * work_[row];
+        for (std::size_t i = 0; i < intervals(); ++i) {
+            const double h = length(i);
+            const std::size_t first = i * rule_.m * n_;
+            for (std::size_t row = first; row < first + rule_.m * n_; ++row)
+                columns_[row * scalars() + k] = -h * work_[row];
         }
     }
     for (std::size_t i = 0; i < intervals(); ++i) {
@@ -111,22 +118,24 @@ bool Collocation::linearise(const double* x, const double* q, double* r) {
 
 void Collocation::blocks(std::size_t i, const double* scale, std::size_t stride, double* inner,
                          double* first) const {
-    const std::size_t m = rule_.m;
-    const double h = length(i);
-    for (std::size_t c = 0; c < m; ++c) {
-        const double* const A = jacobian(i * m + c);
-        for (std::size_t a = 0; a < n_; ++a) {
-            double* const inner_row = inner + (c * n_ + a) * m * n_ * stride;
-            double* const first_row = first + (c * n_ + a) * n_ * stride;
-            for (std::size_t j = 0; j <= m; ++j) {
-                double* const row = j == 0 ? first_row : inner_row + (j - 1) * n_ * stride;
-                const double factor = -h * rule_.value[c][j] / scale[a];
-                for (std::size_t b = 0; b < n_; ++b)
-                    row[b * stride] = factor * A[a * n_ + b] * scale[b];
-                row[a * stride] += rule_.slope[c][j];
+    with_size(n_, [&](auto n) {
+        const std::size_t m = rule_.m;
+        const double h = length(i);
+        for (std::size_t c = 0; c < m; ++c) {
+            const double* const A = jacobian(i * m + c);
+            for (std::size_t a = 0; a < n; ++a) {
+                double* const inner_row = inner + (c * n + a) * m * n * stride;
+                double* const first_row = first + (c * n + a) * n * stride;
+                for (std::size_t j = 0; j <= m; ++j) {
+                    double* const row = j == 0 ? first_row : inner_row + (j - 1) * n * stride;
+                    const double factor = -h * rule_.value[c][j] / scale[a];
+                    for (std::size_t b = 0; b < n; ++b)
+                        row[b * stride] = factor * A[a * n + b] * scale[b];
+                    row[a * stride] += rule_.slope[c][j];
+                }
             }
         }
-    }
+    });
 }
 
 void Collocation::apply(const double* v, double* out) const {

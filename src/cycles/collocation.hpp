@@ -47,6 +47,8 @@ class Collocation final : public Segments {
     double length(std::size_t i) const { return mesh_[i + 1] - mesh_[i]; }
     std::size_t point(std::size_t i, std::size_t j) const { return (i * rule_.m + j) % points(); }
     bool take(const double* q);
+    void combine_points(const double (&weight)[GaussRule::m_max][GaussRule::m_max + 1],
+                        const double* x, double closing, double* out) const;
     void subtract_rates(double* r) const;
     void add_slopes(const double* x, double* r) const;
 

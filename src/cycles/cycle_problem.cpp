@@ -13,6 +13,7 @@
 #include <numbers>
 #include <utility>
 
+#include "core/sized.hpp"
 #include "cycles/cycle_points.hpp"
 #include "cycles/fold_form.hpp"
 
@@ -115,21 +116,29 @@ void CycleProblem::take_reference(const double* x) {
     const std::size_t m = rule.m;
     phase_row_.assign(state_size(), 0.0);
     double square = 0;
-    for (std::size_t i = 0; i < segments_.intervals(); ++i) {
-        const double h = segments_.mesh()[i + 1] - segments_.mesh()[i];
-        const auto at = [&](std::size_t j) { return (i * m + j) % segments_.points() * n_; };
-        for (std::size_t c = 0; c < m; ++c) {
-            for (std::size_t a = 0; a < n_; ++a) {
-                double slope = 0;
-                for (std::size_t j = 0; j <= m; ++j) slope += rule.slope[c][j] * x[at(j) + a];
-                const double weighted = rule.weight[c] * slope / (scale_[a] * scale_[a]);
-                square += weighted * slope / h;
-                for (std::size_t j = 0; j <= m; ++j) {
-                    phase_row_[at(j) + a] += rule.value[c][j] * weighted;
-                }
+    with_size(n_, [&](auto n) {
+        std::vector<double> slope(n), weighted(n);
+        for (std::size_t k = 0; k < segments_.points(); ++k) {
+            const std::size_t i = k / m;
+            const std::size_t c = k % m;
+            const double h = segments_.mesh()[i + 1] - segments_.mesh()[i];
+            const double* const first = x + i * m * n;
+            const double* const end = i + 1 == segments_.intervals() ? x : first + m * n;
+            const auto point = [&](std::size_t j) { return j == m ? end : first + j * n; };
+            std::fill_n(slope.data(), n, 0.0);
+            for (std::size_t j = 0; j <= m; ++j) {
+                for (std::size_t a = 0; a < n; ++a) slope[a] += rule.slope[c][j] * point(j)[a];
+            }
+            for (std::size_t a = 0; a < n; ++a) {
+                weighted[a] = rule.weight[c] * slope[a] / (scale_[a] * scale_[a]);
+                square += weighted[a] * slope[a] / h;
+            }
+            for (std::size_t j = 0; j <= m; ++j) {
+                double* const row = &phase_row_[static_cast<std::size_t>(point(j) - x)];
+                for (std::size_t a = 0; a < n; ++a) row[a] += rule.value[c][j] * weighted[a];
             }
         }
-    }
+    });
     const double factor = square > 0 ? 1 / std::sqrt(square) : 1;
     for (double& entry : phase_row_) entry *= factor;
     phase_value_ = 0;
@@ -292,9 +301,11 @@ bool CycleProblem::adapt_mesh(std::vector<double>& z,
     const std::size_t N = segments_.intervals();
     const std::vector<double>& mesh = segments_.mesh();
     monitor_mesh(mesh, n_, m, z.data(), scale_.data(), monitor_);
-    growth_.resize(N);
-    segments_.growth_rates(growth_.data());
-
+    const bool due = eagerly || accepted_count_ >= last_mesh_change_ + 3;
+    if (due || growth_.size() != N) {
+        growth_.resize(N);
+        segments_.growth_rates(growth_.data());
+    }
     const double total = integral(mesh, monitor_.density);
     const double for_growth = std::min(integral(mesh, growth_) / growth_of_interval,
                                        0.5 * static_cast<double>(settings_.most_intervals));
@@ -321,7 +332,6 @@ bool CycleProblem::adapt_mesh(std::vector<double>& z,
         share = std::max(share, monitor_.density[i] * (mesh[i + 1] - mesh[i]));
     }
     share *= static_cast<double>(N) / integral(mesh, monitor_.density);
-    const bool due = eagerly || accepted_count_ >= last_mesh_change_ + 3;
     const bool uneven =
         share > unbalanced && (monitor_.error > too_fine * tolerance || for_growth > 1);
     const bool coarse = monitor_.error > too_coarse * tolerance && share > 1.5;
@@ -340,6 +350,7 @@ bool CycleProblem::adapt_mesh(std::vector<double>& z,
     transfer(z);
     for (std::vector<double>* const direction : directions) transfer(*direction);
     segments_.set_mesh(places);
+    growth_.clear();
     condensed_ = false;
     last_mesh_change_ = accepted_count_;
     take_reference(z.data());

@@ -106,17 +106,22 @@ void Orbit::extremes(double* low, double* high) const {
             low[a] = std::min(low[a], x[k * states + a]);
             high[a] = std::max(high[a], x[k * states + a]);
         }
-        // Between the nodes only intervals that come near the extreme node can go beyond it.
-        const double near = 0.1 * (high[a] - low[a]);
+        // Between the nodes only intervals can go beyond the extreme node that come near it for how
+        // much they are bent.
         const double lowest = low[a];
         const double highest = high[a];
         for (std::size_t i = 0; i < intervals(); ++i) {
             const double* const first = x.data() + i * m * states + a;
             double least = first[0];
             double most = first[0];
+            double near = 0;
             for (std::size_t j = 1; j <= m; ++j) {
                 least = std::min(least, first[j * states]);
                 most = std::max(most, first[j * states]);
+                if (j == m) continue;
+                const double bend =
+                    first[(j + 1) * states] - 2 * first[j * states] + first[(j - 1) * states];
+                near = std::max(near, std::fabs(bend));
             }
             if (most >= highest - near)
                 high[a] = std::max(high[a], interval_maximum(first, m, states, 1));
