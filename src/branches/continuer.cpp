@@ -94,6 +94,7 @@ class Continuer {
     bool find_hidden_of(const SampleFunction& phi);
     std::string event_type(const Located& located) const;
     bool is_multiple(const Decoded& what) const;
+    double event_slope(const Located& located) const;
     double location_error(const Located& located) const;
     void judge(const Located& located, Finding& finding) const;
     void search(const Sample& a, const Sample& b);
@@ -627,6 +628,7 @@ void Continuer::finish_event(Located& located) {
             finding.tangent[i] = 0.5 * (located.before.tangent[i] + located.after.tangent[i]);
     }
     finding.spectrum = at.spectrum;
+    finding.slope = event_slope(located);
     finding.error = location_error(located);
     judge(located, finding);
     if (finding.status == "located") {
@@ -667,6 +669,21 @@ std::string Continuer::event_type(const Located& located) const {
 bool Continuer::is_multiple(const Decoded& what) const {
     return what.real_pairs && what.consistent && !what.fold && !what.curved && what.flip == 0 &&
            what.tests == 0 && !sampler_.names().branch.empty();
+}
+
+// The coordinate of the step is longer by 1 / cos than arclength at the point.
+double Continuer::event_slope(const Located& located) const {
+    const Sample& before = located.before;
+    const Sample& after = located.after;
+    const auto j = static_cast<std::size_t>(std::min(before.marks.unstable, after.marks.unstable));
+    double change = after.pdot - before.pdot;
+    if (!located.what.fold) {
+        if (j >= before.rates.size() || j >= after.rates.size()) return 0;
+        change = after.rates[j] - before.rates[j];
+    }
+    const double cosine = sampler_.metric().dot(present_.tangent.data(), located.at.tangent.data());
+    const double slope = cosine * change / (after.s - before.s);
+    return std::isfinite(slope) ? slope : 0;
 }
 
 // Of the parameter: from the bracket of the root, the error of the exponents over their slope, and

@@ -172,7 +172,7 @@ struct Bracket {
 }  // namespace
 
 Root find_root(Sampler& sampler, const SampleFunction& phi, const Sample& a, const Sample& b,
-               double tol) {
+               double tol, bool quick) {
     const double f_a = phi(a);
     const double f_b = phi(b);
     if (!std::isfinite(f_a) || !std::isfinite(f_b)) return {};
@@ -184,13 +184,19 @@ Root find_root(Sampler& sampler, const SampleFunction& phi, const Sample& a, con
     Sample sample;
     const double xtol = std::max(tol, last_bits * std::abs(b.s));
     for (int k = 1; k <= most_root_steps && bracket.width() > 2 * xtol; ++k) {
-        const double s = std::clamp(bracket.propose(k), bracket.lo.s + xtol, bracket.hi.s - xtol);
+        const double proposed = bracket.propose(k);
+        if (quick && !root.at.z.empty() && std::abs(proposed - root.s) <= xtol) {
+            root.error = xtol;
+            return root;
+        }
+        const double s = std::clamp(proposed, bracket.lo.s + xtol, bracket.hi.s - xtol);
         if (!sampler.near(bracket.lo, bracket.hi, s, 1e-3 * bracket.width(), sample)) break;
         const double f = phi(sample);
         if (!std::isfinite(f)) break;
         if (std::abs(f) <= best) {
             best = std::abs(f);
             root.s = sample.s;
+            root.at = sample;
         }
         if (f == 0) return root;
         bracket.take(sample, f);
@@ -331,8 +337,9 @@ void Search::around(const Sample& a, const Sample& b, const Decoded& what, const
     if (last) after = b;
     const Decoded inner = sampler_.decode(before, after);
     if (inner.consistent && inner.count() == 1) {
-        Sample at;
-        if (!sampler_.near(before, after, root.s, 1e-3 * (hi - lo), at)) at = before;
+        Sample at = root.at;
+        if (at.z.empty() && !sampler_.near(before, after, root.s, 1e-3 * (hi - lo), at))
+            at = before;
         const bool refined_later = sampler_.problem().location_tolerance() > 0;
         if (!refined_later && !inner.branch && !inner.curved && !inner.real_pairs)
             sampler_.refine(at);
@@ -367,7 +374,8 @@ void Search::look(const Sample& a, const Sample& b, int depth) {
     const bool singular = what.branch || what.curved || what.real_pairs;
     sampler_.share_factors(!singular);
     const double least = sampler_.problem().location_tolerance();
-    const Root root = find_root(sampler_, phi, a, b, std::max(singular ? 1e-8 : 0, least) * step_);
+    const Root root = find_root(sampler_, phi, a, b, std::max(singular ? 1e-8 : 0, least) * step_,
+                                least > 0 && !singular);
     if (!root.found) return split(a, b, what, depth);
     around(a, b, what, root, depth);
 }

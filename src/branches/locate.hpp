@@ -107,9 +107,12 @@ struct Root {
     bool found = false;
     double s = 0;
     double error = 0;  ///< in s
+    Sample at{};       ///< empty: the root is at an end of the step
 };
+/// `tol`: in s. `quick`: found as soon as the next step would be less than that, although the signs
+/// have not closed in on it from both sides.
 Root find_root(Sampler& sampler, const SampleFunction& phi, const Sample& a, const Sample& b,
-               double tol);
+               double tol, bool quick = false);
 
 /// An event with the samples at and around it.
 struct Located {

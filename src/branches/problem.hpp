@@ -99,6 +99,9 @@ struct Finding {
     double error = 0;            ///< absolute, of the continuation parameter
     double bracket[2] = {0, 0};  ///< in the continuation parameter
     Spectrum spectrum;
+    /// By arclength, of the function of which the point is a zero: scaled dp/ds where the branch
+    /// turns, else the real part of the critical exponent. 0: not known.
+    double slope = 0;
     double work = 0;  ///< unknowns of the linear systems solved to examine it
 };
 

@@ -51,10 +51,13 @@ class EventFunction {
             return false;
         }
         problem_.spectrum(spectrum);
-        phi = by_slope_ ? direction_.back() : critical();
+        phi = by_slope_ ? direction_.back() * std::sqrt(metric_.weights().back()) : critical();
         return std::isfinite(phi);
     }
 
+    void step_along(double s) {
+        for (std::size_t k = 0; k < z.size(); ++k) z[k] += s * direction_[k];
+    }
     const std::vector<double>& tangent() const { return direction_; }
     double period() const { return problem_.period(z.data()); }
     /// The logarithm of the modulus of the critical multiplier; NaN: there is none of its kind.
@@ -81,29 +84,38 @@ class EventFunction {
     Exponent::Kind kind_;
 };
 
-// False: no root nearby. The first step is `slope` to the root of the tangent where that is known
-// (not 0), else a small one.
-bool find_root(EventFunction& event, double first_step, double& slope) {
+/// What is known of the slope of an event function, and how well.
+struct Slope {
+    double value = 0;  ///< 0: nothing
+    double error = 0;  ///< relative
+};
+
+// False: no root nearby. The last step, from where the next one would be less than rounding, is
+// made along the tangent.
+bool find_root(EventFunction& event, double first_step, Slope& slope) {
     constexpr double farthest = 1e-2;
+    constexpr double straight = 1e-6;  // steps along which the branch is so
     constexpr double close = 1e-11;
+    constexpr double of_secant = 1e-3;
     constexpr int most_steps = 15;
-    double s0 = 0;
-    double f0 = 0;
-    double f1 = 0;
-    if (!event.at(s0, f0)) return false;
-    double s1 = slope != 0 ? -f0 / slope : first_step;
-    if (!(std::fabs(s1) <= farthest) || !event.at(s1, f1)) return false;
-    for (int i = 0; i < most_steps && f1 != f0; ++i) {
-        if (i > 0 || slope == 0) slope = (f1 - f0) / (s1 - s0);
-        const double step = -f1 / slope;
-        if (std::fabs(step) <= close || std::fabs(f1) <= 1e-13) return true;
-        if (!(std::fabs(s1 + step) <= farthest)) return false;
-        s0 = s1;
-        f0 = f1;
-        s1 += step;
-        if (!event.at(s1, f1)) return false;
+    double s = 0;
+    double f = 0;
+    if (!event.at(s, f)) return false;
+    for (int i = 0; i < most_steps; ++i) {
+        const double step = slope.value != 0 ? -f / slope.value : first_step;
+        if (slope.value != 0 && std::fabs(step) <= straight &&
+            slope.error * std::fabs(step) <= close) {
+            event.step_along(step);
+            return true;
+        }
+        double next = 0;
+        if (!(std::fabs(s + step) <= farthest) || !event.at(s + step, next)) return false;
+        if (next == f) return false;
+        slope = {(next - f) / step, of_secant};
+        s += step;
+        f = next;
     }
-    return std::fabs(s1 - s0) <= 1e-8;
+    return false;
 }
 
 }  // namespace
@@ -118,14 +130,16 @@ RefinedPoint refine_event(CycleProblem& fine, const std::vector<double>& z,
     const bool fold = finding.type == "LPC";
     for (const bool by_slope : {true, false}) {
         if (by_slope && !fold) continue;
-        double slope = coarser.found && coarser.by_slope == by_slope ? coarser.slope : 0;
+        Slope slope{by_slope == fold ? finding.slope : 0, 0.1};
+        if (coarser.found) slope = {coarser.by_slope == by_slope ? coarser.slope : 0, 1e-3};
         for (const double first_step : {1e-4, 1e-6, 1e-8}) {
             EventFunction event(fine, z, tangent, finding, by_slope);
             result.found = event.prepare() && find_root(event, first_step, slope) &&
                            std::fabs(event.critical()) <= near_crossing;
             result.work += event.work;
-            result.slope = std::exchange(slope, 0);
+            result.slope = slope.value;
             result.by_slope = by_slope;
+            slope = {};
             if (!result.found) continue;
             result.parameter = event.z.back();
             result.period = event.period();
