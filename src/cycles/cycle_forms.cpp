@@ -299,6 +299,10 @@ template class LinearisedCycle<Complex>;
 
 // ---- Coefficients ----
 
+std::vector<double> second_derivative(const CycleProblem& problem, const std::vector<double>& u) {
+    return FormsOfCycle(problem).B(u);
+}
+
 CycleCoefficient doubling_coefficient(CycleProblem& problem, const std::vector<double>& z) {
     CycleCoefficient result;
     LinearisedCycle<double> half;

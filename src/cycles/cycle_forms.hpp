@@ -40,6 +40,10 @@ class LinearisedCycle {
     std::vector<Scalar> v_, w_;
 };
 
+/// B(u, u) of the right-hand side for a field u of directions at the Gauss points of the cycle that
+/// was linearised last.
+std::vector<double> second_derivative(const CycleProblem& problem, const std::vector<double>& u);
+
 struct CycleCoefficient {
     bool known = false;
     double value = 0;

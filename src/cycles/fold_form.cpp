@@ -12,7 +12,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "branches/derivatives.hpp"
+#include "branches/metric.hpp"
+#include "cycles/cycle_forms.hpp"
+#include "linalg/vectors.hpp"
 
 namespace trajex {
 
@@ -105,6 +107,28 @@ Lengths lengths(const CycleProblem& problem, const std::vector<double>& psi) {
     return out;
 }
 
+// psi' F_zz(v, v): a row is sum_j l_j' x_j - h T f(x), of which x and T vary along v.
+double second_derivative_of_rows(const CycleProblem& problem, const std::vector<double>& psi,
+                                 const std::vector<double>& v) {
+    const Collocation& segments = problem.segments();
+    const std::size_t n = segments.states();
+    const std::size_t m = segments.inner_points();
+    const double T = segments.rate().period();
+    const double T_v = problem.timing().autonomous() ? v[segments.equations()] : 0;
+    std::vector<double> u(segments.equations());
+    segments.to_gauss(v.data(), 1, u.data());
+    const std::vector<double> B = second_derivative(problem, u);
+    double sum = 0;
+    for (std::size_t k = 0; k < u.size(); ++k) {
+        const std::size_t point = k / n;
+        const double* const G_x = segments.jacobian(point) + k % n * n;  // of T f
+        const double along = dot(G_x, &u[point * n], n);
+        const double h = segments.mesh()[point / m + 1] - segments.mesh()[point / m];
+        sum -= psi[k] * h * (T * B[k] + 2 * T_v / T * along);
+    }
+    return sum;
+}
+
 }  // namespace
 
 double root_mean_square(const Collocation& segments, const double* v) {
@@ -147,15 +171,10 @@ FoldForm fold_form(CycleProblem& problem, const std::vector<double>& z, bool coe
     // The integral of |psi|^2 is 1 and psi' F_p positive.
     for (double& w : vectors.psi) w /= std::copysign(lengths.psi, row.back());
     form.unfolding = std::fabs(form.unfolding);
-    Derivatives derivatives(problem);  // along vectors.v, of scaled length 1
-    const double scaled = derivatives.metric().norm(form.v.data());
-    if (!derivatives.second(z.data(), vectors.v.data(), 1, vectors.psi.data(), row.data(), true)) {
-        form.known = false;
-        return form;
-    }
-    for (std::size_t k = 0; k < row.size(); ++k) form.a += 0.5 * scaled * row[k] * form.v[k];
+    form.a = 0.5 * second_derivative_of_rows(problem, vectors.psi, form.v);
     form.curvature = -form.a / form.unfolding;
-    form.curvature_error = 0.5 * derivatives.error() * scaled * scaled / form.unfolding;
+    const bool exact = problem.segments().rate().equations().has_exact_jacobian();
+    form.curvature_error = (exact ? 1e-8 : 1e-5) * std::fabs(form.curvature);
     form.known = std::isfinite(form.curvature);
     return form;
 }
