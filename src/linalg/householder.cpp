@@ -11,24 +11,36 @@ namespace trajex {
 namespace {
 
 // The reflection that takes column a (elements lda apart, n of them) to (beta, 0, ..., 0): beta
-// takes the place of the first element, v those of the others. Returns tau. The column is divided
-// by its largest element first, so that no square leaves the exponent range.
+// takes the place of the first element, v those of the others. Returns tau.
+double reflection_in_range(double* a, std::size_t n, std::size_t lda, double squares) {
+    const double beta = -std::copysign(std::sqrt(a[0] * a[0] + squares), a[0]);
+    const double head = a[0] - beta;
+    const double inverted = 1 / head;
+    for (std::size_t i = 1; i < n; ++i) a[i * lda] *= inverted;
+    a[0] = beta;
+    return -head / beta;
+}
+
+// The column is multiplied by a power of two where squares would leave the exponent range.
 double make_reflection(double* a, std::size_t n, std::size_t lda) {
+    constexpr double least = 1e-200;
+    constexpr double most = 1e200;
+    const auto sum_of_squares = [&] {
+        double sum = 0;
+        for (std::size_t i = 1; i < n; ++i) sum += a[i * lda] * a[i * lda];
+        return sum;
+    };
+    const double squares = sum_of_squares();
+    if (squares > least && squares + a[0] * a[0] < most)
+        return reflection_in_range(a, n, lda, squares);
     double largest = 0;
     for (std::size_t i = 1; i < n; ++i) largest = std::max(largest, std::fabs(a[i * lda]));
     if (largest == 0) return 0;
-    largest = std::max(largest, std::fabs(a[0]));
-    const double alpha = a[0] / largest;
-    double sum = alpha * alpha;
-    for (std::size_t i = 1; i < n; ++i) {
-        const double x = a[i * lda] / largest;
-        sum += x * x;
-    }
-    const double beta = -std::copysign(std::sqrt(sum), alpha);
-    const double head = alpha - beta;
-    for (std::size_t i = 1; i < n; ++i) a[i * lda] = a[i * lda] / largest / head;
-    a[0] = beta * largest;
-    return (beta - alpha) / beta;
+    const int e = std::ilogb(std::max(largest, std::fabs(a[0])));
+    for (std::size_t i = 0; i < n; ++i) a[i * lda] = std::ldexp(a[i * lda], -e);
+    const double tau = reflection_in_range(a, n, lda, sum_of_squares());
+    a[0] = std::ldexp(a[0], e);
+    return tau;
 }
 
 // Reflections [first, last), each of which has tau and, below the diagonal of its column of `a`, v;
