@@ -793,7 +793,7 @@ void Continuer::turn_bend(double unit) {
 }
 
 // The new point becomes the present one. Where the problem changes its discretisation, the solution
-// is corrected in it.
+// is corrected in it; the tangent, exponents and signs found before are as good as new ones.
 bool Continuer::accept() {
     const double distance = sampler_.metric().distance(present_.z.data(), next_.z.data());
     bend_.resize(next_.z.size());
@@ -817,8 +817,7 @@ bool Continuer::accept() {
     double moved = 0;
     if (changed) {
         const Sample rough = present_;
-        found = found && correct_anew(rough) &&
-                sampler_.complete(present_, rough.tangent, rough.marks.sigma);
+        found = found && correct_anew(rough);
         if (!found) present_ = rough;
         moved = std::abs(present_.z[p] - rough.z[p]) * std::sqrt(sampler_.metric().weights()[p]);
         forget_start_row();

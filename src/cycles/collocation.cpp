@@ -36,6 +36,7 @@ void Collocation::set_mesh(const std::vector<double>& mesh) {
     scratch_.resize(count * n_);
     jacobians_.resize(count * n_ * n_);
     columns_.resize(count * n_ * scalars());
+    ends_.resize(intervals() * n_);
     velocities_.resize(intervals() * n_);
 }
 
@@ -110,10 +111,17 @@ bool Collocation::linearise(const double* x, const double* q, double* r) {
         }
     }
     for (std::size_t i = 0; i < intervals(); ++i) {
-        std::copy_n(x + i * rule_.m * n_, n_, work_.data() + i * n_);
+        std::copy_n(x + i * rule_.m * n_, n_, ends_.data() + i * n_);
     }
-    rate_.values(intervals(), mesh_.data(), work_.data(), velocities_.data());
-    return all_finite(columns_) && all_finite(velocities_);
+    velocities_known_ = false;
+    return all_finite(columns_);
+}
+
+const double* Collocation::velocities() {
+    if (!velocities_known_)
+        rate_.values(intervals(), mesh_.data(), ends_.data(), velocities_.data());
+    velocities_known_ = true;
+    return velocities_.data();
 }
 
 void Collocation::blocks(std::size_t i, const double* scale, std::size_t stride, double* inner,

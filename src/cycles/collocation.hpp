@@ -28,7 +28,7 @@ class Collocation final : public Segments {
     const double* scalar_columns() const override { return columns_.data(); }
     void apply(const double* v, double* out) const override;
     void apply_transposed(const double* w, double* out) const override;
-    const double* velocities() const override { return velocities_.data(); }
+    const double* velocities() override;
     double divergence() const override;
     void growth_rates(double* out) override;
 
@@ -61,7 +61,8 @@ class Collocation final : public Segments {
     std::vector<double> rates_;  // G there
     std::vector<double> jacobians_;
     std::vector<double> columns_;
-    std::vector<double> velocities_;
+    std::vector<double> ends_, velocities_;  // of the intervals, where they begin
+    bool velocities_known_ = false;
     std::vector<double> work_;  // values of one scalar derivative at all Gauss points
     DenseEigen eigen_;
     std::vector<double> eigenvalues_;

@@ -16,6 +16,7 @@
 #include "core/sized.hpp"
 #include "cycles/cycle_points.hpp"
 #include "cycles/fold_form.hpp"
+#include "linalg/vectors.hpp"
 
 namespace trajex {
 
@@ -259,9 +260,15 @@ EventNames CycleProblem::event_names() const {
 void CycleProblem::spectrum(Spectrum& out) {
     out.clear();
     if (condensation() == nullptr) return;
-    velocities_.assign(segments_.velocities(), segments_.velocities() + segments_.intervals() * n_);
-    for (std::size_t k = 0; k < velocities_.size(); ++k) velocities_[k] /= scale_[k % n_];
-    const double* const along = timing_.autonomous() ? velocities_.data() : nullptr;
+    const double* along = nullptr;
+    if (timing_.autonomous()) {
+        const double* const velocities = segments_.velocities();
+        velocities_.resize(segments_.intervals() * n_);
+        for (std::size_t k = 0; k < velocities_.size(); ++k)
+            velocities_[k] = velocities[k] / scale_[k % n_];
+        if (!all_finite(velocities_)) return;
+        along = velocities_.data();
+    }
     // The transfer matrices are the last n rows of each map.
     transfers_.resize(segments_.intervals() * n_ * n_);
     for (std::size_t i = 0; i < segments_.intervals(); ++i) {

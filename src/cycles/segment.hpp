@@ -53,7 +53,7 @@ class Segments {
 
     /// dx/dtau at the first point of each segment (N x n), and the integral of the divergence over
     /// the period: the logarithm of the product of all multipliers.
-    virtual const double* velocities() const = 0;
+    virtual const double* velocities() = 0;
     virtual double divergence() const = 0;
     /// For each segment the fastest growth (N rates by scaled time, 0 or more) of perturbations
     /// there.

@@ -38,7 +38,7 @@ class Shooting final : public Segments {
     const double* scalar_columns() const override { return columns_.data(); }
     void apply(const double* v, double* out) const override;
     void apply_transposed(const double* w, double* out) const override;
-    const double* velocities() const override { return velocities_.data(); }
+    const double* velocities() override { return velocities_.data(); }
     double divergence() const override { return divergence_; }
     void growth_rates(double* out) override;
 

@@ -44,7 +44,7 @@ class GivenSegments : public Segments {
     const double* scalar_columns() const override { return nullptr; }
     void apply(const double*, double*) const override {}
     void apply_transposed(const double*, double*) const override {}
-    const double* velocities() const override { return nullptr; }
+    const double* velocities() override { return nullptr; }
     double divergence() const override { return 0; }
     void growth_rates(double*) override {}
 
