@@ -84,8 +84,7 @@ void ChainFactors::factor(const Condensation& segments) {
         }
         for (std::size_t k = 0; k < n_ * n_; ++k) column[n_ * n_ + k] = -segments.transfer(i)[k];
         Qr& qr = qr_[i - 1];
-        qr.factor(column, 2 * n_, n_, n_);
-        qr.apply_transposed(others, 2 * n_, 2 * n_);
+        qr.factor_pair(column, others, n_);
         std::copy_n(others + 2 * n_ * n_, 2 * n_ * n_, last_.data());
         for (std::size_t a = 0; a < n_; ++a) {
             if (column[a * n_ + a] < 0) sign_ = -sign_;

@@ -32,7 +32,7 @@ void Collocation::set_mesh(const std::vector<double>& mesh) {
     }
     at_gauss_.resize(count * n_);
     rates_.resize(count * n_);
-    work_.resize(count * n_);
+    work_.resize(scalars() * count * n_);
     scratch_.resize(count * n_);
     jacobians_.resize(count * n_ * n_);
     columns_.resize(count * n_ * scalars());
@@ -94,31 +94,32 @@ bool Collocation::residual(const double* x, const double* q, double* r) {
 bool Collocation::linearise(const double* x, const double* q, double* r) {
     if (!rate_.set(q)) return false;
     to_gauss(x, 1, at_gauss_.data());
-    rate_.jacobians(points(), tau_.data(), at_gauss_.data(), rates_.data(), jacobians_.data());
+    rate_.linearise(points(), tau_.data(), at_gauss_.data(), rates_.data(), jacobians_.data(),
+                    work_.data());
     std::fill_n(r, equations(), 0.0);
     add_slopes(x, r);
     subtract_rates(r);
     if (!all_finite(rates_) || !all_finite(jacobians_)) return false;
 
     for (std::size_t k = 0; k < scalars(); ++k) {
-        rate_.scalar_derivatives(points(), tau_.data(), at_gauss_.data(), rates_.data(), k,
-                                 work_.data());
+        const double* const derivative = work_.data() + k * equations();
         for (std::size_t i = 0; i < intervals(); ++i) {
             const double h = length(i);
             const std::size_t first = i * rule_.m * n_;
             for (std::size_t row = first; row < first + rule_.m * n_; ++row)
-                columns_[row * scalars() + k] = -h * work_[row];
+                columns_[row * scalars() + k] = -h * derivative[row];
         }
     }
     for (std::size_t i = 0; i < intervals(); ++i) {
         std::copy_n(x + i * rule_.m * n_, n_, ends_.data() + i * n_);
     }
+    scalars_.assign(q, q + scalars());
     velocities_known_ = false;
     return all_finite(columns_);
 }
 
 const double* Collocation::velocities() {
-    if (!velocities_known_)
+    if (!velocities_known_ && rate_.set(scalars_.data()))
         rate_.values(intervals(), mesh_.data(), ends_.data(), velocities_.data());
     velocities_known_ = true;
     return velocities_.data();

@@ -61,9 +61,10 @@ class Collocation final : public Segments {
     std::vector<double> rates_;  // G there
     std::vector<double> jacobians_;
     std::vector<double> columns_;
-    std::vector<double> ends_, velocities_;  // of the intervals, where they begin
+    std::vector<double> scalars_, ends_;  // q of the last `linearise`, x where intervals begin,
+    std::vector<double> velocities_;      // and dx/dtau there
     bool velocities_known_ = false;
-    std::vector<double> work_;  // values of one scalar derivative at all Gauss points
+    std::vector<double> work_;  // dG/dq_k at all Gauss points
     DenseEigen eigen_;
     std::vector<double> eigenvalues_;
     mutable std::vector<double> scratch_;  // of one product, no state

@@ -53,6 +53,31 @@ void Rate::jacobians(std::size_t count, const double* tau, const double* x, doub
     for (std::size_t i = 0; i < count * n * n; ++i) jacobian[i] *= period_;
 }
 
+bool Rate::sets_period(std::size_t parameter) const {
+    return parameter == timing_.parameter && (timing_.period == Timing::Period::parameter ||
+                                              timing_.period == Timing::Period::frequency);
+}
+
+void Rate::linearise(std::size_t count, const double* tau, const double* x, double* g,
+                     double* jacobian, double* g_q) {
+    const std::size_t total = count * states();
+    const bool together =
+        std::none_of(vary_.begin(), vary_.end(), [this](std::size_t k) { return sets_period(k); });
+    if (!together) {
+        jacobians(count, tau, x, g, jacobian);
+        for (std::size_t k = 0; k < scalars(); ++k)
+            scalar_derivatives(count, tau, x, g, k, g_q + k * total);
+        return;
+    }
+    take_times(count, tau);
+    double* const by_parameters = g_q + (free_period() ? total : 0);
+    equations_->derivatives(count, times_.data(), x, c_.data(), vary_, g, jacobian, by_parameters);
+    if (free_period()) std::copy_n(g, total, g_q);
+    for (std::size_t i = 0; i < total; ++i) g[i] *= period_;
+    for (std::size_t i = 0; i < total * states(); ++i) jacobian[i] *= period_;
+    for (std::size_t i = 0; i < total * vary_.size(); ++i) by_parameters[i] *= period_;
+}
+
 void Rate::scalar_derivatives(std::size_t count, const double* tau, const double* x,
                               const double* g, std::size_t k, double* g_q) {
     const std::size_t total = count * states();
@@ -61,9 +86,7 @@ void Rate::scalar_derivatives(std::size_t count, const double* tau, const double
         return;
     }
     const std::size_t parameter = vary_[free_period() ? k - 1 : k];
-    const bool sets_period =
-        timing_.period == Timing::Period::parameter || timing_.period == Timing::Period::frequency;
-    if (sets_period && parameter == timing_.parameter) {
+    if (sets_period(parameter)) {
         difference(count, tau, x, parameter, g_q);
         return;
     }

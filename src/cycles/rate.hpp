@@ -56,12 +56,16 @@ class Rate {
     void values(std::size_t count, const double* tau, const double* x, double* g);
     void jacobians(std::size_t count, const double* tau, const double* x, double* g,
                    double* jacobian);
+    /// Both, and dG/dq_k for all k, `count` n numbers one after the other.
+    void linearise(std::size_t count, const double* tau, const double* x, double* g,
+                   double* jacobian, double* g_q);
     /// dG/dq_k; `g` is G at the same points.
     void scalar_derivatives(std::size_t count, const double* tau, const double* x, const double* g,
                             std::size_t k, double* g_q);
 
   private:
     double period_of_parameters() const;
+    bool sets_period(std::size_t parameter) const;
     void take_times(std::size_t count, const double* tau);
     void difference(std::size_t count, const double* tau, const double* x, std::size_t parameter,
                     double* g_q);

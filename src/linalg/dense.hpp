@@ -130,6 +130,9 @@ class Qr {
     /// Factors the block at a, whose rows are lda apart.
     void factor(double* a, std::size_t rows, std::size_t columns, std::size_t lda);
 
+    /// Factors the 2n x n block a and takes the 2n x 2n block b to Q' b, faster where n is small.
+    void factor_pair(double* a, double* b, std::size_t n);
+
     /// B becomes Q' B or Q B: k columns, as many rows as the block, ldb apart.
     void apply_transposed(double* b, std::size_t k, std::size_t ldb) const;
     void apply(double* b, std::size_t k, std::size_t ldb) const;

@@ -2,6 +2,7 @@
 // diagonal. Reference: Golub and Van Loan, Matrix Computations, 5.1 and 5.2.
 #include <algorithm>
 #include <cmath>
+#include <type_traits>
 
 #include "core/simd.hpp"
 #include "linalg/dense.hpp"
@@ -117,7 +118,57 @@ struct ReflectColumns {
     }
 };
 
+// A kernel: the whole of `Qr::factor_pair` for an n that is a constant.
+template <class Vector>
+struct ReflectPair {
+    [[gnu::always_inline]] static inline void run(std::size_t, double*, double*, double*) {}
+
+    template <std::size_t n>
+    [[gnu::always_inline]] static inline void run(std::integral_constant<std::size_t, n>, double* a,
+                                                  double* b, double* tau) {
+        for (std::size_t j = 0; j < n; ++j) {
+            tau[j] = make_reflection(a + j * n + j, 2 * n - j, n);
+            if (tau[j] == 0) continue;
+            reflect<n>(a, n, j, tau[j], a, j + 1);
+            reflect<2 * n>(a, n, j, tau[j], b, 0);
+        }
+    }
+
+  private:
+    // The columns first ... of a block with rows of `columns`.
+    template <std::size_t columns>
+    [[gnu::always_inline]] static inline void reflect(const double* a, std::size_t n, std::size_t j,
+                                                      double tau, double* b, std::size_t first) {
+        double sums[columns];
+        for (std::size_t c = first; c < columns; ++c) sums[c] = b[j * columns + c];
+        for (std::size_t i = j + 1; i < 2 * n; ++i) {
+            const double v = a[i * n + j];
+            for (std::size_t c = first; c < columns; ++c) sums[c] += v * b[i * columns + c];
+        }
+        for (std::size_t c = first; c < columns; ++c) {
+            sums[c] *= tau;
+            b[j * columns + c] -= sums[c];
+        }
+        for (std::size_t i = j + 1; i < 2 * n; ++i) {
+            const double v = a[i * n + j];
+            for (std::size_t c = first; c < columns; ++c) b[i * columns + c] -= v * sums[c];
+        }
+    }
+};
+
 }  // namespace
+
+void Qr::factor_pair(double* a, double* b, std::size_t n) {
+    if (n > largest_unrolled) {
+        factor(a, 2 * n, n, n);
+        return apply_transposed(b, 2 * n, 2 * n);
+    }
+    a_ = a;
+    rows_ = 2 * n;
+    lda_ = n;
+    tau_.resize(n);
+    dispatch_sized<ReflectPair>(n, a, b, tau_.data());
+}
 
 void Qr::factor(double* a, std::size_t rows, std::size_t columns, std::size_t lda) {
     a_ = a;

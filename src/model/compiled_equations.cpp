@@ -69,6 +69,9 @@ class CompiledEquations final : public Equations {
                 double* f) const override;
     void jacobians(std::size_t count, const double* t, const double* x, const double* c, double* f,
                    double* jacobian) const override;
+    void derivatives(std::size_t count, const double* t, const double* x, const double* c,
+                     std::span<const std::size_t> vary, double* f, double* jacobian,
+                     double* f_c) const override;
     void parameter_derivatives(std::size_t count, const double* t, const double* x, const double* c,
                                std::size_t j, double* f_c) const override;
     bool taylor(int order, double t, const double* x, const double* v, const double* c,
@@ -88,7 +91,8 @@ class CompiledEquations final : public Equations {
     void jacobians_in_blocks(std::size_t count, const double* t, const double* x, const double* c,
                              double* jacobian) const;
     void multiply_directions(double t, const Directions* x, const double* c, Directions* f) const;
-    void gradients(double t, const double* x, const double* c, double* f, double* jacobian) const;
+    void gradients(double t, const double* x, const double* c, std::span<const std::size_t> vary,
+                   double* f, double* jacobian, double* f_c, std::size_t stride) const;
     void gradient_of_parameter(double t, const double* x, const double* c, std::size_t j,
                                double* f_c) const;
     void difference_jacobians(std::size_t count, const double* t, const double* x, const double* c,
@@ -139,7 +143,7 @@ void CompiledEquations::jacobians(std::size_t count, const double* t, const doub
     const std::size_t n = states();
     if (differentiable_) {
         for (std::size_t k = 0; k < count; ++k) {
-            gradients(t[k], x + k * n, c, f + k * n, jacobian + k * n * n);
+            gradients(t[k], x + k * n, c, {}, f + k * n, jacobian + k * n * n, nullptr, 0);
         }
         return;
     }
@@ -155,23 +159,43 @@ void CompiledEquations::jacobians(std::size_t count, const double* t, const doub
 
 /// f and its Jacobian at one point by Taylor numbers of first order, as many columns at a time as
 /// they have directions.
-void CompiledEquations::gradients(double t, const double* x, const double* c, double* f,
-                                  double* jacobian) const {
+// The unit vectors of the variables, then those of the parameters that vary, a few at a time. The
+// derivatives by different parameters are `stride` apart.
+void CompiledEquations::gradients(double t, const double* x, const double* c,
+                                  std::span<const std::size_t> vary, double* f, double* jacobian,
+                                  double* f_c, std::size_t stride) const {
     const std::size_t n = states();
+    const std::size_t all = n + vary.size();
     const Arguments<Gradient> g(n, parameters(), c);
     for (std::size_t i = 0; i < n; ++i) g.x[i] = x[i];
-    for (std::size_t first = 0; first < n; first += Gradient::directions) {
-        const std::size_t columns = std::min<std::size_t>(Gradient::directions, n - first);
-        for (std::size_t m = 0; m < columns; ++m) g.x[first + m].set(1, static_cast<int>(m), 1);
+    const auto number = [&](std::size_t k) -> Gradient& {
+        return k < n ? g.x[k] : g.c[vary[k - n]];
+    };
+    for (std::size_t first = 0; first < all; first += Gradient::directions) {
+        const std::size_t last = std::min<std::size_t>(first + Gradient::directions, all);
+        for (std::size_t k = first; k < last; ++k) number(k).set(1, static_cast<int>(k - first), 1);
         rhs_->evaluate({t, g.x, g.c, g.f});
-        for (std::size_t i = 0; i < n; ++i) {
-            for (std::size_t m = 0; m < columns; ++m) {
-                jacobian[i * n + first + m] = g.f[i].coefficient(1, static_cast<int>(m));
-            }
+        for (std::size_t k = first; k < last; ++k) {
+            const int m = static_cast<int>(k - first);
+            for (std::size_t i = 0; i < n; ++i)
+                (k < n ? jacobian[i * n + k] : f_c[(k - n) * stride + i]) =
+                    g.f[i].coefficient(1, m);
+            number(k).set(1, m, 0);
         }
-        for (std::size_t m = 0; m < columns; ++m) g.x[first + m] = x[first + m];
     }
     for (std::size_t i = 0; i < n; ++i) f[i] = g.f[i].value();
+}
+
+void CompiledEquations::derivatives(std::size_t count, const double* t, const double* x,
+                                    const double* c, std::span<const std::size_t> vary, double* f,
+                                    double* jacobian, double* f_c) const {
+    if (!differentiable_ || rhs_->has_parameter_jacobian())
+        return Equations::derivatives(count, t, x, c, vary, f, jacobian, f_c);
+    const std::size_t n = states();
+    for (std::size_t k = 0; k < count; ++k) {
+        gradients(t[k], x + k * n, c, vary, f + k * n, jacobian + k * n * n, f_c + k * n,
+                  count * n);
+    }
 }
 
 void CompiledEquations::along_directions(double t, const Directions* x, const double* c,

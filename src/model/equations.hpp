@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstddef>
+#include <span>
 
 #include "tx/jet.hpp"
 
@@ -36,6 +37,16 @@ class Equations {
     /// df/dc_j at `count` points.
     virtual void parameter_derivatives(std::size_t count, const double* t, const double* x,
                                        const double* c, std::size_t j, double* f_c) const = 0;
+
+    /// Both, with df/dc_j for each j of `vary` (`count` n numbers one after the other); in one go
+    /// where the callable gives derivatives along several directions at once.
+    virtual void derivatives(std::size_t count, const double* t, const double* x, const double* c,
+                             std::span<const std::size_t> vary, double* f, double* jacobian,
+                             double* f_c) const {
+        jacobians(count, t, x, c, f, jacobian);
+        for (std::size_t k = 0; k < vary.size(); ++k)
+            parameter_derivatives(count, t, x, c, vary[k], f_c + k * count * n_);
+    }
 
     /// The coefficients f_0 ... f_order (rows of n) of f(t, x + s v; c + s d) in powers of s, exact
     /// to rounding. False, and nothing written, when the application's callable cannot give them
