@@ -12,12 +12,13 @@
 #include <utility>
 
 #include "core/sized.hpp"
+#include "linalg/lane_lu.hpp"
 #include "linalg/vectors.hpp"
 
 namespace trajex {
 
 Collocation::Collocation(Rate rate, std::size_t m, const std::vector<double>& mesh)
-    : rate_(std::move(rate)), n_(rate_.states()), rule_(m) {
+    : rate_(std::move(rate)), n_(rate_.states()), rule_(gauss_rule(m)) {
     set_mesh(mesh);
 }
 
@@ -141,6 +142,39 @@ void Collocation::blocks(std::size_t i, const double* scale, std::size_t stride,
                     for (std::size_t b = 0; b < n; ++b)
                         row[b * stride] = factor * A[a * n + b] * scale[b];
                     row[a * stride] += rule_.slope[c][j];
+                }
+            }
+        }
+    });
+}
+
+// Four segments, as many as LaneLu has lanes.
+void Collocation::lane_blocks(std::span<const std::size_t> segments, const double* scale,
+                              double* inner, double* first) const {
+    constexpr std::size_t lanes = LaneLu::lanes;
+    if (segments.size() != lanes) return Segments::lane_blocks(segments, scale, inner, first);
+    with_size(n_, [&](auto n) {
+        const std::size_t m = rule_.m;
+        lanes_.resize(n * n * lanes);
+        double* const A = lanes_.data();  // -h times the scaled Jacobians
+        for (std::size_t c = 0; c < m; ++c) {
+            for (std::size_t lane = 0; lane < lanes; ++lane) {
+                const double* const given = jacobian(segments[lane] * m + c);
+                for (std::size_t a = 0; a < n; ++a) {
+                    const double factor = -length(segments[lane]) / scale[a];
+                    for (std::size_t b = 0; b < n; ++b)
+                        A[(a * n + b) * lanes + lane] = factor * given[a * n + b] * scale[b];
+                }
+            }
+            for (std::size_t a = 0; a < n; ++a) {
+                double* const inner_row = inner + (c * n + a) * m * n * lanes;
+                double* const first_row = first + (c * n + a) * n * lanes;
+                for (std::size_t j = 0; j <= m; ++j) {
+                    double* const row = j == 0 ? first_row : inner_row + (j - 1) * n * lanes;
+                    const double value = rule_.value[c][j];
+                    for (std::size_t k = 0; k < n * lanes; ++k)
+                        row[k] = value * A[a * n * lanes + k];
+                    for (std::size_t k = 0; k < lanes; ++k) row[a * lanes + k] += rule_.slope[c][j];
                 }
             }
         }

@@ -25,6 +25,8 @@ class Collocation final : public Segments {
     bool linearise(const double* x, const double* q, double* r) override;
     void blocks(std::size_t i, const double* scale, std::size_t stride, double* inner,
                 double* first) const override;
+    void lane_blocks(std::span<const std::size_t> segments, const double* scale, double* inner,
+                     double* first) const override;
     const double* scalar_columns() const override { return columns_.data(); }
     void apply(const double* v, double* out) const override;
     void apply_transposed(const double* w, double* out) const override;
@@ -54,7 +56,7 @@ class Collocation final : public Segments {
 
     Rate rate_;
     std::size_t n_;
-    GaussRule rule_;
+    const GaussRule& rule_;
     std::vector<double> mesh_;
     std::vector<double> tau_;  // Gauss points
     std::vector<double> at_gauss_;
@@ -68,6 +70,7 @@ class Collocation final : public Segments {
     DenseEigen eigen_;
     std::vector<double> eigenvalues_;
     mutable std::vector<double> scratch_;  // of one product, no state
+    mutable std::vector<double> lanes_;    // of one group of blocks, no state
 };
 
 }  // namespace trajex

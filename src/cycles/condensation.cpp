@@ -35,15 +35,20 @@ void Condensation::factor_group(const Segments& segments, std::size_t group) {
     LaneLu& lu = in_lanes_[group];
     const std::size_t width = n_ + scalars_;
     double* const inner = lu.matrix(height());
-    for (std::size_t lane = 0; lane < lanes; ++lane) {
-        const std::size_t i = segment(group, lane);
-        segments.blocks(i, scale_.data(), lanes, inner + lane, first_.data() + lane);
-        fill_sides(segments, i, {width, lanes, lane});
+    std::array<std::size_t, lanes> members{};
+    for (std::size_t lane = 0; lane < lanes; ++lane) members[lane] = segment(group, lane);
+    segments.lane_blocks(members, scale_.data(), inner, first_.data());
+    for (std::size_t row = 0; row < height(); ++row) {
+        double* const side = sides_.data() + row * width * lanes;
+        const double* const first = first_.data() + row * n_ * lanes;
+        for (std::size_t k = 0; k < n_ * lanes; ++k) side[k] = -first[k];
     }
+    for (std::size_t lane = 0; lane < lanes; ++lane)
+        fill_scalars(segments, members[lane], {width, lanes, lane});
     const std::array<bool, lanes> good = lu.decompose();
     lu.solve(sides_.data(), width);
     for (std::size_t lane = 0; lane < lanes; ++lane) {
-        const std::size_t i = segment(group, lane);
+        const std::size_t i = members[lane];
         if (!good[lane]) continue;
         is_alone_[i] = 0;
         keep({width, lanes, lane}, i);
@@ -56,21 +61,22 @@ bool Condensation::factor_alone(const Segments& segments, std::size_t i) {
     segments.blocks(i, scale_.data(), 1, alone_[i].matrix(height()), first_.data());
     if (!alone_[i].decompose_in_place() || alone_[i].singular()) return false;
     std::fill_n(sides_.data(), height() * width, 0.0);
-    fill_sides(segments, i, {width, 1, 0});
+    for (std::size_t row = 0; row < height(); ++row) {
+        for (std::size_t b = 0; b < n_; ++b) sides_[row * width + b] = -first_[row * n_ + b];
+    }
+    fill_scalars(segments, i, {width, 1, 0});
     alone_[i].solve_many(sides_.data(), width);
     keep({width, 1, 0}, i);
     return true;
 }
 
-// The columns of x_i0 and of the scalar unknowns go through one substitution.
-void Condensation::fill_sides(const Segments& segments, std::size_t i, const Places& places) {
+// The columns of the scalar unknowns go through the same substitution as those of x_i0 before them.
+void Condensation::fill_scalars(const Segments& segments, std::size_t i, const Places& places) {
     const double* const C = segments.scalar_columns() + i * height() * scalars_;
     for (std::size_t row = 0; row < height(); ++row) {
-        double* const side = sides_.data() + places.row(row);
-        const double* const first = first_.data() + row * n_ * places.stride + places.lane;
-        for (std::size_t b = 0; b < n_; ++b) side[b * places.stride] = -first[b * places.stride];
+        double* const side = sides_.data() + places.row(row) + n_ * places.stride;
         for (std::size_t c = 0; c < scalars_; ++c)
-            side[(n_ + c) * places.stride] = C[row * scalars_ + c] / scale_[row % n_];
+            side[c * places.stride] = C[row * scalars_ + c] / scale_[row % n_];
     }
 }
 

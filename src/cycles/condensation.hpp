@@ -53,7 +53,7 @@ class Condensation {
         std::size_t width, stride, lane;
         std::size_t row(std::size_t i) const { return i * width * stride + lane; }
     };
-    void fill_sides(const Segments& segments, std::size_t i, const Places& places);
+    void fill_scalars(const Segments& segments, std::size_t i, const Places& places);
     void keep(const Places& places, std::size_t i);
     template <class Solve>
     void solve_groups(double* columns, std::size_t k, const Solve& one_group) const;

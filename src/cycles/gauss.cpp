@@ -2,6 +2,7 @@
 // equidistant nodes by their products, which for m <= 7 lose no digits worth mention.
 #include "cycles/gauss.hpp"
 
+#include <array>
 #include <cmath>
 #include <iterator>
 #include <numbers>
@@ -88,6 +89,13 @@ GaussRule::GaussRule(std::size_t order)
         lagrange_slopes(m, zeta[c], slope[c]);
         for (std::size_t j = 0; j <= m; ++j) node_weight[j] += weight[c] * value[c][j];
     }
+}
+
+const GaussRule& gauss_rule(std::size_t m) {
+    static const std::array<GaussRule, GaussRule::m_max> rules{
+        GaussRule(1), GaussRule(2), GaussRule(3), GaussRule(4),
+        GaussRule(5), GaussRule(6), GaussRule(7)};
+    return rules[m - 1];
 }
 
 }  // namespace trajex

@@ -21,6 +21,9 @@ struct GaussRule {
     double node_weight[m_max + 1];   ///< integrals of l_j, all positive
 };
 
+/// The rule of m points, 1 <= m <= m_max, made once for all.
+const GaussRule& gauss_rule(std::size_t m);
+
 /// l_j(s) for the nodes j/m, j = 0 ... m; with `slopes` also l_j'(s).
 void lagrange_values(std::size_t m, double s, double* values);
 void lagrange_slopes(std::size_t m, double s, double* slopes);

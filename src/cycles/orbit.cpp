@@ -132,7 +132,7 @@ void Orbit::extremes(double* low, double* high) const {
 }
 
 double Orbit::means(double* mean) const {
-    const GaussRule rule(m);
+    const GaussRule& rule = gauss_rule(m);
     std::fill_n(mean, states, 0.0);
     double square = 0;
     for (std::size_t i = 0; i < intervals(); ++i) {
@@ -149,7 +149,7 @@ double Orbit::means(double* mean) const {
 }
 
 std::complex<double> Orbit::harmonic(std::size_t a, int k) const {
-    const GaussRule rule(m);
+    const GaussRule& rule = gauss_rule(m);
     std::complex<double> sum = 0;
     for (std::size_t i = 0; i < intervals(); ++i) {
         const double h = mesh[i + 1] - mesh[i];

@@ -90,28 +90,35 @@ struct Slope {
     double error = 0;  ///< relative
 };
 
-// False: no root nearby. The last step, from where the next one would be less than rounding, is
-// made along the tangent.
+// False: no root nearby. The last step, from where the next one would be less than rounding or is
+// not less than the one before, is made along the tangent. The slope is that of a secant long
+// enough for the noise of the function, which next to a canard is large.
 bool find_root(EventFunction& event, double first_step, Slope& slope) {
     constexpr double farthest = 1e-2;
     constexpr double straight = 1e-6;  // steps along which the branch is so
     constexpr double close = 1e-11;
-    constexpr double of_secant = 1e-3;
+    constexpr Slope of_secant{0, 1e-3};
     constexpr int most_steps = 15;
+    constexpr int most_stagnant = 3;
     double s = 0;
     double f = 0;
+    double before = farthest;
+    int stagnant = 0;
     if (!event.at(s, f)) return false;
     for (int i = 0; i < most_steps; ++i) {
         const double step = slope.value != 0 ? -f / slope.value : first_step;
+        const bool stagnates = slope.value != 0 && std::fabs(step) > 0.5 * before;
         if (slope.value != 0 && std::fabs(step) <= straight &&
-            slope.error * std::fabs(step) <= close) {
+            (stagnates || slope.error * std::fabs(step) <= close)) {
             event.step_along(step);
             return true;
         }
+        if (stagnates && ++stagnant == most_stagnant) return false;
         double next = 0;
         if (!(std::fabs(s + step) <= farthest) || !event.at(s + step, next)) return false;
-        if (next == f) return false;
-        slope = {(next - f) / step, of_secant};
+        const bool long_enough = std::fabs(step) >= straight || slope.error > of_secant.error;
+        if (slope.value == 0 || long_enough) slope = {(next - f) / step, of_secant.error};
+        before = slope.value != 0 ? std::fabs(step) : before;
         s += step;
         f = next;
     }
@@ -130,6 +137,7 @@ RefinedPoint refine_event(CycleProblem& fine, const std::vector<double>& z,
     const bool fold = finding.type == "LPC";
     for (const bool by_slope : {true, false}) {
         if (by_slope && !fold) continue;
+        if (coarser.found && coarser.by_slope != by_slope) continue;
         Slope slope{by_slope == fold ? finding.slope : 0, 0.1};
         if (coarser.found) slope = {coarser.by_slope == by_slope ? coarser.slope : 0, 1e-3};
         for (const double first_step : {1e-4, 1e-6, 1e-8}) {
@@ -140,6 +148,7 @@ RefinedPoint refine_event(CycleProblem& fine, const std::vector<double>& z,
             result.slope = slope.value;
             result.by_slope = by_slope;
             slope = {};
+            if (!result.found && by_slope) break;
             if (!result.found) continue;
             result.parameter = event.z.back();
             result.period = event.period();

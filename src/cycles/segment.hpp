@@ -13,6 +13,7 @@
 #pragma once
 
 #include <cstddef>
+#include <span>
 #include <vector>
 
 namespace trajex {
@@ -45,6 +46,13 @@ class Segments {
     /// scale_b / scale_a. Neighbours in a row are `stride` apart.
     virtual void blocks(std::size_t i, const double* scale, std::size_t stride, double* inner,
                         double* first) const = 0;
+    /// The same of several segments at once, which stand in lanes: neighbours in a row are as far
+    /// apart as there are segments.
+    virtual void lane_blocks(std::span<const std::size_t> segments, const double* scale,
+                             double* inner, double* first) const {
+        for (std::size_t lane = 0; lane < segments.size(); ++lane)
+            blocks(segments[lane], scale, segments.size(), inner + lane, first + lane);
+    }
     /// C, by rows: equations() x scalars().
     virtual const double* scalar_columns() const = 0;
     /// out += R_x v; out += R_x' w.
