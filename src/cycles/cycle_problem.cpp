@@ -257,7 +257,7 @@ void CycleProblem::spectrum(Spectrum& out) {
         std::copy_n(condensation_.transfer(i), n_ * n_, transfers_.data() + i * n_ * n_);
     }
     if (!multipliers_.compute(n_, segments_.intervals(), transfers_.data(), along,
-                              segments_.divergence(), out)) {
+                              segments_.divergence(), out, segments_.inner_points())) {
         out.clear();
     }
     // Velocities are mapped badly along stiff directions, of which slow multipliers know nothing:

@@ -51,9 +51,7 @@ bool HomoclinicApproach::wiggles(double& limit) const {
     constexpr double alike = 0.25;  // relative
     constexpr double same = 0.05;   // amplitude
     if (turn_count_ < turns_.size()) return false;
-    const auto moved = [&](std::size_t k) {
-        return turns_[k].parameter - turns_[k + 1].parameter;
-    };
+    const auto moved = [&](std::size_t k) { return turns_[k].parameter - turns_[k + 1].parameter; };
     const auto waited = [&](std::size_t k) { return turns_[k].period - turns_[k + 1].period; };
     const double q = -moved(0) / moved(1);
     const double q_before = -moved(1) / moved(2);
