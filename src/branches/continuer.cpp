@@ -102,6 +102,7 @@ class Continuer {
     Ending watched_crossings();
     bool accept();
     void turn_bend(double unit);
+    static void add_mesh_errors(TracePoint& point, const TracePoint& beside);
     bool correct_anew(const Sample& rough);
     TracePoint trace_point(const Sample& sample, double s);
     void file(Finding finding, double s);
@@ -792,6 +793,20 @@ void Continuer::turn_bend(double unit) {
         bend_[i] = (bend_[i] - along * present_.tangent[i]) / (unit * unit);
 }
 
+// Exponents are wrong by what collocation makes of their growth on each segment, by a part of the
+// solution's error, and, where they change fast along the branch, by what the solution is along it.
+void Continuer::add_mesh_errors(TracePoint& point, const TracePoint& beside) {
+    constexpr double share = 0.05;
+    const double error = point.description.mesh_error;
+    const double distance = std::abs(point.s - beside.s);
+    if (error == 0 || distance == 0) return;
+    for (std::size_t j = 0; j < point.spectrum.size() && j < beside.spectrum.size(); ++j) {
+        Exponent& exponent = point.spectrum[j];
+        const double change = std::abs(exponent.value.real() - beside.spectrum[j].value.real());
+        exponent.mesh_error = 2 * (exponent.mesh_error + error * change / distance) + share * error;
+    }
+}
+
 // The new point becomes the present one. Where the problem changes its discretisation, the solution
 // is corrected in it; the tangent, exponents and signs found before are as good as new ones.
 bool Continuer::accept() {
@@ -824,7 +839,10 @@ bool Continuer::accept() {
     }
     if (found) turn_bend(unit);
     sampler_.set_noise(moved, distance);
-    trace_.points.push_back(trace_point(present_, trace_.points.back().s + distance));
+    TracePoint point = trace_point(present_, trace_.points.back().s + distance);
+    add_mesh_errors(point, trace_.points.back());
+    if (trace_.points.size() == 1) add_mesh_errors(trace_.points.front(), point);
+    trace_.points.push_back(std::move(point));
     if (!found) stop(tx::StopReason::resolution, "not found again in the new discretisation");
     return found;
 }

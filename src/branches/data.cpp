@@ -57,9 +57,15 @@ void forget_last_orbit(BranchData& branch) {
     branch.orbits[last].reset();
 }
 
+/// Of those that are not so small that their sizes say little.
 double largest_error(const Spectrum& spectrum) {
+    constexpr double negligible = -14;
     double largest = 0;
-    for (const Exponent& exponent : spectrum) largest = std::max(largest, exponent.error);
+    for (const Exponent& exponent : spectrum) {
+        largest = std::max(largest, exponent.error);
+        if (exponent.mesh_error > largest && exponent.value.real() > negligible)
+            largest = exponent.mesh_error;
+    }
     return largest;
 }
 

@@ -31,9 +31,10 @@ struct Exponent {
         pair,         ///< one of a complex conjugate pair
     };
     std::complex<double> value;
-    double error = 0;  ///< absolute, of `value`
+    double error = 0;  ///< absolute, of `value`, where it may cross
     Kind kind = Kind::real;
-    bool resolved = true;  ///< false: so small that its size is not known
+    bool resolved = true;   ///< false: so small that its size is not known
+    double mesh_error = 0;  ///< absolute, of `value`, by the discretisation, wherever it is
 };
 using Spectrum = std::vector<Exponent>;
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <fstream>
+#include <limits>
 #include <optional>
 
 #include "branches/access.hpp"
@@ -476,7 +477,9 @@ Point Branch::point(std::size_t index) const {
     const BranchData& branch = Access::data(*this);
     trajex::check_index(index, branch.size(), "point");
     PointData point = trajex::point_of(branch, index);
-    if (is_cycle(point)) trajex::restore_orbit(branch, index, point);
+    // Without its orbit nothing is known of phase 0: the mean is another state.
+    if (is_cycle(point) && !trajex::restore_orbit(branch, index, point))
+        point.state.assign(point.state.size(), std::numeric_limits<double>::quiet_NaN());
     return Point(std::make_shared<const PointData>(std::move(point)));
 }
 

@@ -136,9 +136,10 @@ Orbit between(const Orbit& a, const Orbit& b, double r) {
 }
 
 /// Whether two cycles have the same period and extremes. A variable may be at rest: then its value,
-/// or where that is 0 the size of the others, says what is small.
+/// or where that is 0 the size of the others, says what is small. Their meshes may differ, which
+/// the other side of a fold does more: near folds orbits are kept.
 bool agree(const Description& a, const Description& b) {
-    constexpr double same = 1e-5;
+    constexpr double same = 1e-4;
     for (std::size_t i = 0; i < a.state.size(); ++i) {
         const double range = a.high[i] - a.low[i];
         const double rest = 1e-3 * std::max(a.norm, std::fabs(a.state[i]));

@@ -275,7 +275,7 @@ void CycleProblem::spectrum(Spectrum& out) {
         std::copy_n(condensation_.transfer(i), n_ * n_, transfers_.data() + i * n_ * n_);
     }
     if (!multipliers_.compute(n_, segments_.intervals(), transfers_.data(), along,
-                              segments_.divergence(), out)) {
+                              segments_.divergence(), out, segments_.inner_points())) {
         out.clear();
     }
     // Velocities are mapped badly along stiff directions, of which slow multipliers know nothing:
@@ -383,7 +383,9 @@ bool CycleProblem::accepted(std::vector<double>& z, std::vector<double>& tangent
 void CycleProblem::remember(const double* z) {
     if (past_.size() == past_length) past_.erase(past_.begin());
     past_.push_back({vary_.empty() ? 0 : parameter_of(z), period(z), amplitude(z)});
-    if (!on_plateau(past_.back())) plateau_ = past_.back();
+    const Past& last = past_.back();
+    if (vary_.size() == 1)
+        homoclinic_.remember(last.parameter, last.period, last.amplitude, settings_.widths[0]);
     remember_symmetries(z);
 }
 
@@ -458,7 +460,7 @@ std::string_view CycleProblem::end(const double* z, Finding& finding) {
     const double T = period(z);
     if (timing_.autonomous()) {
         if (hopf_end(z, finding)) return "hopf";
-        if (homoclinic()) return "homoclinic_suspected";
+        if (homoclinic_.suspected(finding.reason)) return "homoclinic_suspected";
         if (T >= settings_.max_period) return "period_bound";
     }
     for (std::size_t k = 0; k < state_size(); ++k) {
@@ -511,23 +513,6 @@ bool CycleProblem::hopf_end(const double* z, Finding& finding) {
     finding.error = 1e-10 * settings_.widths[0];
     finding.coefficients.push_back({"omega", hopf.omega, 0});
     return true;
-}
-
-// Towards a connection of equilibria the period grows without bound at a parameter and an amplitude
-// that do not change any more. (On a canard the period grows at a parameter that does not change,
-// too, but so does the amplitude.)
-bool CycleProblem::homoclinic() const {
-    constexpr double growth = 1.4;
-    return vary_.size() == 1 && past_.back().period > growth * plateau_.period;
-}
-
-bool CycleProblem::on_plateau(const Past& point) const {
-    constexpr double still = 1e-6;
-    constexpr double same = 0.01;
-    const double drift = std::fabs(point.parameter - plateau_.parameter);
-    const double change = std::fabs(point.amplitude - plateau_.amplitude);
-    return plateau_.period > 0 && point.period > plateau_.period &&
-           drift <= still * settings_.widths[0] && change <= same * plateau_.amplitude;
 }
 
 // ---- Results ----

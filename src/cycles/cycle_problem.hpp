@@ -19,6 +19,7 @@
 #include "branches/problem.hpp"
 #include "cycles/chain_solver.hpp"
 #include "cycles/collocation.hpp"
+#include "cycles/homoclinic.hpp"
 #include "cycles/mesh.hpp"
 #include "cycles/multipliers.hpp"
 #include "cycles/orbit.hpp"
@@ -178,12 +179,10 @@ class CycleProblem final : public Problem {
     struct Past {
         double parameter, period, amplitude;
     };
-    bool on_plateau(const Past& point) const;
-    bool homoclinic() const;
     void remember_symmetries(const double* z);
     std::vector<Past> past_;
     BrokenSymmetry doubling_, reflection_;
-    Past plateau_{};  // the last point before which parameter or amplitude were others
+    HomoclinicApproach homoclinic_;
 };
 
 /// Newton's method at fixed parameters, then meshes until the error is that of the settings. False:

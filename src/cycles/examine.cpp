@@ -257,7 +257,9 @@ void CycleProblem::examine_fold(Finding& finding) {
 void CycleProblem::examine_branch_point(Finding& finding) {
     constexpr double most = 1e-2;
     const FoldForm form = fold_form(*this, finding.z, false);
-    if (form.known && form.transversality > most)
+    // Where more branches than two cross there are more null vectors than these.
+    const bool simple = finding.subtype != "multiple";
+    if (simple && form.known && form.transversality > most)
         return reject(finding, "no branch seems to cross: " + indicators(finding, form));
     // The equations of the mesh have the symmetry that makes branches cross up to their error only.
     const double apart = std::max(1e-6, 0.1 * std::sqrt(mesh_error()));

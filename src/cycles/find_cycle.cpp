@@ -346,8 +346,21 @@ bool walk_period(Walk& walk, double period) {
     return true;
 }
 
+// Adds the integral over the track by the trapezoidal rule.
+void add_integral(const Track& track, std::vector<double>& sum) {
+    const std::size_t n = track.states;
+    for (std::size_t k = 0; k + 1 < track.times.size(); ++k) {
+        const double half = 0.5 * (track.times[k + 1] - track.times[k]);
+        for (std::size_t a = 0; a < n; ++a)
+            sum[a] += half * (track.x[k * n + a] + track.x[(k + 1) * n + a]);
+    }
+}
+
+// The mean over the transient, which is added to `mean`, is where cycles are that a trajectory
+// stays around and never comes to.
 PointData from_one_period(const ModelPtr& model, const std::vector<double>& state, double period,
-                          int transient, const tx::Options& options) {
+                          int transient, const tx::Options& options,
+                          std::vector<double>* mean = nullptr) {
     const double t0 = model->forcing ? model->forcing->t0 : 0;
     std::vector<double> x = state;
     for (int k = 0;; ++k) {
@@ -358,8 +371,20 @@ PointData from_one_period(const ModelPtr& model, const std::vector<double>& stat
         }
         const Track& track = walk.track();
         if (k == transient) return correct(model, track, options);
+        if (mean != nullptr) add_integral(track, *mean);
         x.assign(track.x.end() - static_cast<std::ptrdiff_t>(x.size()), track.x.end());
     }
+}
+
+// From a state that does not move.
+PointData from_rest(const ModelPtr& model, const std::vector<double>& state, double period,
+                    const tx::Options& options) {
+    Track track{.states = state.size()};
+    for (int k = 0; k <= 4; ++k) {
+        track.times.push_back(k * period / 4);
+        track.x.insert(track.x.end(), state.begin(), state.end());
+    }
+    return correct(model, track, options);
 }
 
 }  // namespace
@@ -379,9 +404,14 @@ PointData find_cycle(const ModelPtr& model, const std::vector<double>& state,
     check_state(*model, state, "the state");
     if (!model->forcing) return find_autonomous(model, state, options);
     const Rate rate(model->equations, timing_of(*model), {}, model->values);
-    PointData settled = from_one_period(model, state, rate.period(), forced_transient, options);
+    const double period = rate.period();
+    std::vector<double> mean(state.size(), 0.0);
+    PointData settled = from_one_period(model, state, period, forced_transient, options, &mean);
     if (settled.status == "found") return settled;
-    PointData direct = from_one_period(model, state, rate.period(), 0, options);
+    PointData direct = from_one_period(model, state, period, 0, options);
+    if (direct.status == "found") return direct;
+    for (double& x : mean) x /= forced_transient * period;
+    direct = from_rest(model, mean, period, options);
     return direct.status == "found" ? direct : settled;
 }
 

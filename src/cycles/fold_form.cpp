@@ -158,11 +158,12 @@ FoldForm fold_form(CycleProblem& problem, const std::vector<double>& z, bool coe
     const Lengths lengths = trajex::lengths(problem, vectors.psi);
     form.unfolding = row.back() / lengths.psi;
     const double most = lengths.scaled_psi * lengths.scaled_column;
-    // On a branch that does not depend on the parameter F_p is rounding.
+    // On a branch that does not depend on the parameter F_p is what Newton's method leaves, and
+    // more beside a point where the equations are singular.
     std::vector<double> weights(problem.unknowns());
     problem.metric(weights);
     const double width = 1 / std::sqrt(weights.back());
-    constexpr double nothing = 1e-9;
+    constexpr double nothing = 1e-7;
     const bool moves = lengths.scaled_column * width > nothing;
     form.transversality = moves && most > 0 ? std::fabs(row.back()) / most : 0;
     form.known = std::isfinite(form.transversality);

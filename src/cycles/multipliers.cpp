@@ -64,7 +64,7 @@ void ProductEigenvalues::reserve(std::size_t d, std::size_t count) {
     factors_.resize(count * d * d);
     triangles_.resize(count * d * d);
     for (auto* matrix : {&start_, &turn_, &product_, &work_}) matrix->resize(d * d);
-    for (auto* vector : {&size_, &re_, &im_}) vector->resize(d);
+    for (auto* vector : {&size_, &mesh_errors_, &re_, &im_}) vector->resize(d);
     groups_.reserve(d + 1);
     qr_.reserve(d);
     eigen_.reserve(d);
@@ -163,12 +163,14 @@ bool ProductEigenvalues::group_eigenvalues(std::size_t first, std::size_t size, 
         carried += e * std::numbers::ln2;
     }
     if (!eigen_.eigenvalues(size, product_.data(), re_.data(), im_.data())) return false;
-    append_exponents(size, carried, out);
+    append_exponents(first, size, carried, out);
     return true;
 }
 
 // The logarithms of the eigenvalues found, of the product divided by e^carried.
-void ProductEigenvalues::append_exponents(std::size_t size, double carried, Spectrum& out) const {
+void ProductEigenvalues::append_exponents(std::size_t first, std::size_t size, double carried,
+                                          Spectrum& out) const {
+    const double mesh_error = *std::max_element(&mesh_errors_[first], &mesh_errors_[first] + size);
     for (std::size_t k = 0; k < size; ++k) {
         const double modulus = std::hypot(re_[k], im_[k]);
         const bool real = std::fabs(im_[k]) <= real_tolerance * modulus;
@@ -179,12 +181,37 @@ void ProductEigenvalues::append_exponents(std::size_t size, double carried, Spec
         const double angle = !real ? std::atan2(im_[k], re_[k]) : re_[k] < 0 ? std::numbers::pi : 0;
         exponent.value = {std::log(modulus) + carried, angle};
         exponent.resolved = modulus > 0;
+        exponent.mesh_error = mesh_error;
         out.push_back(exponent);
     }
 }
 
+// Where a solution grows by e^z on a segment, the logarithm of its collocation solution is wrong by
+// about c |z|^(2m+1), c = (m!)^2 / ((2m)! (2m+1)!): the error of the diagonal approximant of Pade.
+// The basis, invariant now, is taken through the segments once more, for their z.
+bool ProductEigenvalues::find_mesh_errors(std::size_t count, const double* factors, std::size_t m) {
+    std::fill(mesh_errors_.begin(), mesh_errors_.end(), 0.0);
+    if (m == 0) return true;
+    double c = 1;
+    for (std::size_t k = 1; k <= m; ++k) c *= static_cast<double>(k) / static_cast<double>(m + k);
+    c /= std::tgamma(static_cast<double>(2 * m + 2));
+    for (std::size_t i = 0; i < count; ++i) {
+        multiply(d_, factors + i * d_ * d_, basis_.data(), work_.data());
+        if (!all_finite(work_.data(), d_ * d_)) return false;
+        qr_.factor(work_.data(), d_, d_, d_);
+        std::fill(basis_.begin(), basis_.end(), 0.0);
+        for (std::size_t a = 0; a < d_; ++a) basis_[a * d_ + a] = 1;
+        qr_.apply(basis_.data(), d_, d_);
+        for (std::size_t a = 0; a < d_; ++a) {
+            const double z = std::log(std::fabs(work_[a * d_ + a]));
+            mesh_errors_[a] += c * std::pow(std::fabs(z), static_cast<double>(2 * m + 1));
+        }
+    }
+    return true;
+}
+
 bool ProductEigenvalues::compute(std::size_t d, std::size_t count, const double* factors,
-                                 Spectrum& out) {
+                                 Spectrum& out, std::size_t m) {
     out.clear();
     if (d == 0) return true;
     if (!all_finite(factors, count * d * d)) return false;
@@ -195,6 +222,7 @@ bool ProductEigenvalues::compute(std::size_t d, std::size_t count, const double*
         find_groups();
         if (i + 1 >= least_sweeps && settled()) break;
     }
+    if (!find_mesh_errors(count, factors, m)) return false;
     for (std::size_t g = 0; g + 1 < groups_.size(); ++g) {
         if (!group_eigenvalues(groups_[g], groups_[g + 1] - groups_[g], out)) return false;
     }
@@ -290,7 +318,8 @@ void Multipliers::resolve_small(Spectrum& out) const {
 }
 
 bool Multipliers::compute(std::size_t n, std::size_t intervals, const double* transfer,
-                          const double* velocities, double divergence, Spectrum& out) {
+                          const double* velocities, double divergence, Spectrum& out,
+                          std::size_t m) {
     check_ = {};
     const bool autonomous = velocities != nullptr;
     if (autonomous) {
@@ -298,7 +327,7 @@ bool Multipliers::compute(std::size_t n, std::size_t intervals, const double* tr
         project(n, intervals, transfer, velocities);
     }
     const std::size_t d = autonomous ? n - 1 : n;
-    if (!product_.compute(d, intervals, autonomous ? transverse_.data() : transfer, out))
+    if (!product_.compute(d, intervals, autonomous ? transverse_.data() : transfer, out, m))
         return false;
     for (const Exponent& exponent : out) check_.liouville += exponent.value.real();
     check_.liouville -= divergence;

@@ -16,8 +16,10 @@ namespace trajex {
 class ProductEigenvalues {
   public:
     /// factors: count matrices of order d by rows, the first one acts first. `out` gets d exponents
-    /// log|mu| + i arg mu, largest first. False: not finite, or not converged.
-    bool compute(std::size_t d, std::size_t count, const double* factors, Spectrum& out);
+    /// log|mu| + i arg mu, largest first; their mesh errors are those of collocation with m points,
+    /// of which each factor is a segment (0: none). False: not finite, or not converged.
+    bool compute(std::size_t d, std::size_t count, const double* factors, Spectrum& out,
+                 std::size_t m = 0);
 
   private:
     void reserve(std::size_t d, std::size_t count);
@@ -26,7 +28,8 @@ class ProductEigenvalues {
     void find_groups();
     bool settled() const;
     bool group_eigenvalues(std::size_t first, std::size_t size, Spectrum& out);
-    void append_exponents(std::size_t size, double carried, Spectrum& out) const;
+    void append_exponents(std::size_t first, std::size_t size, double carried, Spectrum& out) const;
+    bool find_mesh_errors(std::size_t count, const double* factors, std::size_t m);
 
     std::size_t d_ = 0;
     std::size_t kept_ = 0;  // factors after compression
@@ -34,6 +37,7 @@ class ProductEigenvalues {
     std::vector<double> triangles_;  // R of each factor in the present sweep
     std::vector<double> basis_, start_, turn_;
     std::vector<double> size_;         // log of the accumulated diagonal
+    std::vector<double> mesh_errors_;  // of it
     std::vector<std::size_t> groups_;  // first columns of the diagonal blocks, then d
     std::vector<double> product_, work_, re_, im_;
     Qr qr_;
@@ -51,9 +55,9 @@ class Multipliers {
   public:
     /// transfer: N matrices n x n. velocities: dx/dtau at the ends (N x n) in the same variables,
     /// of an autonomous system, where the multiplier 1 of the velocity is left out; null: all
-    /// count. divergence: the logarithm of the product of all.
+    /// count. divergence: the logarithm of the product of all. m: collocation points of each.
     bool compute(std::size_t n, std::size_t intervals, const double* transfer,
-                 const double* velocities, double divergence, Spectrum& out);
+                 const double* velocities, double divergence, Spectrum& out, std::size_t m = 0);
     const MultiplierCheck& check() const { return check_; }
 
   private:
