@@ -180,9 +180,9 @@ auto dispatch(Arguments... arguments) {
 inline constexpr std::size_t largest_unrolled = 8;
 
 /// The same with the number of components, which comes first, as a compile-time constant where it
-/// is small.
+/// is small. Inline, and so is what leads here: a step of a small system feels every call between.
 template <template <class> class Kernel, std::size_t unrolled = 1, class... Arguments>
-auto dispatch_sized(std::size_t n, Arguments... arguments) {
+[[gnu::always_inline]] inline auto dispatch_sized(std::size_t n, Arguments... arguments) {
     if constexpr (unrolled > largest_unrolled) {
         return dispatch<Kernel>(n, arguments...);
     } else if (n == unrolled) {

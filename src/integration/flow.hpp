@@ -5,6 +5,8 @@
 
 #include <concepts>
 #include <cstddef>
+#include <type_traits>
+#include <utility>
 
 #include "integration/verner_dense_output.hpp"
 #include "tx.h"
@@ -18,7 +20,7 @@ concept Flow = requires(const F flow, double t, double* state, const double* new
     { flow.tx } -> std::convertible_to<Trajex&>;   // on which failures are reported
     { flow.record() } -> std::same_as<Trajex&>;    // the record that is stepped
     { flow.size() } -> std::same_as<std::size_t>;  // number of components
-    flow(t, state, state);                         // right-hand side
+    flow.right_hand_side()(t, state, state);
     {
         flow.state(state)
         } -> std::same_as<const double*>;          // the caller's state as one vector,
@@ -28,6 +30,10 @@ concept Flow = requires(const F flow, double t, double* state, const double* new
     { flow.interpolate(t) } -> std::same_as<int>;  // state
     { flow.section_step(&t) } -> std::same_as<int>;
 };
+
+/// What the right-hand side of a flow is called through.
+template <Flow F>
+using RightHandSide = std::remove_cvref_t<decltype(std::declval<const F&>().right_hand_side())>;
 
 /// The method that handles integrate with.
 using RecordMethod = Verner65;

@@ -140,8 +140,9 @@ struct RepeatAttempts {
 /// One accepted step of n components: the kernel for this processor. The right-hand side is called
 /// as rhs(t, y, f); it may throw, and the work is then that of no step.
 template <class Method, class Rhs>
-StepOutcome accepted_step(std::size_t n, StepWork& work, const double* start, double t, double h,
-                          const Rhs& rhs) {
+[[gnu::always_inline]] inline StepOutcome accepted_step(std::size_t n, StepWork& work,
+                                                        const double* start, double t, double h,
+                                                        const Rhs& rhs) {
     return dispatch_sized<RepeatAttempts<Method>::template For>(n, &work, start, t, h, &rhs);
 }
 

@@ -23,7 +23,7 @@ struct StateFlow {
 
     Trajex& record() const { return tx; }
     std::size_t size() const { return order_of(tx); }
-    void operator()(double t, double* state, double* f) const { tx.fcn(t, state, f); }
+    const auto& right_hand_side() const { return tx.fcn; }
     const double* state(double*) const { return y; }
     void store(const double* state) const { passes::copy_state(size(), state, y); }
     int step(double* t) const { return TXStep(&tx, t, y); }
@@ -52,8 +52,8 @@ template <Flow F>
     work.rel_tol = rec.RelTol;
     work.hmax = rec.hmax;
     const StepOutcome step =
-        accepted_step<typename F::Method>(flow.size(), work, start, t, h, flow);
-    if (step.accepted) rec.tlast = work.t_last;
+        accepted_step<typename F::Method>(flow.size(), work, start, t, h, flow.right_hand_side());
+    rec.tlast = work.t_last;
     return step;
 }
 
@@ -71,7 +71,9 @@ template <Flow F>
 class DenseStep {
   public:
     explicit DenseStep(const F& flow)
-        : flow_(flow), interpolant_(flow.size(), private_part(flow.record()).step_work, flow) {}
+        : flow_(flow),
+          interpolant_(flow.size(), private_part(flow.record()).step_work, flow.right_hand_side()) {
+    }
 
     /// False, with the caller's state as it was, where the state at t is not finite.
     bool at(double t) {
@@ -82,19 +84,19 @@ class DenseStep {
 
   private:
     const F& flow_;
-    StepInterpolant<typename F::Method, typename F::Sums, F> interpolant_;
+    StepInterpolant<typename F::Method, typename F::Sums, RightHandSide<F>> interpolant_;
 };
 
 /// One accepted step from *t0. On failure the caller's time and state and the proposed step size
 /// stay as they were.
 template <Flow F>
-int take_step(F& flow, double* t0, const char* where) {
+[[gnu::always_inline]] inline int take_step(F& flow, double* t0, const char* where) {
     Trajex& rec = flow.record();
     const StepOutcome step = accepted_step(flow, flow.state(rec.yfirst), *t0, first_step_size(rec));
     if (!step.accepted) return report(&flow.tx, Error::minimum_step, where);
-    flow.store(rec.y6);
     rec.h = step.next_h;
     *t0 = rec.tlast;
+    flow.store(rec.y6);
     describe_step(flow);
     return 1;
 }

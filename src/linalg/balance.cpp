@@ -1,6 +1,7 @@
 // Balancing of a matrix before its eigenvalues are computed: a diagonal similarity by powers of
 // two, hence without rounding. Reference: Parlett and Reinsch, Numer. Math. 13 (1969) 293.
 #include <cmath>
+#include <limits>
 
 #include "linalg/eigen.hpp"
 
@@ -23,11 +24,17 @@ Norms off_diagonal_norms(double* const* a, std::size_t n, std::size_t i) {
     return norms;
 }
 
+// Zero, infinity and what is not a number are not.
+bool is_positive(double norm) {
+    return norm > 0 && norm <= std::numeric_limits<double>::max();
+}
+
 // The power of two f that makes the norms of column · f and row / f about equal; 1 when there is
 // little to gain, and where a norm is zero or infinite or f leaves the range of normal numbers.
 double balancing_factor(Norms norms) {
     auto [c, r] = norms;
-    if (c == 0 || r == 0 || !std::isfinite(c) || !std::isfinite(r)) return 1;
+    if (c >= r / 2 && c <= 2 * r) return 1;
+    if (!is_positive(c) || !is_positive(r)) return 1;
     double f = 1;
     const double s = c + r;
     for (; c < r / 2; c *= 4) f *= 2;

@@ -35,13 +35,15 @@ bool is_zero_row(const double* row, std::size_t n) {
 template <class Vector>
 struct ScaleRows {
     [[gnu::always_inline]] static inline bool run(std::size_t n, double* const* a, double* scale) {
-        bool ordinary = true;
+        double least = 1;
+        double most = 1;
         for (std::size_t i = 0; i < n; ++i) {
             const double size = largest_size(a[i], n);
-            ordinary = in_middle_range(size) && ordinary;
+            least = std::min(least, size);
+            most = std::max(most, size);
             scale[i] = 1 / size;
         }
-        return ordinary;
+        return in_middle_range(least) && in_middle_range(most);
     }
 
   private:
@@ -71,7 +73,7 @@ struct RowSizes {
 };
 
 // Rows of zeros get the scale 1.
-RowSizes measure_rows(std::size_t n, double* const* a, double* scale) {
+[[gnu::noinline]] RowSizes measure_rows(std::size_t n, double* const* a, double* scale) {
     RowSizes sizes;
     for (std::size_t i = 0; i < n; ++i) {
         const double size = largest_size(a[i], n);
@@ -296,7 +298,8 @@ namespace {
 
 // Multiplies the matrix by a power of two where its range asks for it, but never so that a row
 // gets lost at the lower end. Returns the exponent e of 2^-e.
-int bring_into_range(std::size_t n, double** a, double* scale, const RowSizes& sizes) {
+[[gnu::noinline]] int bring_into_range(std::size_t n, double** a, double* scale,
+                                       const RowSizes& sizes) {
     constexpr int room = 900;
     int e = range_exponent(sizes.largest);
     if (e > 0) e = std::min(e, std::max(std::ilogb(sizes.smallest) + room, 0));

@@ -222,14 +222,14 @@ class ShiftedQr {
     bool run(int exponent) {
         const Index last = bottom_;
         const int e = exponent + (in_middle_range(norm_) ? 0 : bring_into_range());
-        bool found = true;
-        while (found && bottom_ >= 0) found = find_eigenvalues_at_bottom();
+        while (bottom_ >= 0 && find_eigenvalues_at_bottom()) {
+        }
         if (e != 0) {
             const auto count = static_cast<std::size_t>(last - bottom_);
             scale_by_power(re_ + bottom_ + 1, count, e);
             scale_by_power(im_ + bottom_ + 1, count, e);
         }
-        return found;
+        return bottom_ < 0;
     }
 
   private:
@@ -388,15 +388,25 @@ bool hessenberg_eigenvalues(double** a, std::size_t n, double* re, double* im, i
     return ShiftedQr(a, n, re, im, limit).run(exponent);
 }
 
+namespace {
+
+// Multiplies the matrix by 2^-e, and returns e.
+[[gnu::noinline]] int bring_into_range(double** a, std::size_t n, double largest) {
+    const int e = range_exponent(largest);
+    if (e != 0) {
+        for (std::size_t i = 0; i < n; ++i) scale_by_power(a[i], n, -e);
+    }
+    return e;
+}
+
+}  // namespace
+
 bool matrix_eigenvalues(double** a, std::size_t n, double* re, double* im, int limit) {
     double largest = 0;
     for (std::size_t i = 0; i < n; ++i) {
         for (std::size_t j = 0; j < n; ++j) largest = std::max(largest, std::fabs(a[i][j]));
     }
-    const int e = range_exponent(largest);
-    if (e != 0) {
-        for (std::size_t i = 0; i < n; ++i) scale_by_power(a[i], n, -e);
-    }
+    const int e = in_middle_range(largest) ? 0 : bring_into_range(a, n, largest);
     balance(a, n);
     reduce_to_hessenberg(a, n);
     return hessenberg_eigenvalues(a, n, re, im, e, limit);

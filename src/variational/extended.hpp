@@ -50,6 +50,7 @@ class ExtendedFlow {
     int interpolate(double t) const { return TXVarInterpolate(&tx, t, y, Phi_); }
     int section_step(double* t) const { return TXVarPoincareStep(&tx, t, y, Phi_); }
 
+    const ExtendedFlow& right_hand_side() const { return *this; }
     void operator()(double t, double* Y, double* F) const;
 
   private:

@@ -6,7 +6,7 @@ import re
 import sys
 from ctypes import CFUNCTYPE, POINTER, c_char, c_char_p, c_double, c_int, c_void_p
 
-library_file, field_list = sys.argv[1:]
+library_file, field_list, header = sys.argv[1:]
 tx = ctypes.CDLL(library_file)
 doubles = POINTER(c_double)
 right_hand_side = CFUNCTYPE(None, c_double, doubles, doubles)
@@ -69,5 +69,7 @@ assert bifurcation.contents.tx == ctypes.addressof(settings)
 assert tx.TXDestroyBif(handle, bifurcation) == 1
 
 messages = (c_char_p * 31).in_dll(tx, "TrajexFatalError")
-assert messages[30] == b"No Convergense in Newton iteration"
+with open(header, encoding="utf-8") as lines:
+    documented = re.findall(r"^ \* \| +(\d+) \| ([^|]+) \|", lines.read(), re.MULTILINE)
+assert [(int(code), message.encode()) for code, message in documented] == list(enumerate(messages))
 assert tx.TXCloseTrajex(handle) == 1
