@@ -234,7 +234,6 @@ void BorderedChain<Scalar>::fill_dense() {
 template <class Scalar>
 void BorderedChain<Scalar>::chain_solve(Scalar* blocks, Scalar* q) const {
     with_size(n_, [&](auto n) {
-        chain_->reduce(parts_of(blocks), parts);
         Scalar* const side = dense_side_.data();
         std::copy_n(blocks + (N_ - 1) * n, n, side);
         for (std::size_t row = 0; row < k_; ++row) {
@@ -270,9 +269,12 @@ void BorderedChain<Scalar>::solve(Scalar* r, Scalar* t) const {
         const double* const scale = segments_->scale().data();
         const std::size_t height = m_ * n;
         const std::size_t inner = height - n;
-        for (std::size_t row = 0; row < N_ * height; ++row) r[row] /= scale[row % n];
-        segments_->solve(parts_of(r), parts);
-        for (std::size_t i = 0; i < N_; ++i) {
+        // Tangents and null vectors are solutions without right-hand sides in the segments.
+        const bool given = std::any_of(r, r + N_ * height, [](Scalar x) { return x != Scalar{}; });
+        std::fill(blocks_.begin(), blocks_.end(), Scalar{});
+        for (std::size_t row = 0; given && row < N_ * height; ++row) r[row] /= scale[row % n];
+        if (given) segments_->solve(parts_of(r), parts);
+        for (std::size_t i = 0; given && i < N_; ++i) {
             const Scalar* const w = r + i * height;
             std::copy_n(w + inner, n, blocks_.data() + i * n);
             for (std::size_t row = 0; row < k_; ++row) {
@@ -280,6 +282,7 @@ void BorderedChain<Scalar>::solve(Scalar* r, Scalar* t) const {
                     t[row] -= inner_rows_[(row * N_ + i) * inner + j] * w[j];
             }
         }
+        if (given) chain_->reduce(parts_of(blocks_.data()), parts);
         chain_solve(blocks_.data(), t);
         // Inner points first keep w; then everything moves one point up: point k of the chain
         // stands at k.
