@@ -8,6 +8,7 @@
 #include "support.hpp"
 
 #include "linalg/eigen.hpp"
+#include "linalg/lane_lu.hpp"
 
 using namespace trajex;
 
@@ -219,6 +220,42 @@ TEST(Dense, EigenvaluesOfRandomMatricesAreFound) {
         }
     }
     EXPECT_GT(slow, 0);
+}
+
+// Four systems at once: as each by itself, and told from those that need their pivots searched for.
+TEST(Dense, FourMatricesInLanes) {
+    constexpr std::size_t lanes = LaneLu::lanes;
+    for (const std::size_t n : {1, 2, 3, 4, 7, 12, 17}) {
+        const std::size_t k = 1 + n % 5;
+        std::vector<double> A[lanes], X[lanes];
+        for (unsigned l = 0; l < lanes; ++l) {
+            A[l] = random_numbers<double>(n * n, l + 1);
+            for (std::size_t i = 0; i < n; ++i) A[l][i * (n + 1)] += static_cast<double>(n);
+            X[l] = random_numbers<double>(n * k, l + 10);
+        }
+        if (n > 1) A[1][0] = 1e-9;
+        A[2][n * n - 1] = std::nan("");
+        LaneLu lu;
+        double* const matrix = lu.matrix(n);
+        std::vector<double> B(n * k * lanes), C(n * k * lanes);
+        for (std::size_t l = 0; l < lanes; ++l) {
+            const std::vector<double> AX = product(A[l], X[l], n, k);
+            const std::vector<double> TX = product(transposed(A[l], n), X[l], n, k);
+            for (std::size_t i = 0; i < n * n; ++i) matrix[i * lanes + l] = A[l][i];
+            for (std::size_t i = 0; i < n * k; ++i)
+                B[i * lanes + l] = AX[i], C[i * lanes + l] = TX[i];
+        }
+        const std::array<bool, lanes> good = lu.decompose();
+        EXPECT_EQ(good, (std::array<bool, lanes>{true, n == 1, false, true})) << n;
+        lu.solve(B.data(), k);
+        lu.solve_transposed(C.data(), k);
+        for (std::size_t l = 0; l < lanes; ++l) {
+            for (std::size_t i = 0; good[l] && i < n * k; ++i) {
+                EXPECT_NEAR(B[i * lanes + l], X[l][i], 1e-13) << n;
+                EXPECT_NEAR(C[i * lanes + l], X[l][i], 1e-13) << n;
+            }
+        }
+    }
 }
 
 TEST(Dense, OrthogonalFactors) {
