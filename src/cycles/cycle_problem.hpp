@@ -88,7 +88,7 @@ class CycleProblem final : public Problem {
     bool keeps_factors() const override { return true; }
     void solve(double* rhs) const override;
     void solve_transposed(double* rhs) const override;
-    int determinant_sign() const override { return bordered_.determinant_sign(); }
+    int determinant_sign() const override;
 
     EventNames event_names() const override;
     /// Special cycles are solved for once more on a finer mesh.
