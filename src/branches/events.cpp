@@ -56,6 +56,15 @@ unsigned changed_tests(const std::vector<Test>& a, const std::vector<Test>& b) {
     return result;
 }
 
+// Of multipliers, as many of which are unstable as before and none near enough to have crossed and
+// come back: kinds of those far away are easily lost. A fold can come with a period doubling in the
+// same step, but not where there is one multiplier: there dp/ds is noise.
+bool none_crossed(const Marks& a, const Marks& b, const EventNames& names) {
+    if (names.flip.empty() || a.exponents == 0 || a.exponents != b.exponents) return false;
+    if (a.kinds_known() || b.kinds_known() || a.unstable != b.unstable) return false;
+    return a.exponents == 1 || a.sigma == b.sigma;
+}
+
 }  // namespace
 
 void count_unstable(const Spectrum& spectrum, Marks& marks) {
@@ -88,7 +97,7 @@ int invariant(const Marks& marks) {
 void reconcile(Marks& marks, int branch_invariant) {
     constexpr double beyond_rounding = 30;
     if (invariant(marks) == branch_invariant) return;
-    const bool has_kinds = marks.real + marks.flip > 0;
+    const bool has_kinds = marks.real + marks.flip > 0 && marks.exponents > 1;
     const bool kinds_lost =
         has_kinds && (marks.reach >= beyond_rounding || (marks.seen && !marks.kinds_known()));
     if (!marks.parity_known() && marks.real_nearest) {
@@ -100,8 +109,9 @@ void reconcile(Marks& marks, int branch_invariant) {
         const int swapped = marks.real > 0 ? 1 : -1;
         marks.real -= swapped;
         marks.flip += swapped;
-    } else if (!marks.seen && !marks.kinds_known() && !has_kinds) {
-        // Every multiplier is far inside the unit circle: the mesh is too poor for the determinant.
+    } else if (!marks.kinds_known() && !has_kinds && (!marks.seen || marks.exponents == 1)) {
+        // No multiplier can cross, and no kind is in doubt: the mesh is too poor for the
+        // determinant.
         marks.beta = -marks.beta;
     } else if (!marks.seen) {
         marks.sigma = -marks.sigma;
@@ -135,6 +145,7 @@ Decoded decode(const Marks& a, const Marks& b, const std::vector<Test>& tests_a,
     else if (!folds && !names.real.empty())
         result.real = delta_P;
     result.real_pairs = result.pairs != 0 && std::abs(dP) >= 2 * std::abs(result.pairs);
+    if (none_crossed(a, b, names)) result = {};
     result.tests = changed_tests(tests_a, tests_b);
     return result;
 }

@@ -77,8 +77,8 @@ bool Sampler::complete(Sample& out, const std::vector<double>& direction, int si
     }
     const std::size_t p = out.z.size() - problem_.active_parameters();
     out.pdot = out.tangent[p] * std::sqrt(metric_.weights()[p]);
-    out.marks.beta = problem_.determinant_sign();
     problem_.spectrum(out.spectrum);
+    out.marks.beta = problem_.determinant_sign();
     problem_.tests(out.tests);
     count_unstable(out.spectrum, out.marks);
     mark_signs(out, sigma, sure);
@@ -365,6 +365,10 @@ void Search::look(const Sample& a, const Sample& b, int depth) {
     if (b.s - a.s <= 2.5 * least_ || depth >= deepest) {
         if (what.count() == 0)
             return;  // noise of the determinant next to an event that is recorded
+        // Multipliers are continuous: so near to one another none has crossed, signs are noise.
+        const bool counted = a.marks.exponents > 0 && a.marks.unstable == b.marks.unstable;
+        if (counted && !what.fold && far_from_crossing(what, a) && far_from_crossing(what, b))
+            return;
         if (!what.consistent)
             return blur(what, a, b, "tangent, determinant and exponents disagree");
         return unresolved(what, a, b, "the events coincide");

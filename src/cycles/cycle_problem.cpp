@@ -251,6 +251,12 @@ void CycleProblem::solve_transposed(double* rhs) const {
     bordered_.solve_transposed(rhs, rhs + state_size());
 }
 
+// Where the equations have the sign of a multiplier wrong, they have that of 1 - mu wrong, too.
+int CycleProblem::determinant_sign() const {
+    const int sign = bordered_.determinant_sign();
+    return multipliers_.check().sign_restored ? -sign : sign;
+}
+
 // ---- Dynamics ----
 
 EventNames CycleProblem::event_names() const {

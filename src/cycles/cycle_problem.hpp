@@ -89,7 +89,7 @@ class CycleProblem final : public Problem {
     std::size_t kept_factors() const override { return factors_; }
     void solve(double* rhs) const override;
     void solve_transposed(double* rhs) const override;
-    int determinant_sign() const override { return bordered_.determinant_sign(); }
+    int determinant_sign() const override;
 
     EventNames event_names() const override;
     /// Special cycles are solved for once more on a finer mesh.

@@ -45,22 +45,27 @@ void HomoclinicApproach::find_turn() {
     turns_[0].parameter += shift * (slope + curvature * shift);
 }
 
-// Three distances of folds that decrease by like factors, over like differences of the period.
+// Distances of folds that decrease by like factors, over like differences of the period; where the
+// connection passes the equilibrium on both sides in turn, every second distance.
 bool HomoclinicApproach::wiggles(double& limit) const {
-    constexpr double near = 1e-3;   // of the window
-    constexpr double alike = 0.25;  // relative
-    constexpr double same = 0.05;   // amplitude
+    constexpr double near = 1e-3;    // of the window
+    constexpr double alike = 0.35;   // relative
+    constexpr double steady = 0.25;  // of the period
+    constexpr double same = 0.05;    // amplitude
     if (turn_count_ < turns_.size()) return false;
-    const auto moved = [&](std::size_t k) { return turns_[k].parameter - turns_[k + 1].parameter; };
-    const auto waited = [&](std::size_t k) { return turns_[k].period - turns_[k + 1].period; };
-    const double q = -moved(0) / moved(1);
-    const double q_before = -moved(1) / moved(2);
-    limit = turns_[0].parameter - q / (1 + q) * moved(0);
-    return q > 0 && q < 0.9 && std::fabs(q - q_before) <= alike * q && waited(0) > 0 &&
-           std::fabs(waited(0) - waited(1)) <= alike * waited(0) &&
-           std::fabs(waited(1) - waited(2)) <= alike * waited(0) &&
-           std::fabs(moved(0)) <= near * width_ &&
-           std::fabs(turns_[0].amplitude - turns_[1].amplitude) <= same * turns_[0].amplitude;
+    std::array<double, 4> moved{}, waited{};
+    for (std::size_t k = 0; k < moved.size(); ++k) {
+        moved[k] = turns_[k].parameter - turns_[k + 1].parameter;
+        waited[k] = turns_[k].period - turns_[k + 1].period;
+        if (moved[k] * moved[0] * (k % 2 == 0 ? 1 : -1) <= 0) return false;
+        if (!(std::fabs(waited[k] - waited[0]) <= steady * waited[0])) return false;
+    }
+    const double q = moved[0] / moved[2];
+    const double q_before = moved[1] / moved[3];
+    limit = turns_[0].parameter + q / (1 - q) * (moved[0] + moved[1]);
+    return q < 0.8 && std::fabs(q - q_before) <= alike * q &&
+           std::fabs(moved[0]) <= near * width_ &&
+           std::fabs(turns_[0].amplitude - turns_[2].amplitude) <= same * turns_[0].amplitude;
 }
 
 bool HomoclinicApproach::suspected(std::string& detail) const {

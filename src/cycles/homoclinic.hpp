@@ -33,7 +33,7 @@ class HomoclinicApproach {
     std::array<Cycle, 3> last_{};  // the latest first
     std::size_t count_ = 0;
     Cycle plateau_{};               // the last before which parameter or amplitude were others
-    std::array<Cycle, 4> turns_{};  // of the parameter, the latest first
+    std::array<Cycle, 5> turns_{};  // of the parameter, the latest first
     std::size_t turn_count_ = 0;
 };
 

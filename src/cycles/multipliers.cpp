@@ -288,6 +288,15 @@ void Multipliers::check_velocities(std::size_t n, std::size_t intervals, const d
     check_.trivial = std::expm1(trivial);
 }
 
+// The product of all multipliers is positive, and a single one is. Where collocation does not follow
+// a growth that is too fast for an interval, the sign is no longer right.
+void Multipliers::restore_sign(Spectrum& out) {
+    if (out.size() != 1 || out[0].kind == Exponent::Kind::real) return;
+    out[0].kind = Exponent::Kind::real;
+    out[0].value = out[0].value.real();
+    check_.sign_restored = out[0].value.real() > 0;
+}
+
 // Collocation does not follow a decay by more than about e^-2m per interval: multipliers that are
 // very small come out too large, and the sum of the logarithms shows by how much. If only one is in
 // question the sum gives it.
@@ -303,7 +312,7 @@ void Multipliers::resolve_small(Spectrum& out) const {
     }
     Exponent& least = out.back();
     if (count == 1 || out.size() == 1) {
-        // The product of all multipliers is positive: with the sign of the others that of this one.
+        // With the sign of the others that of this one.
         std::size_t negative = 0;
         for (const Exponent& exponent : out) {
             if (&exponent != &least && exponent.kind == Exponent::Kind::alternating) ++negative;
@@ -331,6 +340,7 @@ bool Multipliers::compute(std::size_t n, std::size_t intervals, const double* tr
         return false;
     for (const Exponent& exponent : out) check_.liouville += exponent.value.real();
     check_.liouville -= divergence;
+    restore_sign(out);
     resolve_small(out);
     constexpr double rounding = 1e-12;
     const double error = autonomous ? std::max(std::fabs(check_.trivial), check_.leak)

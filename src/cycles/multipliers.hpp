@@ -49,6 +49,7 @@ struct MultiplierCheck {
     double trivial = 0;    ///< the computed trivial multiplier minus 1
     double leak = 0;       ///< by how much a segment does not map velocity to velocity, relative
     double liouville = 0;  ///< sum of log|mu| minus the integral of the divergence
+    bool sign_restored = false;  ///< of a multiplier beyond 1, which the equations have wrong
 };
 
 class Multipliers {
@@ -65,6 +66,7 @@ class Multipliers {
                  const double* velocities);
     void check_velocities(std::size_t n, std::size_t intervals, const double* transfer,
                           const double* velocities);
+    void restore_sign(Spectrum& out);
     void resolve_small(Spectrum& out) const;
 
     ProductEigenvalues product_;
