@@ -56,12 +56,13 @@ enum class Search { located, located_last, rejected, failed };
 
 class Branch {
   public:
-    Branch(const BranchRun& run, BranchProblem& problem)
+    Branch(const Run& run, BranchProblem& problem)
         : run_(run),
           problem_(problem),
           tx_(problem.tx),
           n_(problem.n),
-          size_(problem.unknowns()),
+          size_(problem.size),
+          unknowns_(problem.unknowns()),
           step_(problem.tx, run.dc, run.where),
           work_({{&r_, size_},
                  {&solver_, solver_work(size_)},
@@ -69,10 +70,8 @@ class Branch {
                  {&ei_, n_},
                  {&now_.tangent, size_},
                  {&last_.tangent, size_}},
-                {{&A_, size_, size_}, pointer_list(&unknowns_, size_)}),
-          accepted_(problem.record(), unknowns_, size_) {
-        problem.list_unknowns(unknowns_);
-    }
+                {{&A_, size_, size_}}),
+          accepted_(problem.record(), unknowns_, size_) {}
 
     int follow();
 
@@ -97,11 +96,12 @@ class Branch {
     double turning_angle_factor() const;
     int report_nested() const;
 
-    const BranchRun& run_;
+    const Run& run_;
     BranchProblem& problem_;
     Trajex& tx_;
     std::size_t n_;
     std::size_t size_;
+    double* const* unknowns_;
     StepLength step_;
 
     int steps_ = 0;
@@ -114,7 +114,6 @@ class Branch {
     double* er_ = nullptr;
     double* ei_ = nullptr;
     double** A_ = nullptr;  // matrix of each linear system
-    double** unknowns_ = nullptr;
     Analysis now_;
     Analysis last_;
     Workspace work_;
@@ -174,8 +173,9 @@ bool Branch::advance() {
 }
 
 void Branch::predict() {
-    // A solution that does not move with the parameter gives no direction in the state: the step is
-    // then taken in the parameter alone.
+    // The tangent is that of the point analysed last, which after a search in vain is not the
+    // accepted one. A solution that does not move with the parameter gives no direction in the
+    // state: the step is then taken in the parameter alone.
     const double dc = step_.value();
     prediction_ = now_.length == 0 ? dc : dc / now_.length;
     for (std::size_t j = 0; j < size_; ++j) {
@@ -396,9 +396,10 @@ CallerState::~CallerState() {
     if (T_home_ != nullptr) *T_home_ = *T_;
 }
 
-void BranchProblem::list_unknowns(double** list) const {
-    for (std::size_t i = 0; i < n; ++i) list[i] = &y[i];
-    list[n] = c;
+BranchProblem::BranchProblem(Trajex& handle, double* state, double* parameter, std::size_t unknowns)
+    : ContinuationProblem(handle, unknowns), y(state), c(parameter) {
+    for (std::size_t i = 0; i < n; ++i) unknowns_[i] = &y[i];
+    unknowns_[n] = c;
 }
 
 double BranchProblem::reversal(const double* tangent, const double* previous) const {
@@ -418,7 +419,7 @@ double BranchProblem::space_length(double tangent_length) const {
     return std::sqrt(1 + tangent_length * tangent_length);
 }
 
-int follow_branch(const BranchRun& run, BranchProblem& problem) {
+int follow_branch(const Run& run, BranchProblem& problem) {
     Trajex& tx = problem.tx;
     if (!std::isfinite(*run.dc)) return report(&tx, Error::minimum_step, run.where);
     if (!ensure_record(tx)) return report(&tx, Error::no_memory, run.where);

@@ -4,9 +4,7 @@
 
 #include <cstddef>
 
-#include "bifurcation/record.hpp"
-#include "continuation/outputs.hpp"
-#include "core/errors.hpp"
+#include "continuation/problem.hpp"
 #include "core/handle.hpp"
 #include "core/workspace.hpp"
 #include "tx.h"
@@ -44,42 +42,23 @@ class CallerState {
     Workspace work_;
 };
 
-/// One kind of solution. Its unknowns are the state y, the parameter c and, where it is unknown
-/// too, the period, in this order.
-class BranchProblem {
+/// One kind of solution, along one parameter. Its unknowns are the state y, the parameter c and,
+/// where it is unknown too, the period. There are n residuals; where they cannot be formed, the run
+/// is lost. The driver fills row n of the Newton matrix. The tangent is d(y)/dc, and d(period)/dc
+/// behind it where that is unknown.
+class BranchProblem : public ContinuationProblem {
   public:
-    BranchProblem(Trajex& handle, double* state, double* parameter)
-        : tx(handle), n(order_of(handle)), y(state), c(parameter) {}
-    virtual ~BranchProblem() = default;
-    BranchProblem(const BranchProblem&) = delete;
-    BranchProblem& operator=(const BranchProblem&) = delete;
-
-    Trajex& tx;
-    const std::size_t n;
     double* const y;
     double* const c;
 
-    TrajexBif& record() const { return *tx.txb; }
-
-    virtual PathKind kind() const = 0;
-    virtual std::size_t unknowns() const { return n + 1; }
-    virtual void list_unknowns(double** list) const;
-
     /// Converges the caller's guess and linearises there. False: the code is in the handle.
     virtual bool converge_start() = 0;
-    /// n residuals at the current unknowns, negated. False: they cannot be formed.
-    virtual bool residual(double* r) = 0;
-    /// The derivatives of the residual there, where `residual` has not formed them already.
+    /// The derivatives of the residual, where `residual` has not formed them already.
     virtual void linearise() {}
 
     /// Eigenvalues or multipliers at the current point, from the last linearisation; A is scratch.
     /// Under the policy to record, a run goes on with those that were found.
     virtual Stability stability(double** A, double* er, double* ei) = 0;
-    /// The linear system for d(y)/dc, and d(period)/dc behind it where that is unknown. Returns its
-    /// order.
-    virtual std::size_t tangent_system(double** A, double* b) = 0;
-    /// All rows of the Newton matrix but row n, which the driver fills.
-    virtual void newton_rows(double** A) = 0;
 
     /// How far the tangent turned round between two points: 0 unless (nearly) all components
     /// changed sign, then their mean change in units of two.
@@ -99,24 +78,18 @@ class BranchProblem {
     virtual bool classify(const double* /*tangent*/, double /*dc*/, const Outputs& /*out*/) {
         return true;
     }
-};
 
-/// What a caller asks of a run.
-struct BranchRun {
-    const char* where = nullptr;  // reporting name
-    double* dc = nullptr;         // signed step length; its size on entry is the largest one
-    int bifurcations = 0;         // stop at this many; 0: no limit
-    Outputs out;
+  protected:
+    BranchProblem(Trajex& handle, double* state, double* parameter, std::size_t unknowns);
 };
 
 /// Follows the branch until the step limit or the bifurcation limit is reached (1), or a failure is
 /// recorded (0).
-int follow_branch(const BranchRun& run, BranchProblem& problem);
+int follow_branch(const Run& run, BranchProblem& problem);
 
 /// The same for a problem that is to be made of the caller's state and what else it takes.
 template <class Problem, class... Others>
-int follow_branch(const BranchRun& run, Trajex& tx, double* y, double* T, double* c,
-                  Others... others) {
+int follow_branch(const Run& run, Trajex& tx, double* y, double* T, double* c, Others... others) {
     return with_work_memory(tx, run.where, [&] {
         const CallerState state(tx, y, T);
         Problem problem(tx, state, c, others...);

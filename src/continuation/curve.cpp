@@ -32,15 +32,17 @@ double length_of(const double* v, std::size_t size) {
 
 class Curve {
   public:
-    Curve(const CurveRun& run, CurveProblem& problem)
+    Curve(const Run& run, CurveProblem& problem)
         : run_(run),
           problem_(problem),
           tx_(problem.tx),
           n_(problem.n),
           size_(problem.size),
+          unknowns_(problem.unknowns()),
           step_(problem.tx, run.dc, run.where),
-          accepted_(problem.record(), problem.unknowns(), problem.size),
-          work_({{&r_, size_}, {&v_, size_}, {&w_, size_}, {&solver_, solver_work(size_)}}) {}
+          accepted_(problem.record(), unknowns_, size_),
+          work_({{&r_, size_}, {&v_, size_}, {&w_, size_}, {&solver_, solver_work(size_)}},
+                {{&A_, size_, size_}}) {}
 
     /// However a run ends, exceptions of callbacks included, it is at the last accepted point then.
     ~Curve() {
@@ -67,20 +69,22 @@ class Curve {
     void turn();
     void report_point();
 
-    const CurveRun& run_;
+    const Run& run_;
     CurveProblem& problem_;
     Trajex& tx_;
     std::size_t n_;
     std::size_t size_;
+    double* const* unknowns_;
     StepLength step_;
     int steps_ = 0;
 
     AcceptedPoint accepted_;
     double* r_ = nullptr;
-    double* v_ = nullptr;  // direction of the curve
+    double* v_ = nullptr;  // tangent of the curve
     double* w_ = nullptr;  // the next one
     double* solver_ = nullptr;
-    double length_ = 0;  // of v
+    double** A_ = nullptr;  // matrix of each linear system
+    double length_ = 0;     // of v
     Workspace work_;
 };
 
@@ -98,12 +102,11 @@ int Curve::follow() {
     return 1;
 }
 
-/// The direction along the curve at the start, to the side that the sign of the step length names.
+/// The tangent of the curve at the start, to the side that the sign of the step length names.
 void Curve::start() {
     const Temporarily recording(tx_.TerminateOnFatalError, 0);
-    problem_.starting_rows();
-    const std::size_t order = problem_.direction_system(v_);
-    if (TXLinZero(&tx_, static_cast<int>(order), problem_.matrix(), v_, solver_) != 1) {
+    const std::size_t order = problem_.tangent_system(A_, v_);
+    if (TXLinZero(&tx_, static_cast<int>(order), A_, v_, solver_) != 1) {
         std::fill_n(v_, size_, NAN);
     }
     for (std::size_t j = order; j < size_; ++j) v_[j] = 1;
@@ -133,7 +136,7 @@ bool Curve::advance() {
 void Curve::predict() {
     const double s = step_.value() / length_;
     for (std::size_t j = 0; j < size_; ++j) {
-        *problem_.unknowns()[j] = accepted_.values()[j] + s * v_[j];
+        *unknowns_[j] = accepted_.values()[j] + s * v_[j];
     }
     if (at_finite_point()) problem_.settle();
     run_.out.step_size(step_.value());
@@ -148,29 +151,28 @@ Correction Curve::correct() {
 
 /// The tolerances of bifurcation parameters weigh every term, the criterion as a number of size 1.
 double Curve::residual_norm() {
-    problem_.evaluate(r_);
+    if (!problem_.residual(r_)) return NAN;
     WeightedNorm norm(tx_.LambdaNewtRelTol, tx_.LambdaNewtAbsTol);
-    for (std::size_t i = 0; i < n_; ++i) norm.add(r_[i], *problem_.unknowns()[i]);
+    for (std::size_t i = 0; i < n_; ++i) norm.add(r_[i], *unknowns_[i]);
     norm.add(r_[n_], 1);
     return norm.value();
 }
 
 /// Returns the distance from the last accepted point; NaN where the system has no solution.
 double Curve::newton_step() {
-    double** const A = problem_.matrix();
-    problem_.newton_rows();
-    std::copy_n(v_, size_, A[size_ - 1]);
+    problem_.newton_rows(A_);
+    std::copy_n(v_, size_, A_[size_ - 1]);
     std::fill(r_ + n_ + 1, r_ + size_, 0.0);
-    if (TXLinZero(&tx_, static_cast<int>(size_), A, r_, solver_) != 1) return NAN;
-    for (std::size_t j = 0; j < size_; ++j) *problem_.unknowns()[j] += r_[j];
+    if (TXLinZero(&tx_, static_cast<int>(size_), A_, r_, solver_) != 1) return NAN;
+    for (std::size_t j = 0; j < size_; ++j) *unknowns_[j] += r_[j];
     if (!at_finite_point()) return NAN;
     problem_.settle();
-    return distance_from(accepted_.values(), problem_.unknowns(), n_, 2);
+    return distance_from(accepted_.values(), unknowns_, n_, 2);
 }
 
 /// Callbacks are not asked about points that are none.
 bool Curve::at_finite_point() const {
-    return std::all_of(problem_.unknowns(), problem_.unknowns() + size_,
+    return std::all_of(unknowns_, unknowns_ + size_,
                        [](const double* unknown) { return std::isfinite(*unknown); });
 }
 
@@ -184,7 +186,7 @@ void Curve::accept() {
 /// direction: the last one stays.
 void Curve::take_secant() {
     for (std::size_t j = 0; j < size_; ++j) {
-        w_[j] = *problem_.unknowns()[j] - accepted_.values()[j];
+        w_[j] = *unknowns_[j] - accepted_.values()[j];
     }
     const double length = length_of(w_, size_);
     if (length == 0) return;
@@ -219,7 +221,7 @@ void Curve::look_for_codimension_two() {
 /// reflected, 2 d / |d| - v / |v|.
 void Curve::turn() {
     for (std::size_t j = 0; j < size_; ++j) {
-        w_[j] = *problem_.unknowns()[j] - accepted_.values()[j];
+        w_[j] = *unknowns_[j] - accepted_.values()[j];
     }
     const double distance = length_of(w_, size_);
     if (distance == 0) return;
@@ -244,12 +246,13 @@ void CurveProblem::activate() {
     for (std::size_t j = n + 2; j < size; ++j) unknowns_[j] = &bif.T;
 }
 
-std::size_t CurveProblem::direction_system(double* v) {
-    for (std::size_t j = 0; j + 1 < size; ++j) v[j] = -matrix()[j][size - 1];
+std::size_t CurveProblem::tangent_system(double** A, double* v) {
+    starting_rows(A);
+    for (std::size_t j = 0; j + 1 < size; ++j) v[j] = -A[j][size - 1];
     return size - 1;
 }
 
-int follow_curve(const CurveRun& run, CurveProblem& problem) {
+int follow_curve(const Run& run, CurveProblem& problem) {
     Trajex& tx = problem.tx;
     if (!std::isfinite(*run.dc)) return report(&tx, Error::minimum_step, run.where);
     Curve curve(run, problem);

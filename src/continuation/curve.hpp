@@ -4,10 +4,8 @@
 
 #include <cstddef>
 
-#include "bifurcation/record.hpp"
-#include "continuation/outputs.hpp"
+#include "continuation/problem.hpp"
 #include "core/errors.hpp"
-#include "core/handle.hpp"
 #include "core/newton.hpp"
 #include "core/workspace.hpp"
 #include "tx.h"
@@ -16,23 +14,14 @@ namespace trajex {
 
 /// One kind of solution, on the curve where its criterion keeps the value of a bifurcation. Its
 /// unknowns, in column order, are the record's state, the two parameters as the handle lists them,
-/// and, where it is unknown too, the record's period.
-class CurveProblem {
+/// and, where it is unknown too, the record's period. There are n + 1 residuals, the last of them
+/// that of the criterion; forming them leaves the eigenvalues of the point in the record. The
+/// driver fills the last row of the Newton matrix.
+class CurveProblem : public ContinuationProblem {
   public:
-    virtual ~CurveProblem() = default;
-    CurveProblem(const CurveProblem&) = delete;
-    CurveProblem& operator=(const CurveProblem&) = delete;
-
-    Trajex& tx;
-    const std::size_t n;
-    const std::size_t size;  // number of unknowns
     double* const c1;
     double* const c2;
 
-    TrajexBif& record() const { return *tx.txb; }
-    double* const* unknowns() const { return unknowns_; }
-    /// The matrix of the Newton system, which problem and driver fill together.
-    double** matrix() const { return A_; }
     std::size_t first_column() const { return n + (first_leads() ? 0 : 1); }
     std::size_t second_column() const { return n + (first_leads() ? 1 : 0); }
 
@@ -43,20 +32,8 @@ class CurveProblem {
     /// Flags the two parameters and lists the unknowns.
     void activate();
 
-    virtual PathKind kind() const = 0;
-
-    /// -(residual), -(criterion) at the current unknowns: n + 1 entries. Leaves the eigenvalues of
-    /// the point in the record, and the derivatives of the residual in n rows of the matrix.
-    virtual void evaluate(double* r) = 0;
-    /// Completes the matrix with all other rows of the Newton system but the last, which the driver
-    /// fills.
-    virtual void newton_rows() = 0;
-
-    /// The same rows, formed afresh at the start point.
-    virtual void starting_rows() = 0;
-    /// Makes of them a linear system for the direction v of the curve. Returns its order: a
-    /// component beyond it is 1.
-    virtual std::size_t direction_system(double* v);
+    /// The tangent at the start point; a component beyond the order of the system is 1.
+    std::size_t tangent_system(double** A, double* v) override;
 
     /// Moves a predicted or corrected point back to where points are taken.
     virtual void settle() {}
@@ -67,12 +44,10 @@ class CurveProblem {
 
   protected:
     CurveProblem(Trajex& handle, double* first, double* second, std::size_t unknowns)
-        : tx(handle),
-          n(order_of(handle)),
-          size(unknowns),
-          c1(first),
-          c2(second),
-          work_({}, {{&A_, unknowns, unknowns}, pointer_list(&unknowns_, unknowns)}) {}
+        : ContinuationProblem(handle, unknowns), c1(first), c2(second) {}
+
+    /// The rows of the Newton matrix, formed afresh at the start point.
+    virtual void starting_rows(double** A) = 0;
 
     /// Calls visit(column) with each of the unknowns in turn raised by LambdaPert: the state, then
     /// the parameters as the caller named them, then the period.
@@ -88,31 +63,20 @@ class CurveProblem {
         raise_from(n + 2, size - (n + 2));
     }
 
-    double** unknowns_ = nullptr;
-
   private:
-    double** A_ = nullptr;
     int place1_ = 0;
     int place2_ = 0;
-    Workspace work_;
 
     bool first_leads() const { return record().cindi[1] < record().cindi[2]; }
 };
 
-/// What a caller asks of a run.
-struct CurveRun {
-    const char* where = nullptr;  // reporting name
-    double* dc = nullptr;         // step length; its size on entry is the largest one
-    Outputs out;
-};
-
 /// Follows the curve until MaxContSteps points are accepted (1) or a failure is recorded (0).
 /// However the run ends, the unknowns and the record are those of the last accepted point.
-int follow_curve(const CurveRun& run, CurveProblem& problem);
+int follow_curve(const Run& run, CurveProblem& problem);
 
 /// The same for a problem that is to be made, from what the record of the handle holds.
 template <class Problem>
-int follow_curve(const CurveRun& run, Trajex& tx, double* c1, double* c2) {
+int follow_curve(const Run& run, Trajex& tx, double* c1, double* c2) {
     if (!usable(tx, tx.txb)) return report(&tx, Error::no_bifurcation_record, run.where);
     return with_work_memory(tx, run.where, [&] {
         Problem problem(tx, c1, c2);

@@ -17,7 +17,7 @@ namespace {
 class EquilibriumBranch final : public BranchProblem {
   public:
     EquilibriumBranch(Trajex& handle, const CallerState& state, double* parameter)
-        : BranchProblem(handle, state.y(), parameter),
+        : BranchProblem(handle, state.y(), parameter, order_of(handle) + 1),
           work_({}, {{&A_, n, n + 1}, {&parameter_columns_, n, parameters_of(handle)}}) {}
 
     PathKind kind() const override { return equilibrium_path; }
@@ -40,9 +40,9 @@ class EquilibriumBranch final : public BranchProblem {
         TXEigen(&tx, tx.order, matrix, er, ei);
         return {stable_eigenvalues(er, n), critical_eigenvalue(er, n).value};
     }
-    std::size_t tangent_system(double** matrix, double* b) override {
+    std::size_t tangent_system(double** matrix, double* v) override {
         copy_block(A_, n, n, matrix);
-        for (std::size_t i = 0; i < n; ++i) b[i] = -A_[i][n];
+        for (std::size_t i = 0; i < n; ++i) v[i] = -A_[i][n];
         return n;
     }
     void newton_rows(double** matrix) override { copy_block(A_, n, n + 1, matrix); }
@@ -65,7 +65,7 @@ int TXEquiCont(Trajex* handle, double* y, double* c, double* dc, int nrbif, int 
     Trajex& tx = enter_variational(handle, where);
     std::va_list extras;
     va_start(extras, mode);
-    const BranchRun run{where, dc, nrbif, Outputs::read(mode, extras)};
+    const Run run{where, dc, Outputs::read(mode, extras), nrbif};
     va_end(extras);
     return follow_branch<EquilibriumBranch>(run, tx, y, nullptr, c);
 }

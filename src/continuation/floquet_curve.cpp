@@ -1,7 +1,6 @@
 // Curves of bifurcations of periodic orbits: the residual of the period map and its criterion.
 #include "continuation/floquet_curve.hpp"
 
-#include <algorithm>
 #include <cmath>
 
 #include "linalg/matrix.hpp"
@@ -15,21 +14,24 @@ FloquetCurve::FloquetCurve(Trajex& handle, double* first, double* second, std::s
       t_(record().t),
       trivial_(trivial),
       torus_(record().biftype == torus),
-      work_({{&image_, n}, {&samples_, size}}, {{&Phi_, n, n + 2}}) {}
+      work_({{&image_, n}, {&samples_, size}}, {{&M_, n, n + 2}, {&Phi_, n, n + 2}}) {}
 
-void FloquetCurve::evaluate(double* r) {
-    if (!linearise()) {
-        std::fill_n(r, n + 1, std::numeric_limits<double>::quiet_NaN());
-        return;
-    }
+bool FloquetCurve::residual(double* r) {
+    if (!linearise()) return false;
     for (std::size_t i = 0; i < n; ++i) r[i] = record().y[i] - image_[i];
     r[n] = -criterion();
+    return true;
 }
 
 bool FloquetCurve::linearise() {
     if (!integrate()) return false;
-    copy_block(Phi_, n, n + 2, matrix());
+    copy_block(Phi_, n, n + 2, M_);
     return find_multipliers();
+}
+
+void FloquetCurve::closing_rows(double** A) const {
+    copy_block(M_, n, n + 2, A);
+    subtract_identity(A, n);
 }
 
 bool FloquetCurve::integrate() {

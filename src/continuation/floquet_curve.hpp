@@ -21,22 +21,24 @@ namespace trajex {
 class FloquetCurve : public CurveProblem {
   public:
     PathKind kind() const override { return orbit_curve; }
-    void evaluate(double* r) override;
+    bool residual(double* r) override;
 
   protected:
     /// `trivial`: how many multipliers are 1 on every orbit.
     FloquetCurve(Trajex& handle, double* first, double* second, std::size_t unknowns,
                  std::size_t trivial);
 
-    /// The image of the current point, and its multipliers, in the record; [M | de/dc] in the
-    /// matrix. False: they cannot be computed.
+    /// The image of the current point, its multipliers, in the record, and [M | de/dc]. False: they
+    /// cannot be computed.
     bool linearise();
+    /// Rows [M - I | de/dc].
+    void closing_rows(double** A) const;
 
     Critical critical() const;
     double criterion() const;
 
     /// Calls visit(column, found) at each of the points near by, with the multipliers there in the
-    /// record if they were found. The matrix stays as it is.
+    /// record if they were found. The linearisation stays as it is.
     template <class Visit>
     void visit_neighbours(Visit&& visit) {
         const Temporarily without_sensitivities(tx.nparam, 0);
@@ -61,6 +63,7 @@ class FloquetCurve : public CurveProblem {
 
     std::size_t trivial_;
     bool torus_;
+    double** M_ = nullptr;  // [M | de/dc]
     double** Phi_ = nullptr;
     PeriodSteps steps_;
     Workspace work_;

@@ -17,7 +17,6 @@
 #include "core/newton.hpp"
 #include "core/workspace.hpp"
 #include "linalg/linear_system.hpp"
-#include "orbits/period_border.hpp"
 #include "orbits/period_map.hpp"
 
 namespace trajex {
@@ -40,18 +39,12 @@ class ForcedOrbitCurve final : public FloquetCurve {
   public:
     ForcedOrbitCurve(Trajex& handle, double* first, double* second)
         : FloquetCurve(handle, first, second, order_of(handle) + 2, forced_orbit),
-          work_({{&r_, size}, {&solver_, solver_work(size)}}) {}
+          work_({{&r_, size}, {&solver_, solver_work(size)}}, {{&A_, size, size}}) {}
 
-    void newton_rows() override {
+    void newton_rows(double** A) override {
         const double base = criterion();
         sample([this] { return criterion(); });
-        finish_rows(base);
-    }
-    /// The direction is taken from the plain modulus.
-    void starting_rows() override {
-        sample([this] { return critical().value; });
-        const bool found = linearise();
-        finish_rows(found ? critical().value : std::numeric_limits<double>::quiet_NaN());
+        finish_rows(A, base);
     }
 
     bool find_codimension_two(int step, const Outputs& out) override {
@@ -65,9 +58,14 @@ class ForcedOrbitCurve final : public FloquetCurve {
     }
 
   private:
-    void finish_rows(double base) {
-        double** const A = matrix();
-        subtract_identity(A, n);
+    /// The tangent is taken from the plain modulus.
+    void starting_rows(double** A) override {
+        sample([this] { return critical().value; });
+        const bool found = linearise();
+        finish_rows(A, found ? critical().value : std::numeric_limits<double>::quiet_NaN());
+    }
+    void finish_rows(double** A, double base) const {
+        closing_rows(A);
         difference_row(samples_, size, base, tx.LambdaPert, A[n]);
     }
 
@@ -80,6 +78,7 @@ class ForcedOrbitCurve final : public FloquetCurve {
     int last_found_ = -steps_apart;  // step number of the last point of codimension two
     double* r_ = nullptr;
     double* solver_ = nullptr;
+    double** A_ = nullptr;
     Workspace work_;
 };
 
@@ -116,16 +115,15 @@ double ForcedOrbitCurve::residual_norm() {
 
 /// One Newton step. False: it leads nowhere.
 bool ForcedOrbitCurve::improve() {
-    double** const A = matrix();
+    closing_rows(A_);
     const double h = tx.LambdaPert;
     const Coincidence base = coincidence();
     visit_neighbours([&](std::size_t column, bool found) {
         const Coincidence near_by = found ? coincidence() : Coincidence{};
-        A[n][column] = (near_by.modulus - base.modulus) / h;
-        A[n + 1][column] = (near_by.difference - base.difference) / h;
+        A_[n][column] = (near_by.modulus - base.modulus) / h;
+        A_[n + 1][column] = (near_by.difference - base.difference) / h;
     });
-    subtract_identity(A, n);
-    if (TXLinZero(&tx, static_cast<int>(size), A, r_, solver_) != 1) return false;
+    if (TXLinZero(&tx, static_cast<int>(size), A_, r_, solver_) != 1) return false;
     if (!all_finite(r_, size)) return false;
     for (std::size_t j = 0; j < size; ++j) *unknowns_[j] += r_[j];
     return true;
@@ -151,7 +149,7 @@ int TXNonAuto2DCont(Trajex* handle, double* c1, double* c2, double* dc, int mode
     Trajex& tx = enter_variational(handle, where);
     std::va_list extras;
     va_start(extras, mode);
-    const CurveRun run{where, dc, Outputs::read(mode, extras)};
+    const Run run{where, dc, Outputs::read(mode, extras)};
     va_end(extras);
     return follow_curve<ForcedOrbitCurve>(run, tx, c1, c2);
 }

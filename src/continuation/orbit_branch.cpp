@@ -56,9 +56,9 @@ class OrbitBranch : public BranchProblem {
         find_multipliers(tx, A, er, ei, trivial_);
         return {stable_multipliers_of(tx, er, ei, trivial_), folded_modulus(er, ei, n - trivial_)};
     }
-    std::size_t tangent_system(double** A, double* b) override {
+    std::size_t tangent_system(double** A, double* v) override {
         closing_rows(A);
-        for (std::size_t i = 0; i < n; ++i) b[i] = -Phi_[i][n];
+        for (std::size_t i = 0; i < n; ++i) v[i] = -Phi_[i][n];
         return n;
     }
     void newton_rows(double** A) override { closing_rows(A); }
@@ -80,7 +80,7 @@ class OrbitBranch : public BranchProblem {
     /// `turns`: half the number of section crossings in a period; 0 for a forced orbit.
     OrbitBranch(Trajex& handle, const CallerState& state, double* parameter, double time, int turns,
                 std::size_t trivial)
-        : BranchProblem(handle, state.y(), parameter),
+        : BranchProblem(handle, state.y(), parameter, order_of(handle) + 1 + trivial),
           t_(time),
           T_(state.T()),
           turns_(turns),
@@ -140,12 +140,8 @@ class AutonomousBranch final : public OrbitBranch {
   public:
     AutonomousBranch(Trajex& handle, const CallerState& state, double* parameter, double time,
                      int turns)
-        : OrbitBranch(handle, state, parameter, time, turns, autonomous_orbit) {}
-
-    std::size_t unknowns() const override { return n + 2; }
-    void list_unknowns(double** list) const override {
-        OrbitBranch::list_unknowns(list);
-        list[n + 1] = &T_;
+        : OrbitBranch(handle, state, parameter, time, turns, autonomous_orbit) {
+        unknowns_[n + 1] = &T_;
     }
 
     bool converge_start() override {
@@ -167,11 +163,11 @@ class AutonomousBranch final : public OrbitBranch {
         return true;
     }
 
-    std::size_t tangent_system(double** A, double* b) override {
-        OrbitBranch::tangent_system(A, b);
+    std::size_t tangent_system(double** A, double* v) override {
+        OrbitBranch::tangent_system(A, v);
         tx.fcn(t_, y, A[n]);
         border_with_period(A, n, n, A[n]);
-        b[n] = 0;
+        v[n] = 0;
         return n + 1;
     }
     void newton_rows(double** A) override {
@@ -210,7 +206,7 @@ int TXAutoCont(Trajex* handle, double t, double* y, int p, double* T, double* c,
     Trajex& tx = enter_variational(handle, where);
     std::va_list extras;
     va_start(extras, mode);
-    const BranchRun run{where, dc, nrbif, Outputs::read(mode, extras)};
+    const Run run{where, dc, Outputs::read(mode, extras), nrbif};
     va_end(extras);
     return follow_branch<AutonomousBranch>(run, tx, y, T, c, t, p);
 }
@@ -221,7 +217,7 @@ int TXNonAutoCont(Trajex* handle, double t, double* y, double T, double* c, doub
     Trajex& tx = enter_variational(handle, where);
     std::va_list extras;
     va_start(extras, mode);
-    const BranchRun run{where, dc, nrbif, Outputs::read(mode, extras)};
+    const Run run{where, dc, Outputs::read(mode, extras), nrbif};
     va_end(extras);
     return follow_branch<ForcedBranch>(run, tx, y, &T, c, t);
 }

@@ -31,20 +31,13 @@ class AutonomousOrbitCurve final : public FloquetCurve {
         return has_section ? Error::none : Error::no_section;
     }
 
-    void newton_rows() override {
-        complete_rows([this] { return criterion(); });
+    void newton_rows(double** A) override {
+        complete_rows(A, [this] { return criterion(); });
     }
-    /// The direction is taken from the plain modulus.
-    void starting_rows() override {
-        if (linearise()) {
-            complete_rows([this] { return critical().value; });
-        } else {
-            std::fill_n(matrix()[n], size, std::numeric_limits<double>::quiet_NaN());
-        }
-    }
-    /// The component of the direction along the parameter listed first is 1.
-    std::size_t direction_system(double* v) override {
-        double* const last_row = matrix()[size - 1];
+    /// The component of the tangent along the parameter listed first is 1.
+    std::size_t tangent_system(double** A, double* v) override {
+        starting_rows(A);
+        double* const last_row = A[size - 1];
         std::fill_n(last_row, size, 0.0);
         last_row[n] = 1;
         std::fill_n(v, size, 0.0);
@@ -55,13 +48,20 @@ class AutonomousOrbitCurve final : public FloquetCurve {
     void settle() override { move_to_section(tx, &t_, record().y); }
 
   private:
+    /// The tangent is taken from the plain modulus.
+    void starting_rows(double** A) override {
+        if (linearise()) {
+            complete_rows(A, [this] { return critical().value; });
+        } else {
+            std::fill_n(A[n], size, std::numeric_limits<double>::quiet_NaN());
+        }
+    }
     /// All rows but the last, from the linearisation at the current point.
     template <class Measure>
-    void complete_rows(Measure&& measure) {
-        double** const A = matrix();
+    void complete_rows(double** A, Measure&& measure) {
+        closing_rows(A);
         tx.fcn(t_, image_, scratch_);
         for (std::size_t i = 0; i < n; ++i) A[i][n + 2] = scratch_[i];
-        subtract_identity(A, n);
         const double base = measure();
         sample(measure);
         difference_row(samples_, size, base, tx.LambdaPert, A[n]);
@@ -90,7 +90,7 @@ int TXAuto2DCont(Trajex* handle, double* c1, double* c2, double* dc, int mode, .
     Trajex& tx = enter_variational(handle, where);
     std::va_list extras;
     va_start(extras, mode);
-    const CurveRun run{where, dc, Outputs::read(mode, extras)};
+    const Run run{where, dc, Outputs::read(mode, extras)};
     va_end(extras);
     return follow_curve<AutonomousOrbitCurve>(run, tx, c1, c2);
 }
