@@ -17,6 +17,7 @@
 #include <limits>
 #include <numbers>
 #include <type_traits>
+#include <utility>
 
 namespace tx {
 
@@ -270,41 +271,33 @@ Jet<K, M> pow(const Jet<K, M>& a, const Jet<K, M>& e) {
 
 // ---- Circular and hyperbolic functions ----
 
-/// s' = c a', c' = sign s a': sine and cosine, or the hyperbolic ones.
+/// s' = c a', c' = sign s a' from s_0, c_0: sine and cosine, or the hyperbolic ones.
 template <int K, int M>
-constexpr void sine_and_cosine(const Jet<K, M>& a, double sign, Jet<K, M>& s, Jet<K, M>& c) {
+constexpr std::pair<Jet<K, M>, Jet<K, M>> sine_and_cosine(const Jet<K, M>& a, double sign,
+                                                          double s_0, double c_0) {
+    Jet<K, M> s = s_0;
+    Jet<K, M> c = c_0;
     for (int k = 1; k <= K; ++k) {
         s.integrate(k, c, a);
         c.integrate(k, sign * s, a);
     }
+    return {s, c};
 }
 template <int K, int M>
 Jet<K, M> sin(const Jet<K, M>& a) {
-    Jet<K, M> s = std::sin(a.value());
-    Jet<K, M> c = std::cos(a.value());
-    sine_and_cosine(a, -1, s, c);
-    return s;
+    return sine_and_cosine(a, -1, std::sin(a.value()), std::cos(a.value())).first;
 }
 template <int K, int M>
 Jet<K, M> cos(const Jet<K, M>& a) {
-    Jet<K, M> s = std::sin(a.value());
-    Jet<K, M> c = std::cos(a.value());
-    sine_and_cosine(a, -1, s, c);
-    return c;
+    return sine_and_cosine(a, -1, std::sin(a.value()), std::cos(a.value())).second;
 }
 template <int K, int M>
 Jet<K, M> sinh(const Jet<K, M>& a) {
-    Jet<K, M> s = std::sinh(a.value());
-    Jet<K, M> c = std::cosh(a.value());
-    sine_and_cosine(a, 1, s, c);
-    return s;
+    return sine_and_cosine(a, 1, std::sinh(a.value()), std::cosh(a.value())).first;
 }
 template <int K, int M>
 Jet<K, M> cosh(const Jet<K, M>& a) {
-    Jet<K, M> s = std::sinh(a.value());
-    Jet<K, M> c = std::cosh(a.value());
-    sine_and_cosine(a, 1, s, c);
-    return c;
+    return sine_and_cosine(a, 1, std::sinh(a.value()), std::cosh(a.value())).second;
 }
 template <int K, int M>
 Jet<K, M> tan(const Jet<K, M>& a) {

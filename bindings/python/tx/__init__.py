@@ -31,8 +31,8 @@ point that was not found is falsy and has a reason. Ctrl-C ends a run with what 
 from ._core import Error
 from .compiled import CompilerError
 from .equations import EquationError
+from .loading import load
 from .results import Branch, Diagram, Point, Special
-from .storage import load
 from .sweep import Sweep, sweep
 from .system import Equilibria, Forced, Lyapunov, System, Trajectory
 

@@ -12,7 +12,7 @@ from functools import cached_property
 
 import numpy as np
 
-from . import _core, plotting
+from . import _core, plotting, storage
 
 Window = tuple[float, float]
 
@@ -475,11 +475,9 @@ class Diagram:
 
     def save(self, path) -> None:
         """Writes ``path.json`` and, where there are orbits, ``path.npz``."""
-        from . import storage
         storage.save(self, path)
 
     def to_dict(self) -> dict:
-        from . import storage
         return storage.to_dict(self)
 
     def _rows(self) -> list[tuple[str, ...]]:
