@@ -40,19 +40,21 @@ class Jet {
 
     constexpr double value() const { return value_; }
     /// The coefficient of s^k, k = 0 ... K, in the direction m.
-    constexpr double coefficient(int k, int m = 0) const { return k == 0 ? value_ : c_[k - 1][m]; }
+    constexpr double coefficient(int k, int m = 0) const {
+        return k == 0 ? value_ : c_[(k - 1) * M + m];
+    }
     constexpr void set(int k, int m, double coefficient) {
-        (k == 0 ? value_ : c_[k - 1][m]) = coefficient;
+        (k == 0 ? value_ : c_[(k - 1) * M + m]) = coefficient;
     }
 
     constexpr Jet& operator+=(const Jet& b) {
         value_ += b.value_;
-        each([&](int k, int m) { c_[k][m] += b.c_[k][m]; });
+        each([&](int i) { c_[i] += b.c_[i]; });
         return *this;
     }
     constexpr Jet& operator-=(const Jet& b) {
         value_ -= b.value_;
-        each([&](int k, int m) { c_[k][m] -= b.c_[k][m]; });
+        each([&](int i) { c_[i] -= b.c_[i]; });
         return *this;
     }
     constexpr Jet& operator*=(const Jet& b) { return *this = *this * b; }
@@ -61,12 +63,12 @@ class Jet {
     constexpr Jet& operator-=(double b) { return value_ -= b, *this; }
     constexpr Jet& operator*=(double b) {
         value_ *= b;
-        each([&](int k, int m) { c_[k][m] *= b; });
+        each([&](int i) { c_[i] *= b; });
         return *this;
     }
     constexpr Jet& operator/=(double b) {
         value_ /= b;
-        each([&](int k, int m) { c_[k][m] /= b; });
+        each([&](int i) { c_[i] /= b; });
         return *this;
     }
 
@@ -85,21 +87,26 @@ class Jet {
 
     friend constexpr Jet operator*(const Jet& a, const Jet& b) {
         Jet r(a.value_ * b.value_);
-        r.each([&](int k, int m) {
-            double sum = a.value_ * b.c_[k][m] + a.c_[k][m] * b.value_;
-            for (int j = 0; j < k; ++j) sum += a.c_[j][m] * b.c_[k - 1 - j][m];
-            r.c_[k][m] = sum;
-        });
+        each([&](int i) { r.c_[i] = a.value_ * b.c_[i] + a.c_[i] * b.value_; });
+        for (int k = 1; k < K; ++k) {
+            for (int j = 0; j < k; ++j) {
+                for (int m = 0; m < M; ++m)
+                    r.c_[k * M + m] += a.c_[j * M + m] * b.c_[(k - 1 - j) * M + m];
+            }
+        }
         return r;
     }
     /// r b = a: r_k = (a_k - sum_{j=0}^{k-1} r_j b_{k-j}) / b_0.
     friend constexpr Jet operator/(const Jet& a, const Jet& b) {
         Jet r(a.value_ / b.value_);
-        r.each([&](int k, int m) {
-            double sum = a.c_[k][m] - r.value_ * b.c_[k][m];
-            for (int j = 0; j < k; ++j) sum -= r.c_[j][m] * b.c_[k - 1 - j][m];
-            r.c_[k][m] = sum / b.value_;
-        });
+        each([&](int i) { r.c_[i] = a.c_[i] - r.value_ * b.c_[i]; });
+        for (int k = 0; k < K; ++k) {
+            for (int j = 0; j < k; ++j) {
+                for (int m = 0; m < M; ++m)
+                    r.c_[k * M + m] -= r.c_[j * M + m] * b.c_[(k - 1 - j) * M + m];
+            }
+            for (int m = 0; m < M; ++m) r.c_[k * M + m] /= b.value_;
+        }
         return r;
     }
 
@@ -119,33 +126,35 @@ class Jet {
 
     /// Adds the coefficient k of the integral of slope a' to this one's.
     constexpr void integrate(int k, const Jet& slope, const Jet& a) {
-        for (int m = 0; m < M; ++m) {
-            double sum = 0;
-            for (int j = 1; j <= k; ++j) sum += j * a.c_[j - 1][m] * slope.coefficient(k - j, m);
-            c_[k - 1][m] += sum / k;
+        if constexpr (K == 1) {
+            each([&](int m) { c_[m] += slope.value_ * a.c_[m]; });
+        } else {
+            for (int m = 0; m < M; ++m) {
+                double sum = 0;
+                for (int j = 1; j <= k; ++j)
+                    sum += j * a.coefficient(j, m) * slope.coefficient(k - j, m);
+                c_[(k - 1) * M + m] += sum / k;
+            }
         }
     }
 
     /// Whether it is a constant.
     constexpr bool constant() const {
         bool zero = true;
-        for (const auto& row : c_) {
-            for (const double c : row) zero = zero && c == 0;
-        }
+        for (const double c : c_) zero = zero && c == 0;
         return zero;
     }
 
   private:
-    /// Visits the coefficients in the order in which recurrences need them.
-    template <class Visit>
-    static constexpr void each(const Visit& visit) {
-        for (int k = 0; k < K; ++k) {
-            for (int m = 0; m < M; ++m) visit(k, m);
-        }
+    /// f(i) for all coefficients; unrolled, so that moderate optimisation does well too.
+    template <class F>
+    static constexpr void each(const F& f) {
+#pragma GCC unroll 16
+        for (int i = 0; i < K * M; ++i) f(i);
     }
 
     double value_ = 0;
-    double c_[K][M] = {};
+    double c_[K * M] = {};  // order by order
 };
 
 /// The number that a right-hand side is called with for its highest derivatives.
