@@ -39,6 +39,7 @@ class CRightHandSide final : public RightHandSide {
     bool has_parameter_jacobian() const override { return c_.parameter_jacobian != nullptr; }
 
     bool generic() const override { return false; }
+    bool evaluate(const Arguments<Directions>& /*at*/) const override { return false; }
     bool evaluate(const Arguments<Gradient>& /*at*/) const override { return false; }
     bool evaluate(const Arguments<tx::Jet<2>>& /*at*/) const override { return false; }
     bool evaluate(const Arguments<tx::Jet<3>>& /*at*/) const override { return false; }

@@ -93,6 +93,9 @@ class CompiledEquations final : public Equations {
     void multiply_directions(double t, const Directions* x, const double* c, Directions* f) const;
     void gradients(double t, const double* x, const double* c, std::span<const std::size_t> vary,
                    double* f, double* jacobian, double* f_c, std::size_t stride) const;
+    template <class Number>
+    void gradients_in(double t, const double* x, const double* c, std::span<const std::size_t> vary,
+                      double* f, double* jacobian, double* f_c, std::size_t stride) const;
     void gradient_of_parameter(double t, const double* x, const double* c, std::size_t j,
                                double* f_c) const;
     void difference_jacobians(std::size_t count, const double* t, const double* x, const double* c,
@@ -161,18 +164,17 @@ void CompiledEquations::jacobians(std::size_t count, const double* t, const doub
 /// they have directions.
 // The unit vectors of the variables, then those of the parameters that vary, a few at a time. The
 // derivatives by different parameters are `stride` apart.
-void CompiledEquations::gradients(double t, const double* x, const double* c,
-                                  std::span<const std::size_t> vary, double* f, double* jacobian,
-                                  double* f_c, std::size_t stride) const {
+template <class Number>
+void CompiledEquations::gradients_in(double t, const double* x, const double* c,
+                                     std::span<const std::size_t> vary, double* f, double* jacobian,
+                                     double* f_c, std::size_t stride) const {
     const std::size_t n = states();
     const std::size_t all = n + vary.size();
-    const Arguments<Gradient> g(n, parameters(), c);
+    const Arguments<Number> g(n, parameters(), c);
     for (std::size_t i = 0; i < n; ++i) g.x[i] = x[i];
-    const auto number = [&](std::size_t k) -> Gradient& {
-        return k < n ? g.x[k] : g.c[vary[k - n]];
-    };
-    for (std::size_t first = 0; first < all; first += Gradient::directions) {
-        const std::size_t last = std::min<std::size_t>(first + Gradient::directions, all);
+    const auto number = [&](std::size_t k) -> Number& { return k < n ? g.x[k] : g.c[vary[k - n]]; };
+    for (std::size_t first = 0; first < all; first += Number::directions) {
+        const std::size_t last = std::min<std::size_t>(first + Number::directions, all);
         for (std::size_t k = first; k < last; ++k) number(k).set(1, static_cast<int>(k - first), 1);
         rhs_->evaluate({t, g.x, g.c, g.f});
         for (std::size_t k = first; k < last; ++k) {
@@ -184,6 +186,15 @@ void CompiledEquations::gradients(double t, const double* x, const double* c,
         }
     }
     for (std::size_t i = 0; i < n; ++i) f[i] = g.f[i].value();
+}
+
+void CompiledEquations::gradients(double t, const double* x, const double* c,
+                                  std::span<const std::size_t> vary, double* f, double* jacobian,
+                                  double* f_c, std::size_t stride) const {
+    if (states() + vary.size() <= Directions::directions)
+        gradients_in<Directions>(t, x, c, vary, f, jacobian, f_c, stride);
+    else
+        gradients_in<Gradient>(t, x, c, vary, f, jacobian, f_c, stride);
 }
 
 void CompiledEquations::derivatives(std::size_t count, const double* t, const double* x,
@@ -243,7 +254,7 @@ void CompiledEquations::multiply_directions(double t, const Directions* x, const
 void CompiledEquations::gradient_of_parameter(double t, const double* x, const double* c,
                                               std::size_t j, double* f_c) const {
     const std::size_t n = states();
-    const Arguments<Gradient> g(n, parameters(), c);
+    const Arguments<Directions> g(n, parameters(), c);
     for (std::size_t i = 0; i < n; ++i) g.x[i] = x[i];
     g.c[j].set(1, 0, 1);
     rhs_->evaluate({t, g.x, g.c, g.f});

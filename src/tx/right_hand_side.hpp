@@ -70,7 +70,8 @@ namespace trajex {
 /// bool say whether the callable can do that, and have done nothing if it cannot.
 class RightHandSide {
   public:
-    using Gradient = tx::Dual<4>;
+    using Directions = tx::Dual<4>;  ///< derivatives along a few vectors, or the gradient where it
+    using Gradient = tx::Dual<6>;    ///< has so many components; this one takes more at once
     template <class Number>
     struct Arguments {
         double t;
@@ -96,6 +97,7 @@ class RightHandSide {
     virtual bool has_jacobian() const = 0;
     virtual bool has_parameter_jacobian() const = 0;
     virtual bool generic() const = 0;
+    virtual bool evaluate(const Arguments<Directions>& at) const = 0;
     virtual bool evaluate(const Arguments<Gradient>& at) const = 0;
     virtual bool evaluate(const Arguments<tx::Jet<2>>& at) const = 0;
     virtual bool evaluate(const Arguments<tx::Jet<3>>& at) const = 0;
@@ -165,6 +167,7 @@ class Callable final : public RightHandSide {
         return !std::same_as<ParameterJacobian, NotGiven>;
     }
     bool generic() const override { return Takes<F, tx::Jet<2>>; }
+    bool evaluate(const Arguments<Directions>& at) const override { return call(f_, at, states()); }
     bool evaluate(const Arguments<Gradient>& at) const override { return call(f_, at, states()); }
     bool evaluate(const Arguments<tx::Jet<2>>& at) const override { return call(f_, at, states()); }
     bool evaluate(const Arguments<tx::Jet<3>>& at) const override { return call(f_, at, states()); }
