@@ -10,7 +10,7 @@
 #include <cmath>
 #include <numbers>
 
-#include "cycles/orbit.hpp"
+#include "branches/orbit.hpp"
 
 namespace trajex {
 

@@ -10,8 +10,8 @@
 #include <string_view>
 
 #include "branches/access.hpp"
+#include "branches/orbit.hpp"
 #include "branches/text.hpp"
-#include "cycles/orbit.hpp"
 
 namespace trajex {
 

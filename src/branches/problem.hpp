@@ -67,7 +67,7 @@ struct Border {
 };
 
 /// What is kept of a point: numbers for the columns of the result, and the orbit of a cycle.
-struct Orbit;  // cycles/orbit.hpp
+struct Orbit;  // branches/orbit.hpp
 struct Description {
     std::vector<double> parameters;  ///< all of the system, in its order
     std::vector<double> state;       ///< the equilibrium; the mean over a cycle

@@ -10,9 +10,9 @@
 
 #include "branches/access.hpp"
 #include "branches/json.hpp"
+#include "branches/orbit.hpp"
 #include "branches/runs.hpp"
 #include "branches/text.hpp"
-#include "cycles/orbit.hpp"
 #include "tx/error.hpp"
 
 namespace trajex {

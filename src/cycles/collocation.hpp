@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <vector>
 
-#include "cycles/gauss.hpp"
 #include "cycles/rate.hpp"
 #include "cycles/segment.hpp"
+#include "integration/gauss.hpp"
 #include "linalg/dense.hpp"
 
 namespace trajex {

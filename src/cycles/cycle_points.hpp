@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <vector>
 
+#include "branches/orbit.hpp"
 #include "branches/problem.hpp"
-#include "cycles/orbit.hpp"
 #include "cycles/rate.hpp"
 #include "model/equations.hpp"
 

@@ -16,13 +16,13 @@
 #include <string_view>
 #include <vector>
 
+#include "branches/orbit.hpp"
 #include "branches/problem.hpp"
 #include "cycles/chain_solver.hpp"
 #include "cycles/collocation.hpp"
 #include "cycles/homoclinic.hpp"
 #include "cycles/mesh.hpp"
 #include "cycles/multipliers.hpp"
-#include "cycles/orbit.hpp"
 #include "cycles/rate.hpp"
 #include "cycles/symmetry.hpp"
 

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "cycles/gauss.hpp"
-#include "cycles/orbit.hpp"
+#include "branches/orbit.hpp"
+#include "integration/gauss.hpp"
 
 namespace trajex {
 

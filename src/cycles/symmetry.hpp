@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "cycles/orbit.hpp"
+#include "branches/orbit.hpp"
 #include "cycles/rate.hpp"
 
 namespace trajex {

@@ -1,6 +1,6 @@
 // Gauss points by Newton's method on the Legendre recurrence; the Lagrange polynomials of
 // equidistant nodes by their products, which for m <= 7 lose no digits worth mention.
-#include "cycles/gauss.hpp"
+#include "integration/gauss.hpp"
 
 #include <array>
 #include <cmath>

@@ -1,12 +1,12 @@
 // Evaluation of piecewise polynomials by their Lagrange form. An extreme value is looked for around
 // the best of several samples of each interval by steps of parabolic interpolation.
-#include "cycles/orbit.hpp"
+#include "branches/orbit.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <numbers>
 
-#include "cycles/gauss.hpp"
+#include "integration/gauss.hpp"
 
 namespace trajex {
 
