@@ -797,13 +797,15 @@ void Continuer::turn_bend(double unit) {
 // solution's error, and, where they change fast along the branch, by what the solution is along it.
 void Continuer::add_mesh_errors(TracePoint& point, const TracePoint& beside) {
     constexpr double share = 0.05;
+    constexpr double misplaced = 2;
     const double error = point.description.mesh_error;
     const double distance = std::abs(point.s - beside.s);
     if (error == 0 || distance == 0) return;
     for (std::size_t j = 0; j < point.spectrum.size() && j < beside.spectrum.size(); ++j) {
         Exponent& exponent = point.spectrum[j];
         const double change = std::abs(exponent.value.real() - beside.spectrum[j].value.real());
-        exponent.mesh_error = 2 * (exponent.mesh_error + error * change / distance) + share * error;
+        const double moved = change / distance;
+        exponent.mesh_error = 3 * exponent.mesh_error + error * (share + misplaced * moved);
     }
 }
 

@@ -251,6 +251,7 @@ class Search {
     void unresolved(const Decoded& what, const Sample& a, const Sample& b, std::string reason);
     void blur(const Decoded& what, const Sample& a, const Sample& b, std::string reason);
     bool far_from_crossing(const Decoded& what, const Sample& at) const;
+    bool noise_of_signs(const Decoded& what, const Sample& a, const Sample& b) const;
     bool exhausted() const { return sampler_.evaluations() - before_ >= most_evaluations; }
     bool sample(const Sample& a, const Sample& b, double s, Sample& out) {
         return !exhausted() && sampler_.near(a, b, s, 0.1 * least_, out);
@@ -313,6 +314,13 @@ bool Search::far_from_crossing(const Decoded& what, const Sample& at) const {
     });
 }
 
+// Multipliers are continuous: between points so near to one another none has crossed, where as many
+// are unstable and none is near the unit circle. What comes in pairs may have, beside a fold.
+bool Search::noise_of_signs(const Decoded& what, const Sample& a, const Sample& b) const {
+    const bool counted = a.marks.exponents > 0 && a.marks.unstable == b.marks.unstable;
+    return counted && !what.fold && far_from_crossing(what, a) && far_from_crossing(what, b);
+}
+
 void Search::split(const Sample& a, const Sample& b, const Decoded& what, int depth) {
     Sample middle;
     if (!sample(a, b, a.s + 0.5 * (b.s - a.s), middle))
@@ -344,10 +352,12 @@ void Search::around(const Sample& a, const Sample& b, const Decoded& what, const
         if (!refined_later && !inner.branch && !inner.curved && !inner.real_pairs)
             sampler_.refine(at);
         if (!first) later(a, before, depth + 1);
-        if (far_from_crossing(inner, at))
-            blur(inner, before, after, "no multiplier comes near the unit circle");
-        else
+        if (far_from_crossing(inner, at)) {
+            if (!noise_of_signs(inner, before, after))
+                blur(inner, before, after, "no multiplier comes near the unit circle");
+        } else {
             record(inner, before, at, after, root.error, {});
+        }
         if (!last) later(after, b, depth + 1);
         return;
     }
@@ -365,10 +375,7 @@ void Search::look(const Sample& a, const Sample& b, int depth) {
     if (b.s - a.s <= 2.5 * least_ || depth >= deepest) {
         if (what.count() == 0)
             return;  // noise of the determinant next to an event that is recorded
-        // Multipliers are continuous: so near to one another none has crossed, signs are noise.
-        const bool counted = a.marks.exponents > 0 && a.marks.unstable == b.marks.unstable;
-        if (counted && !what.fold && far_from_crossing(what, a) && far_from_crossing(what, b))
-            return;
+        if (noise_of_signs(what, a, b)) return;
         if (!what.consistent)
             return blur(what, a, b, "tangent, determinant and exponents disagree");
         return unresolved(what, a, b, "the events coincide");

@@ -374,6 +374,12 @@ bool CycleProblem::accepted(std::vector<double>& z, std::vector<double>& tangent
                             std::vector<double>& bend) {
     ++accepted_count_;
     remember(z.data());
+    if (timing_.autonomous() && vary_.size() == 1) {
+        const Past& last = past_.back();
+        const double slope = tangent[state_size() + 1] / tangent[state_size()];
+        homoclinic_.remember({last.parameter, last.period, last.amplitude, slope},
+                             settings_.widths[0]);
+    }
     if (accepted_count_ % scale_interval == 0) {
         take_scales(z.data(), false);
         if (timing_.autonomous()) period_scale_ = period(z.data());
@@ -389,9 +395,6 @@ bool CycleProblem::accepted(std::vector<double>& z, std::vector<double>& tangent
 void CycleProblem::remember(const double* z) {
     if (past_.size() == past_length) past_.erase(past_.begin());
     past_.push_back({vary_.empty() ? 0 : parameter_of(z), period(z), amplitude(z)});
-    const Past& last = past_.back();
-    if (vary_.size() == 1)
-        homoclinic_.remember(last.parameter, last.period, last.amplitude, settings_.widths[0]);
     remember_symmetries(z);
 }
 

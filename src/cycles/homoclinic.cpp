@@ -6,13 +6,11 @@
 
 namespace trajex {
 
-void HomoclinicApproach::remember(double parameter, double period, double amplitude, double width) {
+void HomoclinicApproach::remember(const Cycle& cycle, double width) {
     width_ = width;
-    std::shift_right(last_.begin(), last_.end(), 1);
-    last_[0] = {parameter, period, amplitude};
-    ++count_;
-    if (!on_plateau(last_[0])) plateau_ = last_[0];
-    if (count_ >= last_.size()) find_turn();
+    if (!on_plateau(cycle)) plateau_ = cycle;
+    if (cycle.period > last_.period && cycle.slope * last_.slope < 0) add_turn(last_, cycle);
+    last_ = cycle;
 }
 
 // The period grows at a parameter and an amplitude that do not change any more. (On a canard the
@@ -26,55 +24,81 @@ bool HomoclinicApproach::on_plateau(const Cycle& cycle) const {
            change <= same * plateau_.amplitude;
 }
 
-// A fold between the last three cycles: the vertex of the parabola through them over the period.
-void HomoclinicApproach::find_turn() {
-    const auto& [c, b, a] = last_;
-    const double x = a.period - b.period;
-    const double y = c.period - b.period;
-    if (!((b.parameter - a.parameter) * (c.parameter - b.parameter) < 0)) return;
+// The parameter is taken as a cubic of the period between the two cycles,
+// p = p0 + s0 u + b u^2 + c u^3, s: slopes times the difference of the periods.
+void HomoclinicApproach::add_turn(const Cycle& before, const Cycle& after) {
+    const double length = after.period - before.period;
+    const double s0 = before.slope * length;
+    const double s1 = after.slope * length;
+    const double change = after.parameter - before.parameter;
+    const double b = 3 * change - 2 * s0 - s1;
+    const double c = s0 + s1 - 2 * change;
+    // s0 + 2 b u + 3 c u^2 has one root from 0 to 1, where its signs differ.
+    const double q = -(b + std::copysign(std::sqrt(b * b - 3 * c * s0), b));
+    const double first = s0 / q;
+    const double u = first > 0 && first < 1 ? first : q / (3 * c);
     std::shift_right(turns_.begin(), turns_.end(), 1);
-    turns_[0] = b;
+    turns_[0] = after;
+    turns_[0].period = before.period + u * length;
+    turns_[0].parameter = before.parameter + u * (s0 + u * (b + u * c));
     ++turn_count_;
-    if (!(x * y < 0)) return;
-    const double f = (a.parameter - b.parameter) / x;
-    const double g = (c.parameter - b.parameter) / y;
-    const double curvature = (g - f) / (y - x);
-    const double slope = f - curvature * x;
-    const double shift = std::clamp(-slope / (2 * curvature), std::min(x, y), std::max(x, y));
-    turns_[0].period += shift;
-    turns_[0].parameter += shift * (slope + curvature * shift);
 }
 
-// Distances of folds that decrease by like factors, over like differences of the period; where the
-// connection passes the equilibrium on both sides in turn, every second distance.
-bool HomoclinicApproach::wiggles(double& limit) const {
-    constexpr double near = 1e-3;    // of the window
-    constexpr double alike = 0.35;   // relative
-    constexpr double steady = 0.25;  // of the period
-    constexpr double same = 0.05;    // amplitude
+// By like differences of the period.
+bool HomoclinicApproach::steady(std::size_t k, std::size_t over) const {
+    constexpr double alike = 0.25;
+    const auto waited = [&](std::size_t i) { return turns_[i].period - turns_[i + 1].period; };
+    return waited(k) > 0 && std::fabs(waited(k) - waited(k + over)) <= alike * waited(k);
+}
+
+// Distances that decrease, and are small by now.
+bool HomoclinicApproach::converging(double moved, double moved_before) const {
+    constexpr double near = 1e-3;  // of the window
+    constexpr double slowest = 0.8;
+    return std::fabs(moved) <= near * width_ &&
+           std::fabs(moved) <= slowest * std::fabs(moved_before);
+}
+
+// Each fold is nearer to the limit than the last, on the other side, by like factors.
+bool HomoclinicApproach::near_one_limit(double& limit) const {
+    constexpr double alike = 0.25;
+    if (turn_count_ < 4) return false;
+    const double q = -moved(0, 1) / moved(1, 1);
+    const double q_before = -moved(1, 1) / moved(2, 1);
+    limit = turns_[0].parameter - q / (1 + q) * moved(0, 1);
+    return q > 0 && std::fabs(q - q_before) <= alike * q && converging(moved(0, 1), moved(1, 1)) &&
+           steady(0, 1) && steady(1, 1);
+}
+
+// Folds on the one side and on the other come to limits of theirs, which may be one.
+bool HomoclinicApproach::near_two_limits(double& lower, double& upper) const {
     if (turn_count_ < turns_.size()) return false;
-    std::array<double, 4> moved{}, waited{};
-    for (std::size_t k = 0; k < moved.size(); ++k) {
-        moved[k] = turns_[k].parameter - turns_[k + 1].parameter;
-        waited[k] = turns_[k].period - turns_[k + 1].period;
-        if (moved[k] * moved[0] * (k % 2 == 0 ? 1 : -1) <= 0) return false;
-        if (!(std::fabs(waited[k] - waited[0]) <= steady * waited[0])) return false;
+    double limits[2];
+    for (std::size_t k = 0; k < 2; ++k) {
+        const double q = moved(k, 2) / moved(k + 2, 2);
+        if (!(q > 0) || !converging(moved(k, 2), moved(k + 2, 2)) || !steady(k, 2)) return false;
+        limits[k] = turns_[k].parameter + q / (1 - q) * moved(k, 2);
     }
-    const double q = moved[0] / moved[2];
-    const double q_before = moved[1] / moved[3];
-    limit = turns_[0].parameter + q / (1 - q) * (moved[0] + moved[1]);
-    return q < 0.8 && std::fabs(q - q_before) <= alike * q &&
-           std::fabs(moved[0]) <= near * width_ &&
-           std::fabs(turns_[0].amplitude - turns_[2].amplitude) <= same * turns_[0].amplitude;
+    lower = std::min(limits[0], limits[1]);
+    upper = std::max(limits[0], limits[1]);
+    return true;
 }
 
 bool HomoclinicApproach::suspected(std::string& detail) const {
     constexpr double growth = 1.4;
-    if (last_[0].period > growth * plateau_.period) return true;
-    double limit = 0;
-    if (!wiggles(limit)) return false;
+    constexpr double one = 1e-5;  // limit, of the window
+    if (last_.period > growth * plateau_.period) return true;
+    double lower = 0;
+    double upper = 0;
+    if (near_one_limit(lower))
+        upper = lower;
+    else if (!near_two_limits(lower, upper))
+        return false;
     char text[96];
-    std::snprintf(text, sizeof text, "folds and doublings without end about %.10g", limit);
+    if (upper - lower <= one * width_)
+        std::snprintf(text, sizeof text, "folds without end about %.8g", 0.5 * (lower + upper));
+    else
+        std::snprintf(text, sizeof text, "folds without end from %.8g to %.8g", lower, upper);
     detail = text;
     return true;
 }

@@ -537,19 +537,25 @@ TEST(CycleBranches, BeginAtHopfPointsAsTheirExpansion) {
     EXPECT_NEAR(back["H1"].period(), 2 * pi, 1e-7);
 }
 
-// A canard explosion: all along it the parameter is the same up to the error of the mesh, and
-// nothing happens there.
+// A canard explosion: all along it the parameter is the same, by its expansion in eps, up to the
+// error of the mesh, and nothing happens there.
 TEST(CycleBranches, PassCanardsWithoutEvents) {
-    const tx::System system({"x", "y"}, {{"a", 1.1}}, [](auto, auto& x, auto& c, auto& dx) {
-        dx[0] = (x[1] - x[0] * x[0] * x[0] / 3.0 + x[0]) / 0.01;
-        dx[1] = c[0] - x[0];
-    });
-    const tx::Special hopf = system.equilibrium({1.1, -0.65}).follow("a", {0.5, 1.2})["H1"];
-    EXPECT_NEAR(hopf.parameter("a"), 1, 1e-11);
-    for (const double mesh_tol : {1e-6, 1e-8}) {
-        const tx::Branch branch = hopf.switch_branch({.mesh_tol = mesh_tol}).at(0);
+    struct Canard {
+        double eps, mesh_tol, tolerance;
+    };
+    for (const auto& [eps, mesh_tol, tolerance] :
+         {Canard{1e-2, 1e-6, 1e-8}, Canard{1e-2, 1e-8, 1e-8}, Canard{1e-3, 1e-6, 3e-6}}) {
+        const tx::System system({"x", "y"}, {{"a", 1.1}, {"eps", eps}},
+                                [](auto, auto& x, auto& c, auto& dx) {
+                                    dx[0] = (x[1] - x[0] * x[0] * x[0] / 3.0 + x[0]) / c[1];
+                                    dx[1] = c[0] - x[0];
+                                });
+        const tx::Special hopf = system.equilibrium({1.1, -0.65}).follow("a", {0.5, 1.2})["H1"];
+        EXPECT_NEAR(hopf.parameter("a"), 1, 1e-11);
+        const tx::Branch branch = hopf.switch_branch({.max_work = 1e7, .mesh_tol = mesh_tol}).at(0);
         EXPECT_TRUE(branch.specials().empty()) << branch.text();
-        EXPECT_EQ(branch.stop()[1], "parameter_bound");
+        EXPECT_EQ(branch.stop()[1], eps < 1e-2 ? "work_bound" : "parameter_bound");
+        const double plateau = 1 - eps * (1.0 / 8 + eps * (3.0 / 32 + eps * 173.0 / 1024));
         std::size_t compared = 0;
         double longest = 0;
         for (std::size_t k = 0; k < branch.size(); ++k) {
@@ -558,10 +564,58 @@ TEST(CycleBranches, PassCanardsWithoutEvents) {
             // The parameter leaves the plateau where the period has fallen below 4 again.
             if (T < (T < longest ? 4 : 2.6)) continue;
             ++compared;
-            EXPECT_NEAR(branch.column("a")[k], 0.998740451, 1e-8);
+            EXPECT_NEAR(branch.column("a")[k], plateau, tolerance);
         }
         EXPECT_GE(compared, 10u);
     }
+}
+
+// Multipliers are exp((2 u - 4 u^2) T), u = r^2, for r' = r (mu + u - u^2), and exp(-4 pi c) for
+// y' = (c + cos t) y - y^3.
+TEST(CycleBranches, StateErrorsOfMultipliersThatHold) {
+    const tx::System planar({"x", "y"}, {{"mu", -1}}, [](auto, auto& x, auto& c, auto& dx) {
+        const auto u = x[0] * x[0] + x[1] * x[1];
+        const auto growth = c[0] + u - u * u;
+        dx[0] = growth * x[0] - (1 + 0.3 * u) * x[1];
+        dx[1] = growth * x[1] + (1 + 0.3 * u) * x[0];
+    });
+    const tx::System forced({"y"}, {{"c", -0.5}}, [](auto t, auto& x, auto& c, auto& dx) {
+        dx[0] = (c[0] + cos(t)) * x[0] - x[0] * x[0] * x[0];
+    });
+    const tx::Branch families[] = {
+        planar.diagram("mu", {-1, 1}, {.start = {0, 0}}).branch(1),
+        forced.forced({.fixed = 2 * pi}).diagram("c", {-0.5, 0.5}, {.start = {0}}).branch(1)};
+    for (const tx::Branch& family : families) {
+        const bool is_planar = family.vary()[0] == "mu";
+        for (std::size_t k = 0; k < family.size(); ++k) {
+            const double p = family.column(family.vary()[0])[k];
+            double exact = -4 * pi * p;
+            if (is_planar) {
+                const double r = family.column("max x")[k];
+                const double u = 0.5 + std::copysign(std::sqrt(0.25 + p), r * r - 0.5);
+                exact = (2 * u - 4 * u * u) * family.column("period")[k];
+            }
+            if (exact < -14) continue;
+            EXPECT_NEAR(family.eigenvalues(k)[0].real(), exact,
+                        family.column("multiplier_error")[k])
+                << p;
+            EXPECT_LE(family.column("multiplier_error")[k], 1e-3) << p;
+        }
+    }
+}
+
+// Chua's circuit: a homoclinic orbit of a saddle-focus, about whose parameter folds accumulate.
+TEST(CycleBranches, EndWhereFoldsAccumulate) {
+    const tx::System chua({"x", "y", "z"}, {{"al", 6}}, [](auto, auto& x, auto& c, auto& dx) {
+        dx[0] = c[0] * (x[1] - (2 * x[0] * x[0] * x[0] - x[0]) / 7);
+        dx[1] = x[0] - x[1] + x[2];
+        dx[2] = -100.0 / 7 * x[1];
+    });
+    const tx::Diagram diagram = chua.diagram("al", {4, 11}, {.depth = 2, .max_branches = 3});
+    const tx::Branch family = diagram.branch(2);
+    EXPECT_EQ(family.stop()[1], "homoclinic_suspected");
+    EXPECT_EQ(family.stop_detail()[1].substr(0, 30), "folds without end about 9.7257");
+    EXPECT_LE(family.specials().size(), 14u);
 }
 
 /// Symmetric oscillators: symmetry is lost in pitchforks, and families end where it returns.
@@ -599,17 +653,27 @@ TEST(Orbits, AreComputedAgainWhereTheyWereNotKept) {
             dx[2] = 0.7 / c[0] - x[2];
             dx[3] = x[2] - 0.7 / c[0] - x[3];
         }};
-    const tx::Point start = duffing.forced({.frequency = "omega"}).cycle({0.3, 0, 1.4, 0.1});
-    const tx::Branch kept = start.follow("omega", {0.5, 2}, {.keep_all = true});
-    const tx::Branch thin = start.follow("omega", {0.5, 2});
-    ASSERT_EQ(kept.size(), thin.size());
-    for (std::size_t i = 0; i < kept.size(); ++i) {
-        const tx::Point a = kept.point(i);
-        const tx::Point b = thin.point(i);
-        for (const double part : {0.0, 0.3, 0.7}) {
-            const State x = a.at(part * a.period());
-            const State y = b.at(part * b.period());
-            for (std::size_t k = 0; k < 4; ++k) EXPECT_NEAR(x[k], y[k], 1e-5) << i << ' ' << part;
+    const tx::System bistable{{"y"}, {{"c", 0.5}}, [](auto t, auto& x, auto& c, auto& dx) {
+                                  dx[0] = (c[0] + cos(t)) * x[0] - x[0] * x[0] * x[0];
+                              }};
+    const tx::Point starts[] = {duffing.forced({.frequency = "omega"}).cycle({0.3, 0, 1.4, 0.1}),
+                                bistable.forced({.fixed = 2 * pi}).cycle({1})};
+    for (const tx::Point& start : starts) {
+        const std::size_t n = start.state().size();
+        const char* const vary = n == 4 ? "omega" : "c";
+        const tx::Window window = n == 4 ? tx::Window{0.5, 2} : tx::Window{1e-4, 0.5};
+        const tx::Branch kept = start.follow(vary, window, {.keep_all = true});
+        const tx::Branch thin = start.follow(vary, window);
+        ASSERT_EQ(kept.size(), thin.size());
+        for (std::size_t i = 0; i < kept.size(); ++i) {
+            const tx::Point a = kept.point(i);
+            const tx::Point b = thin.point(i);
+            for (const double part : {0.0, 0.3, 0.7}) {
+                const State x = a.at(part * a.period());
+                const State y = b.at(part * b.period());
+                for (std::size_t k = 0; k < n; ++k)
+                    EXPECT_NEAR(x[k], y[k], 1e-5) << i << ' ' << part;
+            }
         }
     }
 }

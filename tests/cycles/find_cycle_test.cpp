@@ -1,6 +1,8 @@
 // Stable cycles of stiff systems from trajectories, and a system that has no isolated one.
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <numbers>
 #include <vector>
 
 #include "tx.hpp"
@@ -43,6 +45,19 @@ TEST(FindCycle, OfStiffSystems) {
         ASSERT_TRUE(cycle) << c.name << ": " << cycle.reason();
         EXPECT_NEAR(cycle.period(), c.period, c.error) << c.name;
     }
+}
+
+// The forcing does not entrain the oscillator: trajectories stay around the response, which repels.
+TEST(FindCycle, OfResponsesThatRepel) {
+    const System system({"x", "y"}, {{"b", 0.05}}, [](auto t, auto& x, auto& c, auto& dx) {
+        using std::cos, std::sqrt;
+        const auto growth = 2 * (1 - sqrt(x[0] * x[0] + x[1] * x[1]));
+        dx[0] = growth * x[0] - x[1] + c[0] * cos(2 * std::numbers::pi / 5 * t);
+        dx[1] = growth * x[1] + x[0];
+    });
+    const Point cycle = system.forced({.fixed = 5}).cycle({1, 0});
+    ASSERT_TRUE(cycle) << cycle.reason();
+    EXPECT_EQ(cycle.unstable(), 2u);
 }
 
 }  // namespace
