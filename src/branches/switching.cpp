@@ -581,9 +581,12 @@ std::vector<HalfBranch> Analysis::search_sphere_once(const Crossing& crossing, d
     std::vector<Vector>
         images;  // of solutions, mirrored by the branch at hand: solutions often, by symmetry
     const std::size_t most_starts = settings_.starts << (basis.size() - 2);
+    // Where none of the directions with a pattern leads to a branch, more do not help.
+    const std::size_t with_pattern = 2 * basis.size() * basis.size();
     std::size_t starts = 0;
     std::size_t plain = 0;
     for (; starts < most_starts && out.size() < settings_.most_branches; ++starts) {
+        if (starts >= with_pattern && out.empty()) break;
         HalfBranch half;
         if (images.empty()) {
             half.z = moved(crossing.z, start_direction(basis, plain++, sequence), radius);
@@ -603,7 +606,7 @@ std::vector<HalfBranch> Analysis::search_sphere_once(const Crossing& crossing, d
         out.push_back(std::move(half));
     }
     note = std::to_string(out.size()) + " half branches found by " + std::to_string(starts) +
-           " searches" + (starts < most_starts ? ", ended at the limit" : "");
+           " searches" + (out.size() >= settings_.most_branches ? ", ended at the limit" : "");
     return out;
 }
 

@@ -163,7 +163,7 @@ FoldForm fold_form(CycleProblem& problem, const std::vector<double>& z, bool coe
     std::vector<double> weights(problem.unknowns());
     problem.metric(weights);
     const double width = 1 / std::sqrt(weights.back());
-    constexpr double nothing = 1e-7;
+    constexpr double nothing = 1e-6;
     const bool moves = lengths.scaled_column * width > nothing;
     form.transversality = moves && most > 0 ? std::fabs(row.back()) / most : 0;
     form.known = std::isfinite(form.transversality);

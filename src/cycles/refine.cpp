@@ -84,6 +84,8 @@ class EventFunction {
     Exponent::Kind kind_;
 };
 
+constexpr double near_crossing = 1e-6;  // what a cycle of the given accuracy may miss 0 by
+
 /// What is known of the slope of an event function, and how well.
 struct Slope {
     double value = 0;  ///< 0: nothing
@@ -91,7 +93,8 @@ struct Slope {
 };
 
 // False: no root nearby. The last step, from where the next one would be less than rounding or is
-// not less than the one before, is made along the tangent. The slope is that of a secant long
+// not less than the one before, is made along the tangent; not while the multiplier, which may be
+// steep, is still away from 1. The slope is that of a secant long
 // enough for the noise of the function, which next to a canard is large.
 bool find_root(EventFunction& event, double first_step, Slope& slope) {
     constexpr double farthest = 1e-2;
@@ -109,7 +112,8 @@ bool find_root(EventFunction& event, double first_step, Slope& slope) {
         const double step = slope.value != 0 ? -f / slope.value : first_step;
         const bool stagnates = slope.value != 0 && std::fabs(step) > 0.5 * before;
         if (slope.value != 0 && std::fabs(step) <= straight &&
-            (stagnates || slope.error * std::fabs(step) <= close)) {
+            (stagnates || slope.error * std::fabs(step) <= close) &&
+            std::fabs(event.critical()) <= near_crossing) {
             event.step_along(step);
             return true;
         }
@@ -133,7 +137,6 @@ RefinedPoint refine_event(CycleProblem& fine, const std::vector<double>& z,
                           const std::vector<double>& tangent, const Finding& finding,
                           const RefinedPoint& coarser) {
     RefinedPoint result;
-    constexpr double near_crossing = 1e-6;  // what a cycle of the given accuracy may miss 0 by
     const bool fold = finding.type == "LPC";
     for (const bool by_slope : {true, false}) {
         if (by_slope && !fold) continue;

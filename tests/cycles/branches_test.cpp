@@ -616,6 +616,8 @@ TEST(CycleBranches, EndWhereFoldsAccumulate) {
     EXPECT_EQ(family.stop()[1], "homoclinic_suspected");
     EXPECT_EQ(family.stop_detail()[1].substr(0, 30), "folds without end about 9.7257");
     EXPECT_LE(family.specials().size(), 14u);
+    for (const tx::Special& special : family.specials())
+        EXPECT_NE(special.status(), "unresolved") << special.text();
 }
 
 /// Symmetric oscillators: symmetry is lost in pitchforks, and families end where it returns.
