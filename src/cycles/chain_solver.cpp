@@ -165,28 +165,31 @@ bool BorderedChain<Scalar>::factor(const Condensation& segments, ChainFactors& c
 // C)_ij.
 template <class Scalar>
 void BorderedChain<Scalar>::condense_borders(const Scalar* rows, const Scalar* corner) {
+    std::copy_n(corner, k_ * k_, corner_.data());
     with_size(n_, [&](auto n) {
-        const double* const scale = segments_->scale().data();
-        const std::size_t inner = (m_ - 1) * n;
-        std::copy_n(corner, k_ * k_, corner_.data());
         for (std::size_t row = 0; row < k_; ++row) {
-            for (std::size_t i = 0; i < N_; ++i) {
-                const Scalar* const b = rows + (row * N_ + i) * m_ * n;
-                Scalar* const end = end_rows_.data() + (row * (N_ + 1) + i) * n;
-                Scalar* const inside =
-                    inner == 0 ? nullptr : inner_rows_.data() + (row * N_ + i) * inner;
-                for (std::size_t a = 0; a < n; ++a) end[a] = b[a] * scale[a];
-                for (std::size_t j = 0; j < inner; ++j) {
-                    inside[j] = b[n + j] * scale[j % n];
-                    const double* const W = segments_->map(i) + j * n;
-                    for (std::size_t a = 0; a < n; ++a) end[a] += inside[j] * W[a];
-                    const Scalar* const column = columns_.data() + (i * m_ * n + j) * k_;
-                    for (std::size_t c = 0; c < k_; ++c)
-                        corner_[row * k_ + c] -= inside[j] * column[c];
-                }
-            }
+            for (std::size_t i = 0; i < N_; ++i)
+                condense_border(n, row, i, rows + (row * N_ + i) * m_ * n);
         }
     });
+}
+
+template <class Scalar>
+template <class Size>
+void BorderedChain<Scalar>::condense_border(Size n, std::size_t row, std::size_t i,
+                                            const Scalar* b) {
+    const double* const scale = segments_->scale().data();
+    const std::size_t inner = (m_ - 1) * n;
+    Scalar* const end = end_rows_.data() + (row * (N_ + 1) + i) * n;
+    for (std::size_t a = 0; a < n; ++a) end[a] = b[a] * scale[a];
+    for (std::size_t j = 0; j < inner; ++j) {
+        const Scalar inside = b[n + j] * scale[j % n];
+        inner_rows_[(row * N_ + i) * inner + j] = inside;
+        const double* const W = segments_->map(i) + j * n;
+        for (std::size_t a = 0; a < n; ++a) end[a] += inside * W[a];
+        const Scalar* const column = columns_.data() + (i * m_ * n + j) * k_;
+        for (std::size_t c = 0; c < k_; ++c) corner_[row * k_ + c] -= inside * column[c];
+    }
 }
 
 // The ends x_1 ... x_{N-1} leave the borders: with Y = b_i T_i^-1,
@@ -263,42 +266,55 @@ void BorderedChain<Scalar>::chain_solve(Scalar* blocks, Scalar* q) const {
     });
 }
 
+// Tangents and null vectors are solutions without right-hand sides in the segments.
 template <class Scalar>
 void BorderedChain<Scalar>::solve(Scalar* r, Scalar* t) const {
-    with_size(n_, [&](auto n) {
-        const double* const scale = segments_->scale().data();
-        const std::size_t height = m_ * n;
-        const std::size_t inner = height - n;
-        // Tangents and null vectors are solutions without right-hand sides in the segments.
-        const bool given = std::any_of(r, r + N_ * height, [](Scalar x) { return x != Scalar{}; });
+    const bool given = std::any_of(r, r + N_ * m_ * n_, [](Scalar x) { return x != Scalar{}; });
+    if (given)
+        condense_sides(r, t);
+    else
         std::fill(blocks_.begin(), blocks_.end(), Scalar{});
-        for (std::size_t row = 0; given && row < N_ * height; ++row) r[row] /= scale[row % n];
-        if (given) segments_->solve(parts_of(r), parts);
-        for (std::size_t i = 0; given && i < N_; ++i) {
-            const Scalar* const w = r + i * height;
-            std::copy_n(w + inner, n, blocks_.data() + i * n);
-            for (std::size_t row = 0; row < k_; ++row) {
-                for (std::size_t j = 0; j < inner; ++j)
-                    t[row] -= inner_rows_[(row * N_ + i) * inner + j] * w[j];
-            }
-        }
-        if (given) chain_->reduce(parts_of(blocks_.data()), parts);
-        chain_solve(blocks_.data(), t);
-        // Inner points first keep w; then everything moves one point up: point k of the chain
-        // stands at k.
-        for (std::size_t i = N_; i-- > 0;) {
-            Scalar* const w = r + i * height;
-            for (std::size_t j = inner; j-- > 0;) {
-                Scalar sum = w[j];
-                const double* const W = segments_->map(i) + j * n;
-                for (std::size_t a = 0; a < n; ++a) sum += W[a] * ends_[i * n + a];
-                const Scalar* const column = columns_.data() + (i * height + j) * k_;
-                for (std::size_t c = 0; c < k_; ++c) sum -= column[c] * t[c];
-                w[n + j] = sum * scale[j % n];
-            }
-            for (std::size_t a = 0; a < n; ++a) w[a] = ends_[i * n + a] * scale[a];
-        }
+    chain_solve(blocks_.data(), t);
+    with_size(n_, [&](auto n) {
+        for (std::size_t i = N_; i-- > 0;) expand(n, i, t, r + i * m_ * n);
     });
+}
+
+// J^-1 r, of which the last n rows of each segment go into the chain and the others leave the
+// borders.
+template <class Scalar>
+void BorderedChain<Scalar>::condense_sides(Scalar* r, Scalar* t) const {
+    const double* const scale = segments_->scale().data();
+    const std::size_t height = m_ * n_;
+    const std::size_t inner = height - n_;
+    for (std::size_t row = 0; row < N_ * height; ++row) r[row] /= scale[row % n_];
+    segments_->solve(parts_of(r), parts);
+    for (std::size_t i = 0; i < N_; ++i) {
+        const Scalar* const w = r + i * height;
+        std::copy_n(w + inner, n_, blocks_.data() + i * n_);
+        for (std::size_t row = 0; row < k_; ++row) {
+            for (std::size_t j = 0; j < inner; ++j)
+                t[row] -= inner_rows_[(row * N_ + i) * inner + j] * w[j];
+        }
+    }
+    chain_->reduce(parts_of(blocks_.data()), parts);
+}
+
+// Inner points first keep w; then everything moves one point up: point k of the chain stands at k.
+template <class Scalar>
+template <class Size>
+void BorderedChain<Scalar>::expand(Size n, std::size_t i, const Scalar* t, Scalar* w) const {
+    const double* const scale = segments_->scale().data();
+    const Scalar* const end = ends_.data() + i * n;
+    for (std::size_t j = (m_ - 1) * n; j-- > 0;) {
+        Scalar sum = w[j];
+        const double* const W = segments_->map(i) + j * n;
+        for (std::size_t a = 0; a < n; ++a) sum += W[a] * end[a];
+        const Scalar* const column = columns_.data() + (i * m_ * n + j) * k_;
+        for (std::size_t c = 0; c < k_; ++c) sum -= column[c] * t[c];
+        w[n + j] = sum * scale[j % n];
+    }
+    for (std::size_t a = 0; a < n; ++a) w[a] = end[a] * scale[a];
 }
 
 // The steps of chain_solve transposed, in the opposite order; `ends_` holds the coefficients of the

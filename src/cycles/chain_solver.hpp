@@ -80,8 +80,13 @@ class BorderedChain {
     void reserve(std::size_t k);
     void solve_columns(const Scalar* columns, std::size_t own);
     void condense_borders(const Scalar* rows, const Scalar* corner);
+    template <class Size>
+    void condense_border(Size n, std::size_t row, std::size_t i, const Scalar* b);
     void eliminate_borders();
     void fill_dense();
+    void condense_sides(Scalar* r, Scalar* t) const;
+    template <class Size>
+    void expand(Size n, std::size_t i, const Scalar* t, Scalar* w) const;
     void chain_solve(Scalar* blocks, Scalar* q) const;
     void chain_solve_transposed(Scalar* blocks, Scalar* q) const;
 

@@ -41,27 +41,38 @@ void Collocation::set_mesh(const std::vector<double>& mesh) {
     velocities_.resize(intervals() * n_);
 }
 
+namespace {
+
+// out_c += sum_j weight[c][j] x_j over the points of an interval, of which the last one stands at
+// `end` and counts `closing` times.
+template <class Size>
+void combine_interval(Size n, std::size_t m,
+                      const double (&weight)[GaussRule::m_max][GaussRule::m_max + 1],
+                      const double* first, const double* end, double closing, double* out) {
+    for (std::size_t c = 0; c < m; ++c) {
+        double* const at = out + c * n;
+        const double l = closing * weight[c][m];
+        for (std::size_t a = 0; a < n; ++a) at[a] += l * end[a];
+        for (std::size_t j = 0; j < m; ++j) {
+            for (std::size_t a = 0; a < n; ++a) at[a] += weight[c][j] * first[j * n + a];
+        }
+    }
+}
+
+}  // namespace
+
 // The sums of `weight`[c][j] times point j of each interval; the last point of all is `closing`
 // times the first.
 void Collocation::combine_points(const double (&weight)[GaussRule::m_max][GaussRule::m_max + 1],
                                  const double* x, double closing, double* out) const {
     const std::size_t m = rule_.m;
     with_size(n_, [&](auto n) {
-        double last[GaussRule::m_max];  // weights of the last point of the chain
-        for (std::size_t c = 0; c < m; ++c) last[c] = closing * weight[c][m];
-        for (std::size_t i = 0; i < intervals(); ++i) {
+        const std::size_t last = intervals() - 1;
+        for (std::size_t i = 0; i < last; ++i) {
             const double* const first = x + i * m * n;
-            const bool closes = i + 1 == intervals();
-            const double* const end = closes ? x : first + m * n;
-            for (std::size_t c = 0; c < m; ++c) {
-                double* const at = out + (i * m + c) * n;
-                const double l = closes ? last[c] : weight[c][m];
-                for (std::size_t a = 0; a < n; ++a) at[a] += l * end[a];
-                for (std::size_t j = 0; j < m; ++j) {
-                    for (std::size_t a = 0; a < n; ++a) at[a] += weight[c][j] * first[j * n + a];
-                }
-            }
+            combine_interval(n, m, weight, first, first + m * n, 1, out + i * m * n);
         }
+        combine_interval(n, m, weight, x + last * m * n, x, closing, out + last * m * n);
     });
 }
 
@@ -148,35 +159,49 @@ void Collocation::blocks(std::size_t i, const double* scale, std::size_t stride,
     });
 }
 
+// -h times the scaled Jacobians at Gauss point c of four segments, in lanes.
+template <class Size>
+void Collocation::jacobians_in_lanes(Size n, std::size_t c, std::span<const std::size_t> segments,
+                                     const double* scale) const {
+    constexpr std::size_t lanes = LaneLu::lanes;
+    lanes_.resize(n * n * lanes);
+    for (std::size_t lane = 0; lane < lanes; ++lane) {
+        const double* const A = jacobian(segments[lane] * rule_.m + c);
+        for (std::size_t a = 0; a < n; ++a) {
+            const double factor = -length(segments[lane]) / scale[a];
+            for (std::size_t b = 0; b < n; ++b)
+                lanes_[(a * n + b) * lanes + lane] = factor * A[a * n + b] * scale[b];
+        }
+    }
+}
+
+// The rows of Gauss point c, from those Jacobians.
+template <class Size>
+void Collocation::rows_in_lanes(Size n, std::size_t c, double* inner, double* first) const {
+    constexpr std::size_t lanes = LaneLu::lanes;
+    const std::size_t m = rule_.m;
+    for (std::size_t row = c * n; row < (c + 1) * n; ++row) {
+        const std::size_t a = row - c * n;
+        const double* const A = lanes_.data() + a * n * lanes;
+        for (std::size_t j = 0; j <= m; ++j) {
+            double* const to =
+                j == 0 ? first + row * n * lanes : inner + (row * m + j - 1) * n * lanes;
+            const double value = rule_.value[c][j];
+            for (std::size_t k = 0; k < n * lanes; ++k) to[k] = value * A[k];
+            for (std::size_t k = 0; k < lanes; ++k) to[a * lanes + k] += rule_.slope[c][j];
+        }
+    }
+}
+
 // Four segments, as many as LaneLu has lanes.
 void Collocation::lane_blocks(std::span<const std::size_t> segments, const double* scale,
                               double* inner, double* first) const {
-    constexpr std::size_t lanes = LaneLu::lanes;
-    if (segments.size() != lanes) return Segments::lane_blocks(segments, scale, inner, first);
+    if (segments.size() != LaneLu::lanes)
+        return Segments::lane_blocks(segments, scale, inner, first);
     with_size(n_, [&](auto n) {
-        const std::size_t m = rule_.m;
-        lanes_.resize(n * n * lanes);
-        double* const A = lanes_.data();  // -h times the scaled Jacobians
-        for (std::size_t c = 0; c < m; ++c) {
-            for (std::size_t lane = 0; lane < lanes; ++lane) {
-                const double* const given = jacobian(segments[lane] * m + c);
-                for (std::size_t a = 0; a < n; ++a) {
-                    const double factor = -length(segments[lane]) / scale[a];
-                    for (std::size_t b = 0; b < n; ++b)
-                        A[(a * n + b) * lanes + lane] = factor * given[a * n + b] * scale[b];
-                }
-            }
-            for (std::size_t a = 0; a < n; ++a) {
-                double* const inner_row = inner + (c * n + a) * m * n * lanes;
-                double* const first_row = first + (c * n + a) * n * lanes;
-                for (std::size_t j = 0; j <= m; ++j) {
-                    double* const row = j == 0 ? first_row : inner_row + (j - 1) * n * lanes;
-                    const double value = rule_.value[c][j];
-                    for (std::size_t k = 0; k < n * lanes; ++k)
-                        row[k] = value * A[a * n * lanes + k];
-                    for (std::size_t k = 0; k < lanes; ++k) row[a * lanes + k] += rule_.slope[c][j];
-                }
-            }
+        for (std::size_t c = 0; c < rule_.m; ++c) {
+            jacobians_in_lanes(n, c, segments, scale);
+            rows_in_lanes(n, c, inner, first);
         }
     });
 }

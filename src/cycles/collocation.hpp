@@ -51,6 +51,11 @@ class Collocation final : public Segments {
     bool take(const double* q);
     void combine_points(const double (&weight)[GaussRule::m_max][GaussRule::m_max + 1],
                         const double* x, double closing, double* out) const;
+    template <class Size>
+    void jacobians_in_lanes(Size n, std::size_t c, std::span<const std::size_t> segments,
+                            const double* scale) const;
+    template <class Size>
+    void rows_in_lanes(Size n, std::size_t c, double* inner, double* first) const;
     void subtract_rates(double* r) const;
     void add_slopes(const double* x, double* r) const;
 

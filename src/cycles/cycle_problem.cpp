@@ -110,35 +110,47 @@ void CycleProblem::metric(std::span<double> weights) const {
     for (const double width : settings_.widths) weights[k++] = 1 / (width * width);
 }
 
+namespace {
+
+// Adds the share of Gauss point k to the row of x in <x, x_r'>; returns that of <x_r', x_r'>.
+// `work`: 2 n numbers.
+template <class Size>
+double add_reference(Size n, const Collocation& segments, const std::vector<double>& scale,
+                     std::size_t k, const double* x, double* work, double* row) {
+    const GaussRule& rule = segments.rule();
+    const std::size_t m = rule.m;
+    const std::size_t i = k / m;
+    const std::size_t c = k % m;
+    const double h = segments.mesh()[i + 1] - segments.mesh()[i];
+    const auto place = [&](std::size_t j) { return (i * m + j) % segments.points() * n; };
+    double* const slope = work;
+    double* const weighted = work + n;
+    std::fill_n(slope, n, 0.0);
+    for (std::size_t j = 0; j <= m; ++j) {
+        for (std::size_t a = 0; a < n; ++a) slope[a] += rule.slope[c][j] * x[place(j) + a];
+    }
+    double square = 0;
+    for (std::size_t a = 0; a < n; ++a) {
+        weighted[a] = rule.weight[c] * slope[a] / (scale[a] * scale[a]);
+        square += weighted[a] * slope[a] / h;
+    }
+    for (std::size_t j = 0; j <= m; ++j) {
+        for (std::size_t a = 0; a < n; ++a) row[place(j) + a] += rule.value[c][j] * weighted[a];
+    }
+    return square;
+}
+
+}  // namespace
+
 // The row of x in <x, x_r'>, divided by the root of <x_r', x_r'>.
 void CycleProblem::take_reference(const double* x) {
     if (!timing_.autonomous()) return;
-    const GaussRule& rule = segments_.rule();
-    const std::size_t m = rule.m;
     phase_row_.assign(state_size(), 0.0);
     double square = 0;
+    std::vector<double> work(2 * n_);
     with_size(n_, [&](auto n) {
-        std::vector<double> slope(n), weighted(n);
-        for (std::size_t k = 0; k < segments_.points(); ++k) {
-            const std::size_t i = k / m;
-            const std::size_t c = k % m;
-            const double h = segments_.mesh()[i + 1] - segments_.mesh()[i];
-            const double* const first = x + i * m * n;
-            const double* const end = i + 1 == segments_.intervals() ? x : first + m * n;
-            const auto point = [&](std::size_t j) { return j == m ? end : first + j * n; };
-            std::fill_n(slope.data(), n, 0.0);
-            for (std::size_t j = 0; j <= m; ++j) {
-                for (std::size_t a = 0; a < n; ++a) slope[a] += rule.slope[c][j] * point(j)[a];
-            }
-            for (std::size_t a = 0; a < n; ++a) {
-                weighted[a] = rule.weight[c] * slope[a] / (scale_[a] * scale_[a]);
-                square += weighted[a] * slope[a] / h;
-            }
-            for (std::size_t j = 0; j <= m; ++j) {
-                double* const row = &phase_row_[static_cast<std::size_t>(point(j) - x)];
-                for (std::size_t a = 0; a < n; ++a) row[a] += rule.value[c][j] * weighted[a];
-            }
-        }
+        for (std::size_t k = 0; k < segments_.points(); ++k)
+            square += add_reference(n, segments_, scale_, k, x, work.data(), phase_row_.data());
     });
     const double factor = square > 0 ? 1 / std::sqrt(square) : 1;
     for (double& entry : phase_row_) entry *= factor;

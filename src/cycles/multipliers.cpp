@@ -288,8 +288,8 @@ void Multipliers::check_velocities(std::size_t n, std::size_t intervals, const d
     check_.trivial = std::expm1(trivial);
 }
 
-// The product of all multipliers is positive, and a single one is. Where collocation does not follow
-// a growth that is too fast for an interval, the sign is no longer right.
+// The product of all multipliers is positive, and a single one is. Where collocation does not
+// follow a growth that is too fast for an interval, the sign is no longer right.
 void Multipliers::restore_sign(Spectrum& out) {
     if (out.size() != 1 || out[0].kind == Exponent::Kind::real) return;
     out[0].kind = Exponent::Kind::real;
