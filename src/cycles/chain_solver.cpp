@@ -287,7 +287,9 @@ void BorderedChain<Scalar>::condense_sides(Scalar* r, Scalar* t) const {
     const double* const scale = segments_->scale().data();
     const std::size_t height = m_ * n_;
     const std::size_t inner = height - n_;
-    for (std::size_t row = 0; row < N_ * height; ++row) r[row] /= scale[row % n_];
+    for (std::size_t row = 0; row < N_ * height; row += n_) {
+        for (std::size_t a = 0; a < n_; ++a) r[row + a] /= scale[a];
+    }
     segments_->solve(parts_of(r), parts);
     for (std::size_t i = 0; i < N_; ++i) {
         const Scalar* const w = r + i * height;

@@ -122,7 +122,8 @@ double add_reference(Size n, const Collocation& segments, const std::vector<doub
     const std::size_t i = k / m;
     const std::size_t c = k % m;
     const double h = segments.mesh()[i + 1] - segments.mesh()[i];
-    const auto place = [&](std::size_t j) { return (i * m + j) % segments.points() * n; };
+    const std::size_t end = i + 1 == segments.intervals() ? 0 : (i + 1) * m * n;
+    const auto place = [&](std::size_t j) { return j == m ? end : (i * m + j) * n; };
     double* const slope = work;
     double* const weighted = work + n;
     std::fill_n(slope, n, 0.0);

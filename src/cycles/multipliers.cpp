@@ -204,7 +204,9 @@ bool ProductEigenvalues::find_mesh_errors(std::size_t count, const double* facto
         qr_.apply(basis_.data(), d_, d_);
         for (std::size_t a = 0; a < d_; ++a) {
             const double z = std::log(std::fabs(work_[a * d_ + a]));
-            mesh_errors_[a] += c * std::pow(std::fabs(z), static_cast<double>(2 * m + 1));
+            double term = c * std::fabs(z);
+            for (std::size_t k = 0; k < m; ++k) term *= z * z;
+            mesh_errors_[a] += term;
         }
     }
     return true;
