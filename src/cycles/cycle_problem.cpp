@@ -539,6 +539,12 @@ bool CycleProblem::hopf_end(const double* z, Finding& finding) {
 
 // ---- Results ----
 
+double CycleProblem::mesh_error_of(const double* z) const {
+    MeshMonitor monitor;
+    monitor_mesh(segments_.mesh(), n_, segments_.inner_points(), z, scale_.data(), monitor);
+    return monitor.error;
+}
+
 Description CycleProblem::describe(const double* z) {
     Description result;
     auto orbit = std::make_shared<Orbit>(this->orbit(z));
@@ -551,9 +557,7 @@ Description CycleProblem::describe(const double* z) {
     result.norm = orbit->means(result.state.data());
     orbit->extremes(result.low.data(), result.high.data());
     result.period = orbit->period;
-    MeshMonitor monitor;
-    monitor_mesh(segments_.mesh(), n_, orbit->m, z, scale_.data(), monitor);
-    result.mesh_error = monitor.error;
+    result.mesh_error = mesh_error_of(z);
     result.orbit = std::move(orbit);
     return result;
 }

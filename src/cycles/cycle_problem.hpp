@@ -120,6 +120,7 @@ class CycleProblem final : public Problem {
         return z[state_size() + segments_.scalars() - vary_.size()];
     }
     double amplitude(const double* x) const;
+    double mesh_error_of(const double* z) const;
     void take_scales(const double* x, bool first);
     void take_reference(const double* x);
     double phase(const double* x) const;

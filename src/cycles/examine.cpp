@@ -100,7 +100,11 @@ bool CycleProblem::take_refined(Finding& finding, const RefinedPoint& refined) c
     const double margin = finding.bracket[1] - finding.bracket[0] + 1e-9 * width;
     const bool inside = refined.parameter >= finding.bracket[0] - margin &&
                         refined.parameter <= finding.bracket[1] + margin;
-    if (!inside && moved > mesh_error() * width) {
+    // However narrow the window, the mesh moves the parameter by parts of what matters to the
+    // equations.
+    const double effect = parameter_effect(*this);
+    const double unit = std::max({width, std::fabs(p), std::min(1 / effect, 1e6 * width)});
+    if (!inside && moved > mesh_error_of(finding.z.data()) * unit) {
         finding.error += moved;
         return false;
     }
@@ -289,9 +293,7 @@ double CycleProblem::note_symmetry(Finding& finding, const CycleProblem& problem
 std::vector<int> CycleProblem::symmetry(const double* z) const {
     Rate rate = segments_.rate();
     if (!rate.set(z + state_size())) return {};
-    MeshMonitor monitor;
-    monitor_mesh(segments_.mesh(), n_, segments_.inner_points(), z, scale_.data(), monitor);
-    const double tolerance = std::max(1e-6, 10 * monitor.error);
+    const double tolerance = std::max(1e-6, 10 * mesh_error_of(z));
     return half_period_symmetry(rate, orbit(z), scale_, tolerance);
 }
 

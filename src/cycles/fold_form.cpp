@@ -81,14 +81,12 @@ class FoldVectors {
 // Gauss point, and the row's coefficient for the weight of the point times that of a function.
 struct Lengths {
     double psi = 0, scaled_psi = 0;
-    double scaled_column = 0;  // of F_p
 };
 
 Lengths lengths(const CycleProblem& problem, const std::vector<double>& psi) {
     const Collocation& segments = problem.segments();
     const GaussRule& rule = segments.rule();
     const std::size_t n = segments.states();
-    const std::size_t scalars = segments.scalars();
     Lengths out;
     for (std::size_t k = 0; k < segments.equations(); ++k) {
         const std::size_t i = k / (n * rule.m);
@@ -96,14 +94,11 @@ Lengths lengths(const CycleProblem& problem, const std::vector<double>& psi) {
         const double share = h * rule.weight[k / n % rule.m];
         const double scale = problem.scale()[k % n];
         const double w = psi[k] * h / share;
-        const double f = segments.scalar_columns()[k * scalars + scalars - 1] / (h * scale);
         out.psi += share * w * w;
         out.scaled_psi += share * w * w * scale * scale;
-        out.scaled_column += share * f * f;
     }
     out.psi = std::sqrt(out.psi);
     out.scaled_psi = std::sqrt(out.scaled_psi);
-    out.scaled_column = std::sqrt(out.scaled_column);
     return out;
 }
 
@@ -145,6 +140,22 @@ double root_mean_square(const Collocation& segments, const double* v) {
     return std::sqrt(sum);
 }
 
+double parameter_effect(const CycleProblem& problem) {
+    const Collocation& segments = problem.segments();
+    const GaussRule& rule = segments.rule();
+    const std::size_t n = segments.states();
+    const std::size_t scalars = segments.scalars();
+    double sum = 0;
+    for (std::size_t k = 0; k < segments.equations(); ++k) {
+        const std::size_t i = k / (n * rule.m);
+        const double h = segments.mesh()[i + 1] - segments.mesh()[i];
+        const double column = segments.scalar_columns()[k * scalars + scalars - 1];
+        const double f = column / (h * problem.scale()[k % n]);
+        sum += h * rule.weight[k / n % rule.m] * f * f;
+    }
+    return std::sqrt(sum);
+}
+
 FoldForm fold_form(CycleProblem& problem, const std::vector<double>& z, bool coefficients) {
     FoldForm form;
     FoldVectors vectors(problem);
@@ -157,14 +168,15 @@ FoldForm fold_form(CycleProblem& problem, const std::vector<double>& z, bool coe
     problem.apply_transposed(vectors.psi.data(), row.data());
     const Lengths lengths = trajex::lengths(problem, vectors.psi);
     form.unfolding = row.back() / lengths.psi;
-    const double most = lengths.scaled_psi * lengths.scaled_column;
+    const double effect = parameter_effect(problem);
+    const double most = lengths.scaled_psi * effect;
     // On a branch that does not depend on the parameter F_p is what Newton's method leaves, and
     // more beside a point where the equations are singular.
     std::vector<double> weights(problem.unknowns());
     problem.metric(weights);
-    const double width = 1 / std::sqrt(weights.back());
+    const double reach = std::max(1 / std::sqrt(weights.back()), std::fabs(z.back()));
     constexpr double nothing = 1e-6;
-    const bool moves = lengths.scaled_column * width > nothing;
+    const bool moves = effect * reach > nothing;
     form.transversality = moves && most > 0 ? std::fabs(row.back()) / most : 0;
     form.known = std::isfinite(form.transversality);
     if (!form.known || !coefficients) return form;

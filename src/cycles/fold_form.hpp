@@ -23,6 +23,10 @@ struct FoldForm {
     double unfolding = 0;
 };
 
+/// The root mean square of T f_p over the sizes of the variables, for the cycle linearised last: by
+/// how much of themselves a unit of the parameter p would move them in a period.
+double parameter_effect(const CycleProblem& problem);
+
 /// `coefficients`: also the curvature and a, where branches do not cross.
 FoldForm fold_form(CycleProblem& problem, const std::vector<double>& z, bool coefficients);
 

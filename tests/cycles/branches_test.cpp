@@ -537,6 +537,26 @@ TEST(CycleBranches, BeginAtHopfPointsAsTheirExpansion) {
     EXPECT_NEAR(back["H1"].period(), 2 * pi, 1e-7);
 }
 
+// The unit of a parameter is its window: what is found is the same in any.
+TEST(CycleBranches, BifurcateInNarrowWindowsToo) {
+    const Family family = families().back();
+    const tx::Branch branch = follow(family, {});
+    const double fold = family.events[0].parameter;
+    const auto w = branch.column("w");
+    std::size_t beside = 0;
+    for (std::size_t k = 0; k < branch.size(); ++k) {
+        if (std::fabs(w[k] - fold) < std::fabs(w[beside] - fold)) beside = k;
+    }
+    for (const double margin : {0.1, 1e-3, 1e-5}) {
+        const tx::Window window{std::fmin(fold, w[beside]) - margin,
+                                std::fmax(fold, w[beside]) + margin};
+        const tx::Branch close = branch.point(beside).follow("w", window);
+        ASSERT_EQ(close.specials().size(), 1u) << close.text();
+        EXPECT_EQ(close["LPC1"].status(), "located") << close["LPC1"].reason();
+        EXPECT_NEAR(close["LPC1"].parameter("w"), fold, 1e-10);
+    }
+}
+
 // A canard explosion: all along it the parameter is the same, by its expansion in eps, up to the
 // error of the mesh, and nothing happens there.
 TEST(CycleBranches, PassCanardsWithoutEvents) {
