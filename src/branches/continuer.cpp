@@ -810,7 +810,8 @@ void Continuer::add_mesh_errors(TracePoint& point, const TracePoint& beside) {
 }
 
 // The new point becomes the present one. Where the problem changes its discretisation, the solution
-// is corrected in it; the tangent, exponents and signs found before are as good as new ones.
+// is corrected in it, and tangent, exponents and signs are found anew: next to canards the signs of
+// two meshes need not agree.
 bool Continuer::accept() {
     const double distance = sampler_.metric().distance(present_.z.data(), next_.z.data());
     bend_.resize(next_.z.size());
@@ -834,7 +835,8 @@ bool Continuer::accept() {
     double moved = 0;
     if (changed) {
         const Sample rough = present_;
-        found = found && correct_anew(rough);
+        found = found && correct_anew(rough) &&
+                sampler_.complete(present_, rough.tangent, rough.marks.sigma);
         if (!found) present_ = rough;
         moved = std::abs(present_.z[p] - rough.z[p]) * std::sqrt(sampler_.metric().weights()[p]);
         forget_start_row();

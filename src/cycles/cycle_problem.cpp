@@ -328,10 +328,8 @@ bool CycleProblem::adapt_mesh(std::vector<double>& z,
     const std::vector<double>& mesh = segments_.mesh();
     monitor_mesh(mesh, n_, m, z.data(), scale_.data(), monitor_);
     const bool due = eagerly || accepted_count_ >= last_mesh_change_ + 3;
-    if (due || growth_.size() != N) {
-        growth_.resize(N);
-        segments_.growth_rates(growth_.data());
-    }
+    growth_.resize(N);
+    segments_.growth_rates(growth_.data());
     const double total = integral(mesh, monitor_.density);
     const double for_growth = std::min(integral(mesh, growth_) / growth_of_interval,
                                        0.5 * static_cast<double>(settings_.most_intervals));
@@ -376,7 +374,6 @@ bool CycleProblem::adapt_mesh(std::vector<double>& z,
     transfer(z);
     for (std::vector<double>* const direction : directions) transfer(*direction);
     segments_.set_mesh(places);
-    growth_.clear();
     condensed_ = false;
     last_mesh_change_ = accepted_count_;
     take_reference(z.data());
