@@ -49,45 +49,49 @@ struct SubstituteMany {
         if (count == 1) substitute<Number, 1>(a, n, B, k);
     }
 
+    // Three rows at a time, which with what they are made of fit sixteen registers; as many in
+    // narrow strips, since the order of a sum must not depend on the strip that a column is in.
     template <class Number, std::size_t count>
     [[gnu::always_inline]] static inline void substitute(double* const* a, std::size_t n, double* B,
                                                          std::size_t k) {
+        constexpr std::size_t rows = 3;
         std::size_t i = 0;
-        for (; i + 2 <= n; i += 2) {
-            Number sums[2][count];
-            load_rows(sums, B + i * k, k);
-            subtract_rows(sums, a + i, 0, i, B, k);
-            subtract_row(sums[1], a[i + 1][i], sums[0]);
-            store_row(sums[0], B + i * k);
-            store_row(sums[1], B + (i + 1) * k);
+        for (; i + rows <= n; i += rows) forward<Number, rows, count>(a, i, B, k);
+        for (; i + 2 <= n; i += 2) forward<Number, 2, count>(a, i, B, k);
+        if (i < n) forward<Number, 1, count>(a, i, B, k);
+        for (i = n; i >= rows; i -= rows) backward<Number, rows, count>(a, n, i - rows, B, k);
+        for (; i >= 2; i -= 2) backward<Number, 2, count>(a, n, i - 2, B, k);
+        if (i == 1) backward<Number, 1, count>(a, n, 0, B, k);
+    }
+
+    // Rows i ... of L X = B, where those above are known, and of U X = B, where those below are.
+    template <class Number, std::size_t rows, std::size_t count>
+    [[gnu::always_inline]] static inline void forward(double* const* a, std::size_t i, double* B,
+                                                      std::size_t k) {
+        Number sums[rows][count];
+        load_rows(sums, B + i * k, k);
+        subtract_rows(sums, a + i, 0, i, B, k);
+        for (std::size_t r = 0; r < rows; ++r) {
+            for (std::size_t q = 0; q < r; ++q) subtract_row(sums[r], a[i + r][i + q], sums[q]);
+            store_row(sums[r], B + (i + r) * k);
         }
-        if (i < n) {
-            Number sums[1][count];
-            load_rows(sums, B + i * k, k);
-            subtract_rows(sums, a + i, 0, i, B, k);
-            store_row(sums[0], B + i * k);
-        }
-        for (i = n; i >= 2; i -= 2) {
-            Number sums[2][count];
-            load_rows(sums, B + (i - 2) * k, k);
-            subtract_rows(sums, a + i - 2, i, n, B, k);
-            divide_row(sums[1], a[i - 1][i - 1]);
-            subtract_row(sums[0], a[i - 2][i - 1], sums[1]);
-            divide_row(sums[0], a[i - 2][i - 2]);
-            store_row(sums[0], B + (i - 2) * k);
-            store_row(sums[1], B + (i - 1) * k);
-        }
-        if (i == 1) {
-            Number sums[1][count];
-            load_rows(sums, B, k);
-            subtract_rows(sums, a, 1, n, B, k);
-            divide_row(sums[0], a[0][0]);
-            store_row(sums[0], B);
+    }
+    template <class Number, std::size_t rows, std::size_t count>
+    [[gnu::always_inline]] static inline void backward(double* const* a, std::size_t n,
+                                                       std::size_t i, double* B, std::size_t k) {
+        Number sums[rows][count];
+        load_rows(sums, B + i * k, k);
+        subtract_rows(sums, a + i, i + rows, n, B, k);
+        for (std::size_t r = rows; r-- > 0;) {
+            for (std::size_t q = r + 1; q < rows; ++q)
+                subtract_row(sums[r], a[i + r][i + q], sums[q]);
+            divide_row(sums[r], a[i + r][i + r]);
+            store_row(sums[r], B + (i + r) * k);
         }
     }
 
-    // Rows r of the sums lose sum over j in [first, last) of a_rj times row j of B. Two at a time
-    // use what is loaded twice, and keep the processor busy while a sum waits for its last term.
+    // Rows r of the sums lose sum over j in [first, last) of a_rj times row j of B. Several
+    // use what is loaded once, and keep the processor busy while a sum waits for its last term.
     template <class Number, std::size_t rows, std::size_t count>
     [[gnu::always_inline]] static inline void subtract_rows(Number (&sums)[rows][count],
                                                             double* const* a, std::size_t first,
@@ -121,6 +125,69 @@ struct SubstituteMany {
         for (std::size_t v = 0; v < count; ++v) store(row[v], to + v * width<Number>);
     }
 };
+
+// A kernel: the same for one column, where the sums run along the rows of the factors.
+template <class Vector>
+struct SubstituteOne {
+    [[gnu::always_inline]] static inline void run(double* const* a, std::size_t n, double* b) {
+        std::size_t i = 0;
+        for (; i + most_rows <= n; i += most_rows) forward<most_rows>(a, i, b);
+        for (; i < n; ++i) forward<1>(a, i, b);
+        for (i = n; i >= most_rows; i -= most_rows) backward<most_rows>(a, n, i - most_rows, b);
+        for (; i > 0; --i) backward<1>(a, n, i - 1, b);
+    }
+
+  private:
+    static constexpr std::size_t most_rows = 4;
+
+    template <std::size_t rows>
+    [[gnu::always_inline]] static inline void forward(double* const* a, std::size_t i, double* b) {
+        subtract_products<rows>(a + i, 0, i, b, b + i);
+        for (std::size_t r = 1; r < rows; ++r) {
+            for (std::size_t q = 0; q < r; ++q) b[i + r] -= a[i + r][i + q] * b[i + q];
+        }
+    }
+    template <std::size_t rows>
+    [[gnu::always_inline]] static inline void backward(double* const* a, std::size_t n,
+                                                       std::size_t i, double* b) {
+        subtract_products<rows>(a + i, i + rows, n, b, b + i);
+        for (std::size_t r = rows; r-- > 0;) {
+            for (std::size_t q = r + 1; q < rows; ++q) b[i + r] -= a[i + r][i + q] * b[i + q];
+            b[i + r] /= a[i + r][i + r];
+        }
+    }
+
+    // y_r -= sum over j in [first, last) of a_rj b_j, in four partial sums whatever the width of
+    // the vectors: the order of the operations is that of every processor.
+    template <std::size_t rows>
+    [[gnu::always_inline]] static inline void subtract_products(double* const* a, std::size_t first,
+                                                                std::size_t last, const double* b,
+                                                                double* y) {
+        constexpr std::size_t step = 4;
+        constexpr std::size_t parts = step / width<Vector>;
+        Vector sums[rows][parts]{};
+        std::size_t j = first;
+        for (; j + step <= last; j += step) {
+            for (std::size_t p = 0; p < parts; ++p) {
+                Vector x, row;
+                load(x, b + j + p * width<Vector>);
+                for (std::size_t r = 0; r < rows; ++r) {
+                    load(row, a[r] + j + p * width<Vector>);
+                    sums[r][p] += row * x;
+                }
+            }
+        }
+        for (std::size_t r = 0; r < rows; ++r) {
+            double sum = 0;
+            for (std::size_t p = 0; p < parts; ++p) add_in_order(sum, sums[r][p]);
+            for (std::size_t rest = j; rest < last; ++rest) sum += a[r][rest] * b[rest];
+            y[r] -= sum;
+        }
+    }
+};
+
+// From this order on the sums along a row are long enough for vectors.
+constexpr std::size_t least_for_vectors = 24;
 
 }  // namespace
 
@@ -163,6 +230,7 @@ void DenseLu::solve_many(double* B, std::size_t k) const {
         const auto other = static_cast<std::size_t>(exchanges_[i]);
         if (other != i) std::swap_ranges(B + i * k, B + (i + 1) * k, B + other * k);
     }
+    if (k == 1 && n_ >= least_for_vectors) return dispatch<SubstituteOne>(rows_.data(), n_, B);
     dispatch<SubstituteMany>(rows_.data(), n_, B, k);
 }
 
