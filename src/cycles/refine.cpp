@@ -94,8 +94,8 @@ struct Slope {
 
 // False: no root nearby. The last step, from where the next one would be less than rounding or is
 // not less than the one before, is made along the tangent; not while the multiplier, which may be
-// steep, is still away from 1. The slope is that of a secant long
-// enough for the noise of the function, which next to a canard is large.
+// steep, is still away from where it belongs. The slope is that of a secant long enough for the
+// noise of the function, which next to a canard is large.
 bool find_root(EventFunction& event, double first_step, Slope& slope) {
     constexpr double farthest = 1e-2;
     constexpr double straight = 1e-6;  // steps along which the branch is so
