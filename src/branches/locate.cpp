@@ -140,33 +140,70 @@ bool Sampler::refine(Sample& sample) {
 
 namespace {
 
-// Regula falsi with the weights of Anderson and Bjoerck: an end that stays twice gets its value
-// reduced, so that both sides close in like the secant method does. A bisection whenever three
-// steps have not halved the bracket.
-struct Bracket {
-    Sample lo, hi;
-    double f_lo = 0, f_hi = 0;
-    double before = 0;  // width three steps ago
-    int side = 0;       // that moved last: -1 lo, 1 hi
+// Inverse quadratic interpolation through the last three values, as long as these fall; else regula
+// falsi with the weights of Anderson and Bjoerck: an end that stays twice gets its value reduced,
+// so that both sides close in like the secant method does. A bisection whenever three steps have
+// neither halved the bracket nor made the value small.
+class Bracket {
+  public:
+    Bracket(const Sample& a, const Sample& b, double f_a, double f_b)
+        : lo(a),
+          hi(b),
+          lo_{a.s, f_a, f_a},
+          hi_{b.s, f_b, f_b},
+          width_before_(width()),
+          value_before_(value()) {}
 
+    Sample lo, hi;
     double width() const { return hi.s - lo.s; }
 
     double propose(int k) {
-        const bool halve = k % 3 == 0 && width() > 0.5 * before;
-        if (k % 3 == 0) before = width();
-        return halve ? lo.s + 0.5 * width() : lo.s - f_lo * width() / (f_hi - f_lo);
+        bool halve = false;
+        if (k % 3 == 0) {
+            halve = width() > 0.5 * width_before_ && value() > 0.1 * value_before_;
+            width_before_ = width();
+            value_before_ = value();
+        }
+        if (halve) return lo.s + 0.5 * width();
+        const double inverse = inverse_parabola();
+        if (inverse > lo.s && inverse < hi.s) return inverse;
+        return lo.s - lo_.weighted * width() / (hi_.weighted - lo_.weighted);
     }
 
     void take(Sample& sample, double f) {
-        const int moved = (f < 0) == (f_lo < 0) ? -1 : 1;
-        double& same = moved < 0 ? f_lo : f_hi;
-        double& other = moved < 0 ? f_hi : f_lo;
-        const double weight = 1 - f / same;
-        if (moved == side) other *= weight > 0 ? weight : 0.5;
-        side = moved;
-        same = f;
+        const int moved = (f < 0) == (lo_.f < 0) ? -1 : 1;
+        End& same = moved < 0 ? lo_ : hi_;
+        End& other = moved < 0 ? hi_ : lo_;
+        const double weight = 1 - f / same.weighted;
+        if (moved == side_) other.weighted *= weight > 0 ? weight : 0.5;
+        side_ = moved;
+        gone_ = same;
+        same = {sample.s, f, f};
         std::swap(moved < 0 ? lo : hi, sample);
     }
+
+  private:
+    struct End {
+        double s, f, weighted;
+    };
+
+    double value() const { return std::min(std::abs(lo_.f), std::abs(hi_.f)); }
+
+    // The place of 0 on the parabola s(f) through both ends and the one given up last; NaN where
+    // that is not larger than the one that took its place.
+    double inverse_parabola() const {
+        const double f = side_ < 0 ? lo_.f : hi_.f;
+        if (!(std::abs(f) < std::abs(gone_.f))) return NAN;
+        const double slope = (hi_.s - lo_.s) / (hi_.f - lo_.f);
+        const double bend = ((gone_.s - hi_.s) / (gone_.f - hi_.f) - slope) / (gone_.f - lo_.f);
+        return lo_.s - lo_.f * (slope - hi_.f * bend);
+    }
+
+    End lo_, hi_;
+    End gone_{0, 0, 0};
+    double width_before_;  // three steps ago,
+    double value_before_;  // and the smaller value
+    int side_ = 0;         // that moved last: -1 lo, 1 hi
 };
 
 }  // namespace
@@ -180,7 +217,7 @@ Root find_root(Sampler& sampler, const SampleFunction& phi, const Sample& a, con
     Root root{true, best == std::abs(f_a) ? a.s : b.s, 0};
     if (!(f_a * f_b < 0))
         return root;  // the sign was decided within the error of phi: it is that end
-    Bracket bracket{a, b, f_a, f_b, b.s - a.s};
+    Bracket bracket(a, b, f_a, f_b);
     Sample sample;
     const double xtol = std::max(tol, last_bits * std::abs(b.s));
     for (int k = 1; k <= most_root_steps && bracket.width() > 2 * xtol; ++k) {
@@ -190,7 +227,9 @@ Root find_root(Sampler& sampler, const SampleFunction& phi, const Sample& a, con
             return root;
         }
         const double s = std::clamp(proposed, bracket.lo.s + xtol, bracket.hi.s - xtol);
-        if (!sampler.near(bracket.lo, bracket.hi, s, 1e-3 * bracket.width(), sample)) break;
+        // Where there is no solution at the root itself, one beyond it closes the bracket.
+        const double beyond = bracket.lo.s + bracket.hi.s > 2 * s ? 1e-3 : -1e-3;
+        if (!sampler.near(bracket.lo, bracket.hi, s, beyond * bracket.width(), sample)) break;
         const double f = phi(sample);
         if (!std::isfinite(f)) break;
         if (std::abs(f) <= best) {
