@@ -20,7 +20,7 @@ namespace {
 
 constexpr int most_iterations = 8;
 constexpr double slow = 0.5;               // contraction that is too slow, twice
-constexpr double certain = 0.01;           // of the tolerance: what convergence at the present rate
+constexpr double certain = 0.1;            // of the tolerance: what convergence at the present rate
                                            // leaves, and it is faster than that
 constexpr double small_correction = 0.02;  // corrections that factors are kept after the first of,
 constexpr double fast_contraction = 0.05;  // and contraction that keeps them

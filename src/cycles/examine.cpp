@@ -123,7 +123,8 @@ bool CycleProblem::take_refined(Finding& finding, const RefinedPoint& refined) c
 // nothing finer.
 std::unique_ptr<CycleProblem> CycleProblem::refine(Finding& finding, std::vector<double>& z) const {
     constexpr int levels = 2;
-    constexpr double settled = 2e-9;  // the next move is less than a twentieth
+    constexpr double settled = 1e-8;   // halving intervals divides errors by 2^(2 m), 256 say
+    constexpr double of_period = 0.1;  // which moves along the branch, too
     constexpr double noticed = 1e-9;
     constexpr std::size_t most_intervals = 1600;
     std::unique_ptr<CycleProblem> finest;
@@ -153,7 +154,8 @@ std::unique_ptr<CycleProblem> CycleProblem::refine(Finding& finding, std::vector
         if (moved > 0.5 * before && moved > noticed)
             reject(finding, "it is in different places on finer and finer meshes");
         before = moved;
-        if (std::max(moved, std::fabs(refined.period - T) / T) <= settled) break;
+        const double stretched = std::fabs(refined.period - T) / T;
+        if (std::max(moved, of_period * stretched) <= settled) break;
     }
     return finest;
 }

@@ -32,6 +32,7 @@ class EventFunction {
 
     bool prepare() {
         row_.resize(z0_.size());
+        unit_ = metric_.norm(tangent_.data());
         if (!metric_.normalise(tangent_.data())) return false;
         metric_.row(tangent_.data(), row_.data());
         value_ = dot(row_, z0_);
@@ -55,6 +56,11 @@ class EventFunction {
         return std::isfinite(phi);
     }
 
+    /// Turns a slope along the tangent as it was given into one by s. The function dp/ds becomes
+    /// smaller, too, where the unit of length does.
+    double in_this_metric(double slope) const {
+        return slope / (by_slope_ ? unit_ * unit_ : unit_);
+    }
     void step_along(double s) {
         for (std::size_t k = 0; k < z.size(); ++k) z[k] += s * direction_[k];
     }
@@ -80,16 +86,21 @@ class EventFunction {
     BorderedNewton newton_;
     std::vector<double> z0_, tangent_, row_, direction_;
     double value_ = 0;
+    double unit_ = 1;  // length of the tangent as it was given
     bool by_slope_;
     Exponent::Kind kind_;
 };
 
 constexpr double near_crossing = 1e-6;  // what a cycle of the given accuracy may miss 0 by
 
-/// What is known of the slope of an event function, and how well.
+/// What is known of the slope of an event function.
 struct Slope {
-    double value = 0;  ///< 0: nothing
-    double error = 0;  ///< relative
+    double value = 0;       ///< 0: nothing
+    bool measured = false;  ///< by two cycles of a refined mesh, not of the branch's own one
+
+    /// Relative. Where the first cycle of a refined mesh is not at the root, that of the branch
+    /// is not relied on any longer.
+    double error() const { return measured ? 1e-3 : 3e-4; }
 };
 
 // False: no root nearby. The last step, from where the next one would be less than rounding or is
@@ -100,7 +111,6 @@ bool find_root(EventFunction& event, double first_step, Slope& slope) {
     constexpr double farthest = 1e-2;
     constexpr double straight = 1e-6;  // steps along which the branch is so
     constexpr double close = 1e-11;
-    constexpr Slope of_secant{0, 1e-3};
     constexpr int most_steps = 15;
     constexpr int most_stagnant = 3;
     double s = 0;
@@ -112,7 +122,7 @@ bool find_root(EventFunction& event, double first_step, Slope& slope) {
         const double step = slope.value != 0 ? -f / slope.value : first_step;
         const bool stagnates = slope.value != 0 && std::fabs(step) > 0.5 * before;
         if (slope.value != 0 && std::fabs(step) <= straight &&
-            (stagnates || slope.error * std::fabs(step) <= close) &&
+            (stagnates || slope.error() * std::fabs(step) <= close) &&
             std::fabs(event.critical()) <= near_crossing) {
             event.step_along(step);
             return true;
@@ -120,8 +130,8 @@ bool find_root(EventFunction& event, double first_step, Slope& slope) {
         if (stagnates && ++stagnant == most_stagnant) return false;
         double next = 0;
         if (!(std::fabs(s + step) <= farthest) || !event.at(s + step, next)) return false;
-        const bool long_enough = std::fabs(step) >= straight || slope.error > of_secant.error;
-        if (slope.value == 0 || long_enough) slope = {(next - f) / step, of_secant.error};
+        if (slope.value == 0 || !slope.measured || std::fabs(step) >= straight)
+            slope = {(next - f) / step, true};
         before = slope.value != 0 ? std::fabs(step) : before;
         s += step;
         f = next;
@@ -141,12 +151,14 @@ RefinedPoint refine_event(CycleProblem& fine, const std::vector<double>& z,
     for (const bool by_slope : {true, false}) {
         if (by_slope && !fold) continue;
         if (coarser.found && coarser.by_slope != by_slope) continue;
-        Slope slope{by_slope == fold ? finding.slope : 0, 0.1};
-        if (coarser.found) slope = {coarser.by_slope == by_slope ? coarser.slope : 0, 1e-3};
+        Slope slope{by_slope == fold ? finding.slope : 0, false};
+        if (coarser.found) slope = {coarser.by_slope == by_slope ? coarser.slope : 0, true};
         for (const double first_step : {1e-4, 1e-6, 1e-8}) {
             EventFunction event(fine, z, tangent, finding, by_slope);
-            result.found = event.prepare() && find_root(event, first_step, slope) &&
-                           std::fabs(event.critical()) <= near_crossing;
+            if (!event.prepare()) return result;
+            slope.value = event.in_this_metric(slope.value);
+            result.found =
+                find_root(event, first_step, slope) && std::fabs(event.critical()) <= near_crossing;
             result.work += event.work;
             result.slope = slope.value;
             result.by_slope = by_slope;
