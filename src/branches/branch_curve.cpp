@@ -142,8 +142,7 @@ void BranchPointCurve::spectrum(Spectrum& out) {
     remove_zero(out);
 }
 
-bool BranchPointCurve::accepted(std::vector<double>& z, std::vector<double>&,
-                                std::vector<double>&) {
+bool BranchPointCurve::accepted(std::vector<double>& z, Directions) {
     std::vector<double> f(n_ + 2);
     if (residual(z.data(), f.data())) renew_borders();
     accept_below(z.data());

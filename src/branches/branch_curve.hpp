@@ -38,8 +38,7 @@ class BranchPointCurve : public DenseCurve {
     EventNames event_names() const override { return {{}, "BP", {}, {}, "ZH"}; }
     void spectrum(Spectrum& out) override;
     void add_critical(const double*, Spectrum& out) const override { out.emplace_back(); }
-    bool accepted(std::vector<double>& z, std::vector<double>& tangent,
-                  std::vector<double>& bend) override;
+    bool accepted(std::vector<double>& z, Directions directions) override;
     std::string_view end(const double* z, Finding& finding) override;
 
     Description describe(const double* z) override;

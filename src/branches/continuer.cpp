@@ -101,6 +101,8 @@ class Continuer {
     Ending closing();
     Ending watched_crossings();
     bool accept();
+    bool renew(bool changed);
+    void find_bend(double distance);
     void turn_bend(double unit);
     static void add_mesh_errors(TracePoint& point, const TracePoint& beside);
     bool correct_anew(const Sample& rough);
@@ -121,7 +123,7 @@ class Continuer {
     bool has_before_ = false;
     double s_before_ = 0;  // of before_, along the present step: negative
     std::vector<double> predicted_, fixed_row_;
-    std::vector<double> bend_;  // derivative of the tangent at present_; empty: not known yet
+    std::vector<double> bend_, twist_;  // derivatives of the tangent at present_; empty: not known
     std::vector<double> watched_values_, next_watched_;
 
     double h_ = 0;
@@ -298,7 +300,7 @@ bool Continuer::predict_and_correct(double h) {
     next_.z.resize(present_.z.size());
     for (std::size_t i = 0; i < predicted_.size(); ++i) {
         predicted_[i] = present_.z[i] + h * present_.tangent[i];
-        if (!bend_.empty()) predicted_[i] += 0.5 * h * h * bend_[i];
+        if (!bend_.empty()) predicted_[i] += h * h * (0.5 * bend_[i] + h / 6 * twist_[i]);
     }
     next_.z = predicted_;
     if (sampler_.correct_along(next_, present_.tangent, present_.z, h)) return true;
@@ -788,9 +790,13 @@ bool Continuer::correct_anew(const Sample& rough) {
 // The derivative of the tangent by the arclength of the present metric, in which the tangent was
 // `unit` long; it is square to the tangent.
 void Continuer::turn_bend(double unit) {
-    const double along = sampler_.metric().dot(present_.tangent.data(), bend_.data());
-    for (std::size_t i = 0; i < bend_.size(); ++i)
-        bend_[i] = (bend_[i] - along * present_.tangent[i]) / (unit * unit);
+    double power = unit;
+    for (std::vector<double>* const derivative : {&bend_, &twist_}) {
+        power *= unit;
+        const double along = sampler_.metric().dot(present_.tangent.data(), derivative->data());
+        for (std::size_t i = 0; i < derivative->size(); ++i)
+            (*derivative)[i] = ((*derivative)[i] - along * present_.tangent[i]) / power;
+    }
 }
 
 // Exponents are wrong by what collocation makes of their growth on each segment, by a part of the
@@ -809,14 +815,42 @@ void Continuer::add_mesh_errors(TracePoint& point, const TracePoint& beside) {
     }
 }
 
-// The new point becomes the present one. Where the problem changes its discretisation, the solution
-// is corrected in it, and tangent, exponents and signs are found anew: next to canards the signs of
-// two meshes need not agree.
+// Of the cubic through the last two points along their tangents.
+void Continuer::find_bend(double distance) {
+    const double cosine = sampler_.metric().dot(present_.tangent.data(), next_.tangent.data());
+    const double angle = std::acos(std::clamp(cosine, -1.0, 1.0));
+    const double d = distance * (1 + angle * angle / 24);  // the arc over the chord
+    bend_.resize(next_.z.size());
+    twist_.resize(next_.z.size());
+    for (std::size_t i = 0; i < bend_.size(); ++i) {
+        const double chord = (next_.z[i] - present_.z[i]) / d;
+        const double a = present_.tangent[i] - chord;
+        const double b = next_.tangent[i] - chord;
+        bend_[i] = (2 * a + 4 * b) / d;
+        twist_[i] = 6 * (a + b) / (d * d);
+    }
+}
+
+// The present point in the scales that the problem has now. Where the discretisation was changed,
+// the solution is corrected in it, and tangent, exponents and signs are found anew: next to canards
+// the signs of two meshes need not agree.
+bool Continuer::renew(bool changed) {
+    sampler_.refresh();
+    const double unit = sampler_.metric().norm(present_.tangent.data());
+    if (!sampler_.metric().normalise(present_.tangent.data())) return false;
+    if (changed) {
+        const Sample rough = present_;
+        if (!correct_anew(rough) || !sampler_.complete(present_, rough.tangent, rough.marks.sigma))
+            return false;
+    }
+    turn_bend(unit);
+    return true;
+}
+
+// The new point becomes the present one. A discretisation in which it is not found is not taken.
 bool Continuer::accept() {
     const double distance = sampler_.metric().distance(present_.z.data(), next_.z.data());
-    bend_.resize(next_.z.size());
-    for (std::size_t i = 0; i < bend_.size(); ++i)
-        bend_[i] = (next_.tangent[i] - present_.tangent[i]) / distance;
+    find_bend(distance);
     std::swap(before_, present_);
     std::swap(present_, next_);
     present_.s = 0;
@@ -827,27 +861,33 @@ bool Continuer::accept() {
         linear_.resize(problem_.equations());
         problem_.linearise(present_.z.data(), linear_.data());
     }
-    const bool changed = problem_.accepted(present_.z, present_.tangent, bend_);
-    sampler_.refresh();
-    const double unit = sampler_.metric().norm(present_.tangent.data());
-    bool found = sampler_.metric().normalise(present_.tangent.data());
-    const std::size_t p = present_.z.size() - problem_.active_parameters();
-    double moved = 0;
+    const Sample old = present_;  // its unknowns may become others in number
+    const std::vector<double> old_bend = bend_;
+    const std::vector<double> old_twist = twist_;
+    bool changed = problem_.accepted(present_.z, {&present_.tangent, &bend_, &twist_});
+    bool found = renew(changed);
+    if (changed && !found) {
+        changed = false;
+        present_ = old;
+        bend_ = old_bend;
+        twist_ = old_twist;
+        problem_.restore(present_.z.data());
+        found = renew(false);
+    }
+    double moved = 0;  // by the new discretisation
     if (changed) {
-        const Sample rough = present_;
-        found = found && correct_anew(rough) &&
-                sampler_.complete(present_, rough.tangent, rough.marks.sigma);
-        if (!found) present_ = rough;
-        moved = std::abs(present_.z[p] - rough.z[p]) * std::sqrt(sampler_.metric().weights()[p]);
+        const std::size_t k = problem_.active_parameters();
+        const auto parameter = [k](const std::vector<double>& z) { return z[z.size() - k]; };
+        moved = std::abs(parameter(present_.z) - parameter(old.z)) *
+                std::sqrt(parameter(sampler_.metric().weights()));
         forget_start_row();
     }
-    if (found) turn_bend(unit);
     sampler_.set_noise(moved, distance);
     TracePoint point = trace_point(present_, trace_.points.back().s + distance);
     add_mesh_errors(point, trace_.points.back());
     if (trace_.points.size() == 1) add_mesh_errors(trace_.points.front(), point);
     trace_.points.push_back(std::move(point));
-    if (!found) stop(tx::StopReason::resolution, "not found again in the new discretisation");
+    if (!found) stop(tx::StopReason::resolution, "the tangent vanishes");
     return found;
 }
 

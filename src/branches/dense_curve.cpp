@@ -39,8 +39,7 @@ void DenseCurve::metric(std::span<double> weights) const {
 
 void DenseCurve::accept_below(const double* z) {
     std::vector<double> x = without_scalar(z);
-    std::vector<double> none(x.size(), 0.0);
-    base_->accepted(x, none, none);
+    base_->accepted(x, {});
     derivatives_.metric().refresh(*base_);
 }
 

@@ -77,8 +77,7 @@ void EquilibriumProblem::metric(std::span<double> weights) const {
     }
 }
 
-bool EquilibriumProblem::accepted(std::vector<double>& z, std::vector<double>&,
-                                  std::vector<double>&) {
+bool EquilibriumProblem::accepted(std::vector<double>& z, Directions) {
     bool outgrown = false;
     for (std::size_t i = 0; i < n_; ++i) {
         largest_[i] = std::max(largest_[i], std::abs(z[i]));

@@ -64,8 +64,7 @@ class EquilibriumProblem : public Problem {
     EventNames event_names() const override { return {"LP", "BP", {}, {}, "H"}; }
     void spectrum(Spectrum& out) override;
 
-    bool accepted(std::vector<double>& z, std::vector<double>& tangent,
-                  std::vector<double>& bend) override;
+    bool accepted(std::vector<double>& z, Directions directions) override;
     std::string_view end(const double* z, Finding& finding) override;
 
     Description describe(const double* z) override;

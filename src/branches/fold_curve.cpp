@@ -187,13 +187,12 @@ void FoldCurve::tests(std::vector<Test>& out) {
 
 // A change of the discretisation loses the orientation of w and v: that of the coefficient a is
 // kept.
-bool FoldCurve::accepted(std::vector<double>& z, std::vector<double>& tangent,
-                         std::vector<double>& bend) {
+bool FoldCurve::accepted(std::vector<double>& z, Directions directions) {
     double before = NAN;
     std::vector<double> f(w_.size() + 1);
     if (residual(z.data(), f.data())) quadratic(z.data(), before);
     renew_borders();
-    const bool changed = base_->accepted(z, tangent, bend);
+    const bool changed = base_->accepted(z, directions);
     if (changed) {
         resize();
         if (!begin(z.data())) return changed;

@@ -67,8 +67,7 @@ class FoldCurve : public Problem {
     void add_critical(const double*, Spectrum& out) const override { out.emplace_back(); }
     void tests(std::vector<Test>& out) override;
 
-    bool accepted(std::vector<double>& z, std::vector<double>& tangent,
-                  std::vector<double>& bend) override;
+    bool accepted(std::vector<double>& z, Directions directions) override;
     bool neighbours(const double* before, const double* after) const override {
         return base_->neighbours(before, after);
     }

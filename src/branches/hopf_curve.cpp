@@ -245,7 +245,7 @@ void HopfCurve::tests(std::vector<Test>& out) {
     out.push_back({"GH", bautin_test()});
 }
 
-bool HopfCurve::accepted(std::vector<double>& z, std::vector<double>&, std::vector<double>&) {
+bool HopfCurve::accepted(std::vector<double>& z, Directions) {
     std::vector<double> f(n_ + 2);
     if (residual(z.data(), f.data())) renew_borders();
     accept_below(z.data());

@@ -34,8 +34,7 @@ class HopfCurve : public DenseCurve {
     void spectrum(Spectrum& out) override;
     void add_critical(const double* z, Spectrum& out) const override;
     void tests(std::vector<Test>& out) override;
-    bool accepted(std::vector<double>& z, std::vector<double>& tangent,
-                  std::vector<double>& bend) override;
+    bool accepted(std::vector<double>& z, Directions directions) override;
     std::string_view end(const double* z, Finding& finding) override;
 
     Description describe(const double* z) override;

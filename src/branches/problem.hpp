@@ -12,6 +12,7 @@
 
 #include <complex>
 #include <cstddef>
+#include <initializer_list>
 #include <memory>
 #include <span>
 #include <string>
@@ -37,6 +38,9 @@ struct Exponent {
     double mesh_error = 0;  ///< absolute, of `value`, by the discretisation, wherever it is
 };
 using Spectrum = std::vector<Exponent>;
+
+/// Vectors of unknowns that belong to a solution.
+using Directions = std::initializer_list<std::vector<double>*>;
 
 /// How the elementary events of a problem are called; an empty name: not an event there.
 struct EventNames {
@@ -173,13 +177,14 @@ class Problem {
     // ---- Along a branch ----
 
     /// A point was accepted: new scales, phase reference, borders. The discretisation may be
-    /// changed, and with it z, the tangent and `bend` (its derivative by arclength, or empty); true
-    /// then: the driver corrects z again.
-    virtual bool accepted(std::vector<double>& z, std::vector<double>& tangent,
-                          std::vector<double>& bend) {
-        (void)z, (void)tangent, (void)bend;
+    /// changed, and with it z and the directions there (the tangent and its derivatives by
+    /// arclength); true then: the driver corrects z again.
+    virtual bool accepted(std::vector<double>& z, Directions directions) {
+        (void)z, (void)directions;
         return false;
     }
+    /// Returns to the discretisation that the last `accepted` has changed; z is the solution there.
+    virtual void restore(const double* z) { (void)z; }
     /// Whether two consecutive points can be neighbours on a branch (no slip to a double cover,
     /// ...).
     virtual bool neighbours(const double* before, const double* after) const {

@@ -24,6 +24,7 @@ namespace {
 
 constexpr double scale_floor = 1e-3;  // of the largest scale
 constexpr std::size_t scale_interval = 10;
+constexpr std::size_t growth_interval = 3;
 constexpr std::size_t past_length = 11;
 
 }  // namespace
@@ -159,10 +160,10 @@ void CycleProblem::take_reference(const double* x) {
     phase_value_ = phase(x);
 }
 
-// A direction loses its part along the flow, so that it obeys the phase condition of the present
+// Directions lose their part along the flow, so that they obey the phase condition of the present
 // reference: solutions are shifted in time then, which changes nothing else.
-void CycleProblem::keep_phase(const double* z, std::vector<double>& direction) {
-    if (!timing_.autonomous() || direction.empty()) return;
+void CycleProblem::keep_phase(const double* z, Directions directions) {
+    if (!timing_.autonomous() || directions.size() == 0) return;
     const Orbit places = orbit(z);
     std::vector<double> times(segments_.points());
     for (std::size_t k = 0; k < times.size(); ++k) times[k] = places.time_of_node(k);
@@ -171,9 +172,11 @@ void CycleProblem::keep_phase(const double* z, std::vector<double>& direction) {
     if (!rate.set(z + state_size())) return;
     rate.values(times.size(), times.data(), z, velocity.data());
     const double along = phase(velocity.data()) + phase_value_;
-    const double share = (phase(direction.data()) + phase_value_) / along;
-    if (!std::isfinite(share)) return;
-    for (std::size_t k = 0; k < state_size(); ++k) direction[k] -= share * velocity[k];
+    for (std::vector<double>* const direction : directions) {
+        const double share = (phase(direction->data()) + phase_value_) / along;
+        if (!std::isfinite(share)) return;
+        for (std::size_t k = 0; k < state_size(); ++k) (*direction)[k] -= share * velocity[k];
+    }
 }
 
 double CycleProblem::phase(const double* x) const {
@@ -314,9 +317,7 @@ void CycleProblem::spectrum(Spectrum& out) {
 //     N_error density / integral(density) + growth / 2,
 //
 // and where the intervals have no equal shares of the sum they are placed anew.
-bool CycleProblem::adapt_mesh(std::vector<double>& z,
-                              std::initializer_list<std::vector<double>*> directions,
-                              bool eagerly) {
+bool CycleProblem::adapt_mesh(std::vector<double>& z, Directions directions, bool eagerly) {
     constexpr double too_coarse = 3;
     constexpr double too_fine = 0.1;
     constexpr double unbalanced = 3;
@@ -328,8 +329,10 @@ bool CycleProblem::adapt_mesh(std::vector<double>& z,
     const std::vector<double>& mesh = segments_.mesh();
     monitor_mesh(mesh, n_, m, z.data(), scale_.data(), monitor_);
     const bool due = eagerly || accepted_count_ >= last_mesh_change_ + 3;
-    growth_.resize(N);
-    segments_.growth_rates(growth_.data());
+    if (eagerly || growth_.empty() || accepted_count_ % growth_interval == 0) {
+        growth_.resize(N);
+        segments_.growth_rates(growth_.data());
+    }
     const double total = integral(mesh, monitor_.density);
     const double for_growth = std::min(integral(mesh, growth_) / growth_of_interval,
                                        0.5 * static_cast<double>(settings_.most_intervals));
@@ -373,19 +376,29 @@ bool CycleProblem::adapt_mesh(std::vector<double>& z,
     };
     transfer(z);
     for (std::vector<double>* const direction : directions) transfer(*direction);
-    segments_.set_mesh(places);
-    condensed_ = false;
+    mesh_before_ = mesh;
     last_mesh_change_ = accepted_count_;
-    take_reference(z.data());
+    set_mesh(places, z.data());
     return true;
 }
 
-bool CycleProblem::accepted(std::vector<double>& z, std::vector<double>& tangent,
-                            std::vector<double>& bend) {
+void CycleProblem::set_mesh(const std::vector<double>& mesh, const double* z) {
+    segments_.set_mesh(mesh);
+    growth_.clear();
+    condensed_ = false;
+    take_reference(z);
+}
+
+void CycleProblem::restore(const double* z) {
+    set_mesh(mesh_before_, z);
+}
+
+bool CycleProblem::accepted(std::vector<double>& z, Directions directions) {
     ++accepted_count_;
     remember(z.data());
-    if (timing_.autonomous() && vary_.size() == 1) {
+    if (timing_.autonomous() && vary_.size() == 1 && directions.size() > 0) {
         const Past& last = past_.back();
+        const std::vector<double>& tangent = **directions.begin();
         const double slope = tangent[state_size() + 1] / tangent[state_size()];
         homoclinic_.remember({last.parameter, last.period, last.amplitude, slope},
                              settings_.widths[0]);
@@ -395,10 +408,9 @@ bool CycleProblem::accepted(std::vector<double>& z, std::vector<double>& tangent
         if (timing_.autonomous()) period_scale_ = period(z.data());
         condensed_ = false;
     }
-    const bool changed = adapt_mesh(z, {&tangent, &bend}, false);
+    const bool changed = adapt_mesh(z, directions, false);
     if (!changed) take_reference(z.data());
-    keep_phase(z.data(), tangent);
-    keep_phase(z.data(), bend);
+    keep_phase(z.data(), directions);
     return changed;
 }
 

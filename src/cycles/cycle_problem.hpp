@@ -57,8 +57,7 @@ class CycleProblem final : public Problem {
 
     /// Places intervals, and changes their number, where the cycle z asks for it. True: it was
     /// done, z and the directions (which may be empty) are those of the new mesh.
-    bool adapt_mesh(std::vector<double>& z, std::initializer_list<std::vector<double>*> directions,
-                    bool eagerly);
+    bool adapt_mesh(std::vector<double>& z, Directions directions, bool eagerly);
     /// What the last call of `spectrum` found beside the multipliers.
     const MultiplierCheck& check() const { return multipliers_.check(); }
     double mesh_error() const { return monitor_.error; }
@@ -97,8 +96,8 @@ class CycleProblem final : public Problem {
     double slope_noise() const override { return 2 * monitor_.error; }
     void spectrum(Spectrum& out) override;
 
-    bool accepted(std::vector<double>& z, std::vector<double>& tangent,
-                  std::vector<double>& bend) override;
+    bool accepted(std::vector<double>& z, Directions directions) override;
+    void restore(const double* z) override;
     bool neighbours(const double* before, const double* after) const override;
     double distance(const double* a, const double* b) const override;
     double distance_from(const double* z, const std::vector<double>& earlier,
@@ -124,7 +123,8 @@ class CycleProblem final : public Problem {
     void take_scales(const double* x, bool first);
     void take_reference(const double* x);
     double phase(const double* x) const;
-    void keep_phase(const double* z, std::vector<double>& direction);
+    void keep_phase(const double* z, Directions directions);
+    void set_mesh(const std::vector<double>& mesh, const double* z);
     void remember(const double* z);
     double distance_of_orbit(const double* z, const double* scalars, const Orbit& other) const;
     bool hopf_end(const double* z, Finding& finding);
@@ -177,6 +177,7 @@ class CycleProblem final : public Problem {
     std::vector<double> growth_;
     std::size_t accepted_count_ = 0;
     std::size_t last_mesh_change_ = 0;
+    std::vector<double> mesh_before_;  // it
     struct Past {
         double parameter, period, amplitude;
     };
