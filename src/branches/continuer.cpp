@@ -31,6 +31,7 @@ constexpr double ideal_angle = 0.25;     // radians
 constexpr double largest_distance = 0.5;
 constexpr double largest_angle = 0.5;
 constexpr double half_steps_agree = 1e-3;  // over h
+constexpr double on_smooth_piece = 0.02;
 constexpr double spectral_jump = 0.3;  // of the largest exponent: what may not cross 0 in one step
 constexpr int patience = 6;            // rejections for indicators that contradict one another
 constexpr double returned = 1e-6;      // scaled distance of equal solutions
@@ -437,11 +438,16 @@ bool Continuer::spectrum_jumped() const {
     return false;
 }
 
-// From the solution half way, along its own tangent, to the hyperplane of the new point.
+// From the solution half way, along its own tangent, to the hyperplane of the new point. The cubic
+// through both points meets that solution, where they belong to one smooth piece; where a branch
+// turns sharply away from another one, and the new point is on the other, it goes in between. (It
+// misses cycles, too, whose fast motions come earlier or later along the branch.)
 bool Continuer::half_steps_agree_with(double h) {
     sampler_.set_step(present_, next_);
     Sample middle, there;
     if (!sampler_.at(0.5 * h, middle)) return false;
+    const bool cycles = !sampler_.names().flip.empty();
+    if (!cycles && sampler_.missed() > on_smooth_piece * h) return false;
     const double cosine = sampler_.metric().dot(present_.tangent.data(), middle.tangent.data());
     there.z = middle.z;
     for (std::size_t i = 0; i < there.z.size(); ++i)

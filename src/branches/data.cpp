@@ -190,11 +190,12 @@ void complete(PointData& point) {
         point.exponents.push_back(exponent.value);
         if (point.kind == SolutionKind::equilibrium) continue;
         const double modulus = std::exp(exponent.value.real());
-        // exp(i pi) would leave an imaginary part of 1e-16.
-        const std::complex<double> direction = exponent.kind == Exponent::Kind::alternating
-                                                   ? std::complex<double>(-1)
-                                                   : std::polar(1.0, exponent.value.imag());
-        point.multipliers.push_back(modulus * direction);
+        // What is real stays so: exp(i pi) would leave 1e-16, and infinity times 0 is no number.
+        if (exponent.kind == Exponent::Kind::pair)
+            point.multipliers.push_back(std::polar(modulus, exponent.value.imag()));
+        else
+            point.multipliers.emplace_back(exponent.kind == Exponent::Kind::alternating ? -modulus
+                                                                                        : modulus);
     }
 }
 

@@ -22,6 +22,8 @@
 namespace trajex {
 namespace {
 
+constexpr double beyond_rounding = 30;  // multipliers of 1e13 or 1e-13
+
 bool odd(int k) {
     return k % 2 != 0;
 }
@@ -58,11 +60,13 @@ unsigned changed_tests(const std::vector<Test>& a, const std::vector<Test>& b) {
 
 // Of multipliers, as many of which are unstable as before and none near enough to have crossed and
 // come back: kinds of those far away are easily lost. A fold can come with a period doubling in the
-// same step, but not where there is one multiplier: there dp/ds is noise.
+// same step, but not where there is one multiplier, or where all that are real are beyond what
+// rounding leaves of a sign: there dp/ds is noise.
 bool none_crossed(const Marks& a, const Marks& b, const EventNames& names) {
     if (names.flip.empty() || a.exponents == 0 || a.exponents != b.exponents) return false;
     if (a.kinds_known() || b.kinds_known() || a.unstable != b.unstable) return false;
-    return a.exponents == 1 || a.sigma == b.sigma;
+    const bool beyond = std::min(a.reach, b.reach) >= beyond_rounding;
+    return a.exponents == 1 || a.sigma == b.sigma || beyond;
 }
 
 }  // namespace
@@ -95,7 +99,6 @@ int invariant(const Marks& marks) {
 // mu where mu is far beyond what can cross: there it is the last to be doubted that dp/ds was seen,
 // and beyond what rounding leaves of a sign the first to be changed.
 void reconcile(Marks& marks, int branch_invariant) {
-    constexpr double beyond_rounding = 30;
     if (invariant(marks) == branch_invariant) return;
     const bool has_kinds = marks.real + marks.flip > 0 && marks.exponents > 1;
     const bool kinds_lost =

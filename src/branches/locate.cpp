@@ -121,8 +121,9 @@ bool Sampler::between(const Sample& lo, const Sample& hi, double s, Sample& out)
     predicted_ = out.z;
     const bool near = std::abs(s - factored_at_) <= same_factors * (b_->s - a_->s);
     factored_at_ = s;
-    return correct_along(out, a_->tangent, a_->z, s, near && share_factors_) &&
-           metric_.distance(out.z.data(), predicted_.data()) <= near_prediction * width &&
+    if (!correct_along(out, a_->tangent, a_->z, s, near && share_factors_)) return false;
+    missed_ = metric_.distance(out.z.data(), predicted_.data());
+    return missed_ <= near_prediction * width &&
            complete(out, a_->tangent, a_->marks.sigma, sure_sign);
 }
 

@@ -70,6 +70,8 @@ class Sampler {
     /// The solution at s of the present step, predicted from its ends or from two samples around s.
     bool at(double s, Sample& out) { return between(*a_, *b_, s, out); }
     bool between(const Sample& lo, const Sample& hi, double s, Sample& out);
+    /// The distance of the last of these from what was predicted.
+    double missed() const { return missed_; }
     /// The same, or beside it where the equations are singular at s.
     bool near(const Sample& lo, const Sample& hi, double s, double shift, Sample& out);
     /// One more correction, for the last digits: newton.correction is what was left.
@@ -92,6 +94,7 @@ class Sampler {
     bool share_factors_ = false;
     double factored_at_ = 0;  // place of the step where the equations were factored last
     std::vector<double> row_, predicted_;
+    double missed_ = 0;
     std::size_t evaluations_ = 0;
     double work_ = 0;
     int invariant_ = 0;     // sigma beta (-1)^P of the branch; 0: no sample yet,

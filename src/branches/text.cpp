@@ -57,6 +57,9 @@ std::string critical_text(const PointData& point) {
     const auto index = static_cast<std::size_t>(critical - point.spectrum.data());
     const bool cycle = point.kind != SolutionKind::equilibrium;
     std::complex<double> value = cycle ? point.multipliers[index] : critical->value;
+    if (cycle && !std::isfinite(value.real()))  // not within a double
+        return (value.real() < 0 ? "-e^" : "e^") +
+               number_text(critical->value.real(), short_digits);
     if (critical->kind == Exponent::Kind::pair) value.imag(std::abs(value.imag()));
     // What is zero to rounding is printed as zero.
     const double scale = std::abs(value);

@@ -431,8 +431,9 @@ void CycleProblem::remember_symmetries(const double* z) {
             reflection_.begin(reflection_of_equations(rate, cycle, scale_));
         }
     }
-    doubling_.remember(cycle, scale_);
-    if (reflection_.begun()) reflection_.remember(cycle, scale_);
+    const std::vector<double> points = symmetry_samples(cycle);
+    doubling_.remember(points, scale_);
+    if (reflection_.begun()) reflection_.remember(points, scale_);
 }
 
 // The largest peak-to-peak value of a variable, relative to its scale.

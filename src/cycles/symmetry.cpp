@@ -125,10 +125,13 @@ std::vector<int> reflection_of_equations(const Rate& rate, const Orbit& orbit,
     return {};
 }
 
+std::vector<double> symmetry_samples(const Orbit& cycle) {
+    return cycle.sampled(phases);
+}
+
 // The misfit grows from zero in proportion to arclength, and would change its sign on the way back.
-void BrokenSymmetry::remember(const Orbit& cycle, const std::vector<double>& scale) {
-    const std::size_t n = cycle.states;
-    const std::vector<double> points = cycle.sampled(phases);
+void BrokenSymmetry::remember(const std::vector<double>& points, const std::vector<double>& scale) {
+    const std::size_t n = scale.size();
     std::vector<double> misfit(points.size());
     double square = 0;
     double square_before = 0;

@@ -28,6 +28,9 @@ double half_period_multiplier(const Orbit& orbit, std::span<const double> v,
 std::vector<int> reflection_of_equations(const Rate& rate, const Orbit& orbit,
                                          const std::vector<double>& scale);
 
+/// States of the cycle at times of which each has one half a period later.
+std::vector<double> symmetry_samples(const Orbit& cycle);
+
 /// How far the cycles of a family are from S x(tau) = x(tau + 1/2): families that have left the
 /// cycles with this symmetry (of half the period, where S is the identity) in a period doubling or
 /// pitchfork end where they come back to them.
@@ -35,7 +38,8 @@ class BrokenSymmetry {
   public:
     void begin(std::vector<int> signs) { signs_ = std::move(signs); }
     bool begun() const { return !signs_.empty(); }
-    void remember(const Orbit& cycle, const std::vector<double>& scale);
+    /// points: samples of the cycle, as above.
+    void remember(const std::vector<double>& points, const std::vector<double>& scale);
     /// Whether the next steps would pass through a symmetric cycle.
     bool returns(double amplitude) const;
 

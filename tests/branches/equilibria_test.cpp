@@ -142,6 +142,16 @@ tx::System one(double p, int which) {
             }};
 }
 
+// Its positive equilibria turn sharply at f = 1, beside others that go straight on: hyperbolas of
+// radius 500 in a variable of 7e4.
+tx::System oregonator() {
+    return {{"x", "y", "z"}, {{"f", 0.4}}, [](auto, auto& x, auto& c, auto& dx) {
+                dx[0] = 77.27 * (x[1] + x[0] * (1 - 8.375e-6 * x[0] - x[1]));
+                dx[1] = (c[0] * x[2] - (1 + x[0]) * x[1]) / 77.27;
+                dx[2] = 0.161 * (x[0] - x[2]);
+            }};
+}
+
 tx::System lotka_volterra() {
     return {{"x", "y"}, {{"a", 1.0}}, [](auto, auto& x, auto& c, auto& dx) {
                 dx[0] = x[0] * (c[0] - x[1]);
@@ -283,6 +293,12 @@ std::vector<Case> cases() {
         {"to infinity", one(1, 0), {1}, {-1, 1}, "norm_bound parameter_bound", {}},
         {"end of definition", one(1, 1), {1}, {-1, 1}, "not_computable parameter_bound", {}},
         {"vertical branch", one(-1, 2), {0}, {-1, 1}, bound, {{"BP", "undetermined", 0, 1e-9}}},
+        {"sharp turn beside another branch",
+         oregonator(),
+         {71643, 0.4, 71643},
+         {0.4, 3},
+         bound,
+         {{"H", "subcritical", 0.50106952269467}, {"H", "subcritical", 1.52672725526449}}},
         {"centres", lotka_volterra(), {1, 1}, {0.5, 2}, bound, {}},
     };
 }

@@ -54,6 +54,8 @@ TEST(Events, OfCyclesFromMarks) {
          marks(1, 1, 0, 1, 0, 39), ""},
         {"a multiplier of 1e9 that becomes -1e9 in a turn", marks(1, 1, 1, 0, 0, 20),
          marks(-1, 1, 0, 1, 0, 20), "LPC PD "},
+        {"a multiplier of 1e280 that does so", marks(1, 1, 1, 0, 0, 645),
+         marks(-1, 1, 0, 1, 0, 645), ""},
         {"a multiplier of 1 within its error", marks(1, 1, 0, 0, 0, 0.1),
          marks(1, 1, 1, 0, 0, 1e-11), ""},
         {"the same, on the other side", marks(1, -1, 1, 0, 0, 0.1), marks(1, -1, 0, 0, 0, 1e-11),
