@@ -291,6 +291,7 @@ class Search {
     void unresolved(const Decoded& what, const Sample& a, const Sample& b, std::string reason);
     void blur(const Decoded& what, const Sample& a, const Sample& b, std::string reason);
     bool far_from_crossing(const Decoded& what, const Sample& at) const;
+    static bool look_alike(const Sample& a, const Sample& b);
     bool noise_of_signs(const Decoded& what, const Sample& a, const Sample& b) const;
     bool exhausted() const { return sampler_.evaluations() - before_ >= most_evaluations; }
     bool sample(const Sample& a, const Sample& b, double s, Sample& out) {
@@ -354,9 +355,22 @@ bool Search::far_from_crossing(const Decoded& what, const Sample& at) const {
     });
 }
 
-// Multipliers are continuous: between points so near to one another none has crossed, where as many
-// are unstable and none is near the unit circle. What comes in pairs may have, beside a fold.
+bool Search::look_alike(const Sample& a, const Sample& b) {
+    Marks before;
+    Marks after;
+    count_unstable(a.spectrum, before);
+    count_unstable(b.spectrum, after);
+    return a.pdot * b.pdot > 0 && a.marks.beta == b.marks.beta &&
+           before.unstable == after.unstable && before.real == after.real &&
+           before.flip == after.flip;
+}
+
+// Between points so near to one another nothing has happened where nothing that is computed shows
+// it, but only what was concluded from the rest of the branch. Nor has any multiplier crossed, for
+// they are continuous, where as many are unstable and none is near the unit circle; what comes in
+// pairs may have, beside a fold.
 bool Search::noise_of_signs(const Decoded& what, const Sample& a, const Sample& b) const {
+    if (what.tests == 0 && look_alike(a, b)) return true;
     const bool counted = a.marks.exponents > 0 && a.marks.unstable == b.marks.unstable;
     return counted && !what.fold && far_from_crossing(what, a) && far_from_crossing(what, b);
 }
