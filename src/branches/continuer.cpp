@@ -32,6 +32,8 @@ constexpr double largest_distance = 0.5;
 constexpr double largest_angle = 0.5;
 constexpr double half_steps_agree = 1e-3;  // over h
 constexpr double on_smooth_piece = 0.02;
+constexpr double far_from_zero = 10;   // logarithms of multipliers that will not be 0 in a step,
+constexpr double same_solution = -5;   // nor on another mesh
 constexpr double spectral_jump = 0.3;  // of the largest exponent: what may not cross 0 in one step
 constexpr int patience = 6;            // rejections for indicators that contradict one another
 constexpr double returned = 1e-6;      // scaled distance of equal solutions
@@ -108,6 +110,7 @@ class Continuer {
     static void add_mesh_errors(TracePoint& point, const TracePoint& beside);
     bool correct_anew(const Sample& rough);
     TracePoint trace_point(const Sample& sample, double s);
+    bool said_before(const Finding& finding);
     void file(Finding finding, double s);
     bool wanted(const std::string& type) const;
     double work() const { return sampler_.work() + examined_; }
@@ -182,6 +185,7 @@ bool Continuer::begin(const std::vector<double>& z, const std::vector<double>& t
         return false;
     }
     h_ = std::min(settings_.h_first, settings_.h_max);
+    sampler_.remember(present_, far_from_zero);
     remember_start();
     return true;
 }
@@ -764,7 +768,24 @@ TracePoint Continuer::trace_point(const Sample& sample, double s) {
     return point;
 }
 
+// On a canard the noise of the mesh makes an event happen many times over.
+bool Continuer::said_before(const Finding& finding) {
+    constexpr double same_place = 1e-9;  // of the window
+    if (finding.status != "unresolved" || trace_.specials.empty()) return false;
+    Finding& last = trace_.specials.back().finding;
+    if (last.status != finding.status || last.type != finding.type) return false;
+    const std::size_t k = problem_.active_parameters();
+    for (std::size_t j = 0; j < k; ++j) {
+        const double moved = finding.z[finding.z.size() - k + j] - last.z[last.z.size() - k + j];
+        if (std::abs(moved) > same_place * parameter_width(j)) return false;
+    }
+    last.bracket[0] = std::min(last.bracket[0], finding.bracket[0]);
+    last.bracket[1] = std::max(last.bracket[1], finding.bracket[1]);
+    return true;
+}
+
 void Continuer::file(Finding finding, double s) {
+    if (said_before(finding)) return;
     Description description = problem_.describe(finding.z.data());
     problem_.add_critical(finding.z.data(), finding.spectrum);
     trace_.specials.push_back(
@@ -846,6 +867,7 @@ bool Continuer::renew(bool changed) {
     if (!sampler_.metric().normalise(present_.tangent.data())) return false;
     if (changed) {
         const Sample rough = present_;
+        sampler_.remember(rough, same_solution);
         if (!correct_anew(rough) || !sampler_.complete(present_, rough.tangent, rough.marks.sigma))
             return false;
     }
@@ -889,6 +911,7 @@ bool Continuer::accept() {
         forget_start_row();
     }
     sampler_.set_noise(moved, distance);
+    sampler_.remember(present_, far_from_zero);
     TracePoint point = trace_point(present_, trace_.points.back().s + distance);
     add_mesh_errors(point, trace_.points.back());
     if (trace_.points.size() == 1) add_mesh_errors(trace_.points.front(), point);

@@ -90,6 +90,31 @@ void count_unstable(const Spectrum& spectrum, Marks& marks) {
     }
 }
 
+// The sign of a multiplier changes where it is 0, or meets another one in a pair. One that was far
+// from both, and still is, has the sign it had: on canards, where it is 1e300, meshes get it wrong.
+int keep_kinds(const Spectrum& known, double from, Spectrum& spectrum) {
+    constexpr double not_zero = -5;
+    constexpr double apart = 20;  // from the next ones
+    if (known.size() != spectrum.size()) return 1;
+    const auto alone = [](const Spectrum& of, std::size_t j) {
+        const double value = of[j].value.real();
+        return of[j].kind != Exponent::Kind::pair &&
+               (j == 0 || of[j - 1].value.real() - value > apart) &&
+               (j + 1 == of.size() || value - of[j + 1].value.real() > apart);
+    };
+    int sign = 1;
+    for (std::size_t j = 0; j < known.size(); ++j) {
+        Exponent& exponent = spectrum[j];
+        const double value = exponent.value.real();
+        if (known[j].value.real() < from || value < not_zero) break;
+        if (exponent.kind == known[j].kind || !alone(known, j) || !alone(spectrum, j)) continue;
+        exponent.kind = known[j].kind;
+        exponent.value.imag(known[j].value.imag());
+        if (value > 0) sign = -sign;
+    }
+    return sign;
+}
+
 int invariant(const Marks& marks) {
     return marks.sigma * marks.beta * (odd(marks.real) ? -1 : 1);
 }

@@ -31,6 +31,11 @@ struct Marks {
     bool kinds_known() const { return reach < 3; }
 };
 
+/// Gives multipliers, largest first, the sign that those of a neighbour are known to have, whose
+/// logarithm is beyond `from`; -1 where it has changed that of 1 - mu for an odd number of them,
+/// else 1.
+int keep_kinds(const Spectrum& known, double from, Spectrum& spectrum);
+
 /// sigma beta (-1)^real, by Cramer's rule the same at all points of a branch.
 int invariant(const Marks& marks);
 

@@ -78,7 +78,10 @@ bool Sampler::complete(Sample& out, const std::vector<double>& direction, int si
     const std::size_t p = out.z.size() - problem_.active_parameters();
     out.pdot = out.tangent[p] * std::sqrt(metric_.weights()[p]);
     problem_.spectrum(out.spectrum);
+    // Where a multiplier beyond 1 has the wrong sign, so has 1 - mu, and the determinant with it.
+    // Next to homoclinic orbits one may pass 1, 0 and -1 in a moment: there the branch turns.
     out.marks.beta = problem_.determinant_sign();
+    if (out.pdot * known_pdot_ > 0) out.marks.beta *= keep_kinds(known_, known_from_, out.spectrum);
     problem_.tests(out.tests);
     count_unstable(out.spectrum, out.marks);
     mark_signs(out, sigma, sure);

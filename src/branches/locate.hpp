@@ -62,6 +62,13 @@ class Sampler {
     /// dp/ds vanishes its sign is that of `sigma`. False: F_z is singular there.
     bool complete(Sample& out, const std::vector<double>& direction, int sigma,
                   double sure = kept_sign);
+    /// The point that the next samples are near; how large its exponents must be to tell the sign
+    /// of a multiplier there.
+    void remember(const Sample& sample, double from) {
+        known_ = sample.spectrum;
+        known_pdot_ = sample.pdot;
+        known_from_ = from;
+    }
     /// The signs of a sample once more, where those of a later one have shown what is true on this
     /// branch.
     void mark_again(Sample& sample) const {
@@ -94,6 +101,9 @@ class Sampler {
     bool share_factors_ = false;
     double factored_at_ = 0;  // place of the step where the equations were factored last
     std::vector<double> row_, predicted_;
+    Spectrum known_;
+    double known_pdot_ = 0;
+    double known_from_ = 0;
     double missed_ = 0;
     std::size_t evaluations_ = 0;
     double work_ = 0;

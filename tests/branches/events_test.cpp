@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <numbers>
 #include <string>
 
 namespace trajex {
@@ -70,6 +71,33 @@ TEST(Events, OfCyclesFromMarks) {
         Marks b = c.b;
         reconcile(b, invariant(c.a));
         EXPECT_EQ(text(decode(c.a, b, {}, {}, of_cycles)), c.expected) << c.what;
+    }
+}
+
+TEST(Events, KeepSignsOfMultipliersThatCannotHaveChanged) {
+    const auto spectrum = [](double first, bool negative, double second) {
+        Spectrum result(2);
+        result[0].value = {first, negative ? std::numbers::pi : 0};
+        result[0].kind = negative ? Exponent::Kind::alternating : Exponent::Kind::real;
+        result[1].value = second;
+        return result;
+    };
+    const struct {
+        const char* what;
+        Spectrum known, found;
+        int sign;
+        bool kept;
+    } cases[] = {
+        {"on a canard", spectrum(649, false, -1e4), spectrum(655, true, -1e4), -1, true},
+        {"where it ends", spectrum(15, false, -1e4), spectrum(-2, true, -1e4), 1, true},
+        {"through 0", spectrum(2, false, -1e4), spectrum(2, true, -1e4), 1, false},
+        {"to 0", spectrum(15, false, -1e4), spectrum(-6, true, -1e4), 1, false},
+        {"through a pair", spectrum(15, false, 10), spectrum(15, true, 10), 1, false},
+    };
+    for (const auto& c : cases) {
+        Spectrum found = c.found;
+        EXPECT_EQ(keep_kinds(c.known, 10, found), c.sign) << c.what;
+        EXPECT_EQ(found[0].kind == c.known[0].kind, c.kept) << c.what;
     }
 }
 
