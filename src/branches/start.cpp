@@ -29,10 +29,16 @@ ModelPtr in_window(const ModelPtr& model, std::size_t parameter, tx::Window wind
     return moved;
 }
 
-/// Where a trajectory is at its end, and where it was on average over its second half.
+/// Where a trajectory has come to, and bounds of where it was over its second half.
 struct Settled {
-    std::vector<double> end;
-    std::vector<double> mean;
+    std::vector<std::vector<double>> places;  ///< its end, the mean, and some on the way
+    std::vector<double> low, high;
+
+    bool surround(const std::vector<double>& x) const {
+        for (std::size_t i = 0; i < x.size(); ++i)
+            if (!(x[i] >= low[i] && x[i] <= high[i])) return false;
+        return true;
+    }
 };
 
 /// Follows a trajectory until it rests, for so many steps at most; nothing where it leaves to
@@ -44,6 +50,7 @@ std::optional<Settled> settle(const Model& model, const std::vector<double>& sta
     StiffIntegrator run(model, start, 1, options, StiffIntegrator::Kind::watched);
     std::vector<double> mean(start.size(), 0.0);
     std::vector<double> f(start.size());
+    Settled result{{start, mean}, {}, {}};
     double duration = 0;
     for (std::size_t step = 0; step < longest_run; ++step) {
         const double before = run.time();
@@ -54,24 +61,38 @@ std::optional<Settled> settle(const Model& model, const std::vector<double>& sta
         if (step >= longest_run / 2) {
             const double h = run.time() - before;
             duration += h;
-            for (std::size_t i = 0; i < x.size(); ++i) mean[i] += h / duration * (x[i] - mean[i]);
+            if (result.low.empty()) result.low = result.high = x;
+            for (std::size_t i = 0; i < x.size(); ++i) {
+                mean[i] += h / duration * (x[i] - mean[i]);
+                result.low[i] = std::min(result.low[i], x[i]);
+                result.high[i] = std::max(result.high[i], x[i]);
+            }
+            if (step % (longest_run / 16) == 0) result.places.push_back(x);
         }
         ModelFlow{&model}(run.time(), x.data(), f.data());
-        if (largest(f) < 1e-8 * std::max(size, 1e-3)) return Settled{x, x};
+        if (largest(f) < 1e-8 * std::max(size, 1e-3)) return Settled{{x}, x, x};
     }
-    return Settled{run.state(), mean};
+    result.places[0] = run.state();
+    result.places[1] = mean;
+    return result;
 }
 
 class StartSearch {
   public:
     explicit StartSearch(const ModelPtr& model) : system_(model), n_(model->states.size()) {}
 
-    /// From where a trajectory from `start` settles: on an equilibrium, or around one.
+    /// From where a trajectory from `start` settles: on an equilibrium, or around one, rather than
+    /// on another that Newton's method comes to from there.
     std::optional<PointData> after_settling(const std::vector<double>& start) const {
         const std::optional<Settled> settled = settle(*system_.model(), start);
         if (!settled) return std::nullopt;
-        if (auto found = newton(settled->end)) return found;
-        return newton(settled->mean);
+        std::optional<PointData> first;
+        for (const std::vector<double>& place : settled->places) {
+            auto found = newton(place);
+            if (found && settled->surround(found->state)) return found;
+            if (found && !first) first = std::move(found);
+        }
+        return first;
     }
 
     /// A state that is no equilibrium by symmetry.
