@@ -139,6 +139,23 @@ bool find_root(EventFunction& event, double first_step, Slope& slope) {
     return false;
 }
 
+// False: not by this function from this first step.
+bool find_by(EventFunction& event, double first_step, Slope slope, RefinedPoint& result) {
+    if (!event.prepare()) return false;
+    slope.value = event.in_this_metric(slope.value);
+    result.found =
+        find_root(event, first_step, slope) && std::fabs(event.critical()) <= near_crossing;
+    result.work += event.work;
+    result.slope = slope.value;
+    if (!result.found) return false;
+    result.parameter = event.z.back();
+    result.period = event.period();
+    result.spectrum = event.spectrum;
+    result.z = event.z;
+    result.tangent = event.tangent();
+    return true;
+}
+
 }  // namespace
 
 // Where dp/ds is small all around a fold, as next to a canard, its zero says little of the place:
@@ -151,26 +168,14 @@ RefinedPoint refine_event(CycleProblem& fine, const std::vector<double>& z,
     for (const bool by_slope : {true, false}) {
         if (by_slope && !fold) continue;
         if (coarser.found && coarser.by_slope != by_slope) continue;
+        result.by_slope = by_slope;
         Slope slope{by_slope == fold ? finding.slope : 0, false};
-        if (coarser.found) slope = {coarser.by_slope == by_slope ? coarser.slope : 0, true};
+        if (coarser.found) slope = {coarser.slope, true};
         for (const double first_step : {1e-4, 1e-6, 1e-8}) {
             EventFunction event(fine, z, tangent, finding, by_slope);
-            if (!event.prepare()) return result;
-            slope.value = event.in_this_metric(slope.value);
-            result.found =
-                find_root(event, first_step, slope) && std::fabs(event.critical()) <= near_crossing;
-            result.work += event.work;
-            result.slope = slope.value;
-            result.by_slope = by_slope;
+            if (find_by(event, first_step, slope, result)) return result;
+            if (by_slope) break;
             slope = {};
-            if (!result.found && by_slope) break;
-            if (!result.found) continue;
-            result.parameter = event.z.back();
-            result.period = event.period();
-            result.spectrum = event.spectrum;
-            result.z = event.z;
-            result.tangent = event.tangent();
-            return result;
         }
     }
     return result;
