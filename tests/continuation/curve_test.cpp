@@ -70,7 +70,7 @@ void expect_exact(CurveRun kind, Flow flow, const std::vector<double>& y, double
             return run.curve(kind, swapped ? second : first, swapped ? first : second, step);
         };
         run->MaxContSteps = steps;
-        run->MaxNewtSteps = 4;
+        if (flow == cusp) run->MaxNewtSteps = 4;  // too few for long steps round the bend
         run->txb->c[1] = 77;
         if (steps == until_it_ends) {
             run->TerminateOnFatalError = 1;
@@ -102,13 +102,13 @@ void expect_exact(CurveRun kind, Flow flow, const std::vector<double>& y, double
 }
 
 TEST(Curve, IsExact) {
-    c1 = 2 / (3 * std::sqrt(3)), c2 = 1;  // through the cusp, where the bend makes steps halve
+    c1 = 2 / (3 * std::sqrt(3)), c2 = 1;  // through the cusp
     expect_exact(TXEqui2DCont, cusp, {-1 / std::sqrt(3)}, 0, saddle_node, c1, c2, -0.6, 25, -0.3,
                  [](double first, double second, double x) {
                      return std::hypot(first + 2 * x * x * x, second - 3 * x * x);
                  });
     c1 = c2 = 1;
-    expect_exact(TXNonAuto2DCont, forced_parabola, {0}, 1, saddle_node, c1, c2, -1.5, 5, -2,
+    expect_exact(TXNonAuto2DCont, forced_parabola, {0}, 1, saddle_node, c1, c2, -1.5, 5, -4,
                  [](double first, double second, double x) { return first - second + x; });
     c1 = -1, c2 = 0;
     expect_exact(TXEqui2DCont, ending, {0}, 0, saddle_node, c1, c2, 0.1, until_it_ends, -0.1,
