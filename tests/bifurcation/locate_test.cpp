@@ -15,7 +15,7 @@ constexpr Flow undefined_above = [](auto, auto y, auto f) { f[0] = c > 0 ? NAN :
 /// A study with a record that is ready to locate from a guess.
 struct Location : Study {
     Location(Flow flow, const std::vector<double>& guess, double& parameter, double value)
-        : Study(flow, guess, parameter, value, unused, parameter), bif(record(0, 4)) {
+        : Study(flow, guess, parameter, value, unused), bif(record(0, 4)) {
         tx->LambdaNewtRelTol = 1e-8;
         tx->JacPert = 1e-7;  // a bifurcation moves by about that times the curvature of f
         tx->NewtRelTol = tx->NewtAbsTol = 1e-16;  // the state is weighed with their roots
@@ -34,7 +34,7 @@ TEST(EquilibriumBifurcation, FoldsAreExact) {
         EXPECT_NEAR(c, side * -2 / std::sqrt(27), 1e-8);
         EXPECT_NEAR(bif.y[0], side / std::sqrt(3), 1e-6);
         EXPECT_EQ(bif.biftype + bif.indir, 0);
-        EXPECT_TRUE(bif.c[1] == c && bif.er[0] == bif.Phi[0][0]);
+        EXPECT_TRUE(bif.c[0] == c && bif.er[0] == bif.Phi[0][0]);
         EXPECT_NEAR(bif.Phi[0][1], 1, 1e-8);  // df/dc
         ASSERT_EQ(fold.check(), 1);
         EXPECT_EQ(Point::of(*fold.tx).type, "SADDLE-NODE ) or ( ");
@@ -103,7 +103,7 @@ TEST(Location, RestoresAPerturbedParameterExactly) {
         fold->LambdaPert = 1e-5;
         if (analytic) {
             fold->jac = [](auto, auto y, auto J) { note_raised(), J[0][0] = -2 * y[0]; };
-            fold->paramjac = [](auto, auto, auto P) { P[0][0] = 0, P[0][1] = 1; };
+            fold->paramjac = [](auto, auto, auto P) { P[0][0] = 1, P[0][1] = 0; };
         }
         EXPECT_THROW(fold.locate(), Probe::Thrown);
         EXPECT_EQ(c, entry_c);

@@ -268,7 +268,7 @@ TEST(RunLimits, WhatDoesNotStartChangesNothing) {
         EXPECT_EQ(study->ErrorCode, code);
         EXPECT_TRUE(study.points.empty());
     };
-    Study run(line, {7}, c, 0.25, c, other);
+    Study run(line, {7}, c, 0.25, other);
     run.T = 8;
     for (const double dc : {infinity, -infinity, not_a_number}) {
         for (const Kind kind : {equilibria, forced, cycles}) expect_refused(run, kind, dc, 29);
@@ -276,7 +276,7 @@ TEST(RunLimits, WhatDoesNotStartChangesNothing) {
     EXPECT_EQ(run.y[0] + run.T + c + run->cp[0] + run->cp[1], 15.25);
     EXPECT_EQ(run->txb, nullptr);
 
-    Study twice(line, {0}, c, 0, c, c), without(nowhere, {0}, c, 0);
+    Study twice(line, {0}, c, 0, c), without(nowhere, {0}, c, 0);
     expect_refused(twice, equilibria, 0.1, 26);
     expect_refused(without, equilibria, 0.1, 30);
     Study circle(Circles::flow, {3, 0.1}, Circles::c1, 1);

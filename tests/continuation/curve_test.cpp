@@ -45,7 +45,7 @@ template <class... Parameter>
 struct At : Study {
     At(Flow flow, const std::vector<double>& guess, double period, int type, double& first,
        Parameter&... others)
-        : Study(flow, guess, first, first, first, others...) {
+        : Study(flow, guess, first, first, others...) {
         tx->JacPert = tx->ParamJacPert = 1e-7;
         tx->LambdaNewtAbsTol = 1e-7;
         record(period, type);

@@ -71,8 +71,7 @@ constexpr double amplitude = 0.02;
 /// A study of a bifurcation, with its record.
 struct KnownStudy : Study {
     explicit KnownStudy(const Known& study)
-        : Study(study.family.flow, study.family.y, study.family.c, study.from, study.family.c,
-                study.family.second),
+        : Study(study.family.flow, study.family.y, study.family.c, study.from, study.family.second),
           known(study),
           second(study.family.second),
           order(int(y.size())),
@@ -186,7 +185,7 @@ void KnownStudy::expect_found_located_classified_and_followed() {
     std::vector<double> guess = state();
     guess[0] += 1e-4;
     tx->NewtRelTol = 1e-6;
-    bif.tang[0] = bif.cleft = -77;
+    bif.tang[0] = bif.cleft = -77, bif.Phi[0][0] = 77;
     ASSERT_EQ(locate(guess, c + 1e-4, bif.T, turns), 1);
     EXPECT_EQ(bif.biftype + bif.indir, 0);
     EXPECT_NEAR(c, known.at, known.accuracy);
