@@ -61,20 +61,6 @@ TEST(EquilibriumBifurcation, HopfPointsAreExact) {
     EXPECT_NEAR(std::hypot(bif.trans[0], bif.trans[1]), 1, 1e-12);
 }
 
-TEST(EquilibriumBifurcation, TakesTheFirstOfEqualEigenvalues) {
-    Location point(Lorenz::flow, {0, 0, 0}, Lorenz::rho, 28);
-    TrajexBif& bif = point.bif;
-    for (const bool first_is_real : {true, false}) {
-        for (int i = 0; i < 3; ++i) {
-            for (int j = 0; j < 3; ++j) bif.Phi[i][j] = i == j ? 1 + i : 0;
-            bif.er[i] = i == 0 ? -4 : 1.5 - i;  // -4, 0.5, -0.5
-        }
-        bif.ei[1] = !first_is_real, bif.ei[2] = first_is_real;
-        EXPECT_EQ(point.check(), 1);
-        EXPECT_EQ(bif.biftype, first_is_real ? trajex::saddle_node : trajex::hopf);
-    }
-}
-
 TEST(EquilibriumBifurcation, MayNotBeFound) {
     for (const auto flow : {never_critical, undefined_above, two_folds}) {
         Location point(flow, {0.6}, c, flow == two_folds ? -0.3 : 0.5);
@@ -144,22 +130,6 @@ TEST(OrbitBifurcation, ATestOrbitFarAwayIsLookedForNearer) {
     EXPECT_EQ(progress.text().substr(0, 1), "v");
     EXPECT_LT(std::fabs(bif.ctop), 1e4 * (1 + std::fabs(bif.c[0])));
     EXPECT_EQ(bif.biftype, trajex::pitchfork);
-}
-
-// Other failures on the way are the search's own; to set a section is the application's business.
-TEST(OrbitBifurcation, AMissingSectionIsReported) {
-    Study run(Roessler::flow, {0, 3.4, 1.9}, Roessler::c, 2.83);
-    run->NewtRelTol = 1e-6;
-    TXSetCut(run.tx.get(), first_component, 1e-9);
-    TrajexBif& bif = run.record(5.76982);
-    const auto locate = [&] { return TXLocateBif(run.tx.get(), &bif, &run.c, 1, nullptr); };
-    ASSERT_EQ(locate(), 1);
-    TXSetCut(run.tx.get(), nullptr, 1e-9);
-    EXPECT_EQ(TXCheckBif(run.tx.get(), &bif, &run.c, 0.02, 1, nullptr), 0);
-    EXPECT_EQ(run->ErrorCode, 8);
-    run.c -= 0.01;
-    run->TerminateOnFatalError = 1;
-    EXPECT_EXIT(locate(), ExitedWithCode(1), "'TXLocateBif': No Poincare-section defined");
 }
 
 }  // namespace

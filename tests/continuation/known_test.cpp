@@ -257,6 +257,14 @@ TEST(OrbitSearches, GiveUpQuietly) {
     TXSetCut(
         lost.tx.get(), [](double, double* y) { return y[1] * y[1] + 1; }, 1e-9);
     EXPECT_EQ(lost.check() + lost.locate(lost.state(), 2.83, 5.77, 2) + lost->ErrorCode, 0);
+
+    // To set a section is the application's business.
+    TXSetCut(lost.tx.get(), nullptr, 1e-9);
+    EXPECT_EQ(lost.check(), 0);
+    EXPECT_EQ(lost->ErrorCode, 8);
+    lost->TerminateOnFatalError = 1;
+    EXPECT_EXIT(lost.locate(lost.state(), 2.83, 5.77, 1), ExitedWithCode(1),
+                "'TXLocateBif': No Poincare-section defined");
 }
 
 // The test orbit that lies against the incoming tangent, whichever it is.
