@@ -17,7 +17,6 @@ struct Location : Study {
     Location(Flow flow, const std::vector<double>& guess, double& parameter, double value)
         : Study(flow, guess, parameter, value, unused), bif(record(0, 4)) {
         tx->LambdaNewtRelTol = 1e-8;
-        tx->JacPert = 1e-7;  // a bifurcation moves by about that times the curvature of f
         tx->NewtRelTol = tx->NewtAbsTol = 1e-16;  // the state is weighed with their roots
         bif.indir = 4;
     }

@@ -40,18 +40,6 @@ constexpr Flow forced_bogdanov_takens = [](auto t, auto y, auto f) {
     f[0] -= pi * std::sin(2 * pi * t), f[1] += 0.6 * pi * std::cos(2 * pi * t);
 };
 
-/// A study with a record at the parameters' present values.
-template <class... Parameter>
-struct At : Study {
-    At(Flow flow, const std::vector<double>& guess, double period, int type, double& first,
-       Parameter&... others)
-        : Study(flow, guess, first, first, others...) {
-        tx->JacPert = tx->ParamJacPert = 1e-7;
-        tx->LambdaNewtAbsTol = 1e-7;
-        record(period, type);
-    }
-};
-
 using Distance = double (*)(double first, double second, double y);
 double unused = 7;
 constexpr int until_it_ends = 1000;
@@ -65,13 +53,13 @@ void expect_exact(CurveRun kind, Flow flow, const std::vector<double>& y, double
     const double start = first, largest = std::fabs(step);
     for (const bool swapped : {false, true}) {
         const Temporarily put_back_first(first, first), put_back_second(second, second);
-        At run(flow, y, period, type, first, unused, second);
+        Study run(flow, y, first, first, unused, second);
+        run.record(period, type).c[1] = 77;
         const auto follow = [&] {
             return run.curve(kind, swapped ? second : first, swapped ? first : second, step);
         };
         run->MaxContSteps = steps;
         if (flow == cusp) run->MaxNewtSteps = 4;  // too few for long steps round the bend
-        run->txb->c[1] = 77;
         if (steps == until_it_ends) {
             run->TerminateOnFatalError = 1;
             EXPECT_EXIT(follow(), ExitedWithCode(1), "'TXEqui2DCont': Minimum stepsize reached");
@@ -130,7 +118,8 @@ TEST(Curve, IsExact) {
 // In the order of what is wrong first; flags and record stay as they were.
 TEST(Curve, ThatDoesNotStartChangesNothing) {
     c1 = c2 = 0;
-    At run(cusp, {0}, 0, 0, c1, c2);
+    Study run(cusp, {0}, c1, 0, c2);
+    run.record();
     TXSetCut(run.tx.get(), nullptr, 1e-9);
     const auto expect_code = [&](int code, CurveRun kind, double& second, double dc) {
         EXPECT_EQ(run.curve(kind, c1, second, dc), 0);
@@ -159,9 +148,8 @@ TEST(Curve, ThatDoesNotStartChangesNothing) {
 TEST(OrbitCurve, OfToriEndsInAPointOfCodimensionTwo) {
     for (const bool found : {true, false}) {
         c2 = found ? 0.002 : 0.0005;
-        c1 = -c2 * c2;
-        At run(forced_bogdanov_takens, {0.5 - c2, 0}, 1, torus, c1, c2);
-        run->LambdaNewtAbsTol = 1e-6;
+        Study run(forced_bogdanov_takens, {0.5 - c2, 0}, c1, -c2 * c2, c2);
+        run.record(1, torus);
         run->MaxContSteps = found ? 12 : 3;
         run->MaxNewtSteps = found ? 10 : 1;
         EXPECT_EQ(run.curve(TXNonAuto2DCont, c1, c2, -0.0002), 1);
@@ -180,10 +168,10 @@ TEST(OrbitCurve, OfToriEndsInAPointOfCodimensionTwo) {
 // direction in which it came, reflected at the one that led there: its next point lies on the plane
 // across that.
 TEST(OrbitCurve, GoesOnPastAPointOfCodimensionTwo) {
-    c1 = 0.0125, c2 = 0.05;
-    At run(forced_parabola_beside_growth, {0, 0}, 1, saddle_node, c1, c2);
+    c2 = 0.05;
+    Study run(forced_parabola_beside_growth, {0, 0}, c1, 0.0125, c2);
+    run.record(1, saddle_node);
     run->LambdaPert = 1e-5;
-    run->LambdaNewtAbsTol = 1e-6;
     run->MaxContSteps = 14;
     EXPECT_EQ(run.curve(TXNonAuto2DCont, c1, c2, -0.01), 1);
     for (const Point& p : run.points) EXPECT_NEAR(p.c[0], 5 * p.c[1] * p.c[1], 1e-6) << p.steps;
@@ -203,12 +191,12 @@ TEST(OrbitCurve, GoesOnPastAPointOfCodimensionTwo) {
 }
 
 TEST(OrbitCurve, StopsAtTheLastPointWhenTheFlowFails) {
-    const Temporarily lambda(Langford::lambda, 2.0), b(Langford::b, 3.0), turns(Langford::c, 3.5);
+    const Temporarily b(Langford::b, 3.0), turns(Langford::c, 3.5);
     int interrupted = 0;
     for (long calls = 0; calls < 800000; calls += calls / 3 + 1) {
-        Langford::lambda = 2, Langford::b = 3;
-        At run(Probe::flow<Langford::flow>, {1, 0, 1}, 2 * pi / 3.5, torus, Langford::lambda,
-               Langford::b);
+        Langford::b = 3;
+        Study run(Probe::flow<Langford::flow>, {1, 0, 1}, Langford::lambda, 2, Langford::b);
+        run.record(2 * pi / 3.5, torus);
         run->MaxContSteps = 3;
         Probe::set(calls, interrupted % 2 == 0);
         try {

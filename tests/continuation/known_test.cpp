@@ -79,7 +79,6 @@ struct KnownStudy : Study {
           damping(Duffing::damping, &study.family == &pendulum ? 0.3 : 0.2),
           stiffness(Duffing::stiffness, &study.family == &pendulum ? -1.0 : 1.0),
           put_back(second, &study.family == &pendulum ? 1.2 : second) {
-        tx->JacPert = tx->ParamJacPert = 1e-7;  // Duffing's doubling moves by as much
         tx->NewtRelTol = 1e-5;
         TXSetCut(tx.get(), known.family.cut, 1e-9);
     }
@@ -217,7 +216,6 @@ void KnownStudy::expect_found_located_classified_and_followed() {
     }
     if (known.curve_step == 0) return;
     tx->MaxContSteps = 6;
-    tx->LambdaNewtAbsTol = 1e-7;
     ASSERT_EQ(curve(turns > 0 ? TXAuto2DCont : TXNonAuto2DCont, c, second, known.curve_step), 1);
     ASSERT_EQ(points.size(), 7U);
     for (const Point& p : points) expect_critical(p);

@@ -46,6 +46,7 @@ struct Study {
           c(parameter),
           start(parameter, value) {
         tx->LambdaNewtRelTol = 1e-6;
+        tx->JacPert = tx->ParamJacPert = 1e-7;  // a bifurcation moves by as much
         TXSetCut(tx.get(), second_component, 1e-9);
     }
     Trajex* operator->() const { return tx.get(); }
@@ -74,6 +75,7 @@ struct Study {
         }
     }
     int curve(CurveRun run, double& c1, double& c2, double step) {
+        tx->LambdaNewtAbsTol = 1e-6;
         return recorded(run, &c1, &c2, &(dc = step));
     }
 
