@@ -4,7 +4,7 @@
 
 namespace {
 
-const double root = std::sqrt(2);
+constexpr double root = std::numbers::sqrt2;
 constexpr Flow line = [](auto, auto y, auto f) { f[0] = y[0] - root; };
 constexpr jac_t slope_of_line = [](auto, auto, auto J) { J[0][0] = 1; };
 constexpr Flow square = [](auto, auto y, auto f) { f[0] = y[0] * y[0] - 2; };
@@ -26,26 +26,25 @@ TEST(EquiPoint, EndsAtARootOrAtItsGuess) {
     struct {
         Flow f;
         jac_t jac;
-        double guess, relative, absolute;
+        double guess, relative, absolute, end;  // the end is the guess where none is found
         int limit;
-        double end;  // the guess where none is found
         bool found;
-    } const cases[] = {{line, slope_of_line, 0, 1e-8, 1e-8, 3, root, true},
-                       {line, slope_of_line, 0, 1e-8, 1e-8, 2, 0, false},
-                       {line, slope_of_line, root, 1e-8, 1e-8, 2, root, true},
-                       {line, slope_of_line, 5, 0, 0, 2, 5, true},
-                       {square, slope_of_square, 1, 0, 1e-8, 5, 1, false},
-                       {square, slope_of_square, 1, 0, 1e-8, 6, root, true},
-                       {square, nullptr, 1, 0, 1e-8, 10, root, true},
-                       {square, slope_of_square, 0, 0, 1e-8, 10, root, true},  // singular at first
-                       {square, slope_of_square, root, 0, 1e-8, 1, root, false},
-                       {arctangent, nullptr, 20, 0, 1e-8, 100, 20, false},
-                       {no_root, slope_of_square, 0.3, 0, 1e-8, 30, 0.3, false},
-                       {undefined_right, nullptr, 0.5, 0, 1e-8, 10, 0.5, false},
-                       {undefined_right, nullptr, 3, 0, 1e-8, 10, 3, false},
-                       {logarithm, nullptr, 0, 1e-8, 0, 10, 0, false},
-                       {reciprocal, nullptr, 0, 1e-8, 0, 10, 0, false},
-                       {nowhere, nullptr, 0, 1e-8, 0, 10, 0, false}};
+    } const cases[] = {{line, slope_of_line, 0, 1e-8, 1e-8, root, 3, true},
+                       {line, slope_of_line, 0, 1e-8, 1e-8, 0, 2, false},
+                       {line, slope_of_line, root, 1e-8, 1e-8, root, 2, true},
+                       {line, slope_of_line, 5, 0, 0, 5, 2, true},
+                       {square, slope_of_square, 1, 0, 1e-8, 1, 5, false},
+                       {square, slope_of_square, 1, 0, 1e-8, root, 6, true},
+                       {square, nullptr, 1, 0, 1e-8, root, 10, true},
+                       {square, slope_of_square, 0, 0, 1e-8, root, 10, true},  // singular at first
+                       {square, slope_of_square, root, 0, 1e-8, root, 1, false},
+                       {arctangent, nullptr, 20, 0, 1e-8, 20, 100, false},
+                       {no_root, slope_of_square, 0.3, 0, 1e-8, 0.3, 30, false},
+                       {undefined_right, nullptr, 0.5, 0, 1e-8, 0.5, 10, false},
+                       {undefined_right, nullptr, 3, 0, 1e-8, 3, 10, false},
+                       {logarithm, nullptr, 0, 1e-8, 0, 0, 10, false},
+                       {reciprocal, nullptr, 0, 1e-8, 0, 0, 10, false},
+                       {nowhere, nullptr, 0, 1e-8, 0, 0, 10, false}};
     for (const auto& c : cases) {
         const OpenHandle tx = open_variational(c.f, 1, c.jac, nullptr, 1e-10);
         TXSetMaxNewtSteps(tx.get(), c.limit);
@@ -122,8 +121,7 @@ TEST(AutonomousOrbit, FindsTheCircle) {
             EXPECT_EQ(ei[0], 0);
         }
     }
-    Search none(Circles::flow, 1e-10, 3.2, 0.3);
-    EXPECT_EQ(none.run(0), -30);
+    EXPECT_EQ(Search(Circles::flow, 1e-10, 3.2, 0.3).run(0), -30);  // no turns
     Search found(Circles::flow, 1e-10, 3, 1e-10);  // on the orbit: no correction moves it
     found.tx->NewtAbsTol = 1e-6;
     ASSERT_EQ(found.run(), 1);
