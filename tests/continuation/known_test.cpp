@@ -1,5 +1,7 @@
 // Bifurcations of periodic orbits where they are known: found on a branch, located from a guess,
 // classified with the orbits that branch off, and followed in a second parameter.
+#include <numeric>
+
 #include "continuation/recorder.hpp"
 
 namespace {
@@ -73,12 +75,11 @@ struct KnownStudy : Study {
     explicit KnownStudy(const Known& study)
         : Study(study.family.flow, study.family.y, study.family.c, study.from, study.family.second),
           known(study),
-          second(study.family.second),
           order(int(y.size())),
           bif(record()),
           damping(Duffing::damping, &study.family == &pendulum ? 0.3 : 0.2),
           stiffness(Duffing::stiffness, &study.family == &pendulum ? -1.0 : 1.0),
-          put_back(second, &study.family == &pendulum ? 1.2 : second) {
+          put_back(known.family.second, &study.family == &pendulum ? 1.2 : known.family.second) {
         tx->NewtRelTol = 1e-5;
         TXSetCut(tx.get(), known.family.cut, 1e-9);
     }
@@ -157,7 +158,6 @@ struct KnownStudy : Study {
     }
 
     const Known& known;
-    double& second;
     int order;
     TrajexBif& bif;
     std::string progress;
@@ -184,14 +184,20 @@ void KnownStudy::expect_found_located_classified_and_followed() {
     std::vector<double> guess = state();
     guess[0] += 1e-4;
     tx->NewtRelTol = 1e-6;
-    bif.tang[0] = bif.cleft = -77, bif.Phi[0][0] = 77;
+    bif.tang[0] = bif.cleft = -77;
     ASSERT_EQ(locate(guess, c + 1e-4, bif.T, turns), 1);
     EXPECT_EQ(bif.biftype + bif.indir, 0);
     EXPECT_NEAR(c, known.at, known.accuracy);
-    // The matrix of the record is the derivative of the image by the state, with the multipliers as
-    // eigenvalues, and by c, which is known for the normal forms.
-    double trace = 0;
-    for (int i = 0; i < order; ++i) trace += bif.Phi[i][i] - bif.er[i];
+    // The matrix of the record is the derivative of the image by the state, which has the
+    // multipliers and carries the flow of an autonomous system round, and by c, known for the
+    // normal forms.
+    double trace = 0, flow[3];
+    known.family.flow(bif.t, bif.y, flow);
+    for (int i = 0; i < order; ++i) {
+        trace += bif.Phi[i][i] - bif.er[i];
+        const double carried = std::inner_product(flow, flow + order, bif.Phi[i], 0.0);
+        EXPECT_NEAR(turns > 0 ? carried : flow[i], flow[i], 1e-4);
+    }
     EXPECT_NEAR(trace, 0, 1e-9);
     EXPECT_NEAR(order == 1 ? bif.Phi[0][1] : 0, &known.family == &folds ? turn : 0, 5e-3);
     if (turns > 0) {  // the trivial multiplier may stand anywhere
@@ -216,11 +222,13 @@ void KnownStudy::expect_found_located_classified_and_followed() {
     }
     if (known.curve_step == 0) return;
     tx->MaxContSteps = 6;
-    ASSERT_EQ(curve(turns > 0 ? TXAuto2DCont : TXNonAuto2DCont, c, second, known.curve_step), 1);
+    ASSERT_EQ(
+        curve(turns > 0 ? TXAuto2DCont : TXNonAuto2DCont, c, known.family.second, known.curve_step),
+        1);
     ASSERT_EQ(points.size(), 7U);
     for (const Point& p : points) expect_critical(p);
     expect_stopped_there();
-    EXPECT_GT(std::fabs(second - points[0].c[1]), 0.01);
+    EXPECT_GT(std::fabs(points[6].c[1] - points[0].c[1]), 0.01);
     expect_orbit(bif.y, c, bif.T, "last of the curve");
 }
 
