@@ -170,6 +170,10 @@ void KnownStudy::expect_found_located_classified_and_followed() {
     ASSERT_EQ(follow(turns == 0 ? forced : cycles, known.step, known.nth), 1);
     const Point found = points.back();
     expect_critical(found);
+    for (const Point& p : points) {
+        const double exact = orbit(0, p.c[0]);
+        EXPECT_NEAR(&known.family == &pitchforks ? p.y[0] : exact, exact, 1e-5);
+    }
     EXPECT_EQ(located().size(), std::size_t(known.nth));
     EXPECT_TRUE(has_title());
     EXPECT_NEAR(found.c[0], known.at, known.accuracy);
