@@ -1,46 +1,28 @@
 #include "allocation.hpp"
 
-#include <atomic>
 #include <cstddef>
 #include <cstdlib>
 #include <new>
 
-namespace {
-
-// Allocations still granted; negative while none is to fail.
-std::atomic<int> granted{-1};
-
-std::atomic<bool> refused{false};
-
-std::atomic<long> made{0};
-
-bool refuse() {
-    if (granted.load() < 0) return false;
-    if (granted.load() == 0) {
-        refused = true;
-        return true;
+// Both forms of each: under a sanitizer the array form is not made of the other one.
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    using Failing = testing_support::FailingAllocation;
+    ++Failing::made;
+    if (Failing::granted == 0) {
+        Failing::refused = true;
+        return nullptr;
     }
-    granted.fetch_sub(1);
-    return false;
+    if (Failing::granted > 0) --Failing::granted;
+    return std::malloc(size != 0 ? size : 1);
 }
 
-}  // namespace
-
-// Both forms of each: under a sanitizer the array form is not made of the other one.
 void* operator new(std::size_t size) {
-    ++made;
-    void* memory = refuse() ? nullptr : std::malloc(size != 0 ? size : 1);
-    if (memory == nullptr) throw std::bad_alloc();
-    return memory;
+    if (void* const memory = operator new(size, std::nothrow)) return memory;
+    throw std::bad_alloc();
 }
 
 void* operator new[](std::size_t size) {
     return operator new(size);
-}
-
-void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    ++made;
-    return refuse() ? nullptr : std::malloc(size != 0 ? size : 1);
 }
 
 void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
@@ -62,24 +44,3 @@ void operator delete[](void* memory) noexcept {
 void operator delete[](void* memory, std::size_t) noexcept {
     std::free(memory);
 }
-
-namespace testing_support {
-
-FailingAllocation::FailingAllocation(int nth) {
-    refused = false;
-    granted = nth - 1;
-}
-
-FailingAllocation::~FailingAllocation() {
-    granted = -1;
-}
-
-bool FailingAllocation::failed() const {
-    return refused.load();
-}
-
-long allocations() {
-    return made.load();
-}
-
-}  // namespace testing_support

@@ -36,6 +36,7 @@ class Bench {
     const trajex::Temporarily<double> restored_c1{Circles::c1, 1}, restored_c2{Circles::c2, 0};
     double &c1 = Circles::c1, &c2 = Circles::c2;
     OpenHandle tx;
+    operator Trajex*() const { return tx.get(); }
     double t = 0, y[2], entry_y[2], entry_c1 = 0, T = 0, dc = 0;
     double rows[2][4], *Phi[2] = {rows[0], rows[1]};
     const double* first_row = nullptr;  // of the work matrix
@@ -51,11 +52,15 @@ class Bench {
         start(0.85, 0.05, -0.2);
     }
     /// Another state and parameter, for an operation that needs them.
-    void start(double y0, double y1, double c) {
+    Trajex* start(double y0, double y1, double c) {
         y[0] = entry_y[0] = y0, y[1] = entry_y[1] = y1, c1 = entry_c1 = c;
+        return tx.get();
     }
     /// On the circle just before it meets its neighbour.
-    void start_circle() { start(1.24, 1e-3, -0.9), T = 2 * pi, dc = -0.05, tx->LambdaPert = 1e-4; }
+    Trajex* start_circle() {
+        T = 2 * pi, dc = -0.05, tx->LambdaPert = 1e-4, tx->MaxContSteps = 3;
+        return start(1.24, 1e-3, -0.9);
+    }
     /// The record of a bifurcation that is to be searched for, or followed.
     TrajexBif* describe(double y0, double c, double period, int type) {
         start(y0, 0, c);
@@ -83,6 +88,13 @@ class Bench {
         return all;
     }
 
+    /// Searches for the equilibrium's bifurcation, or, with a period, for that of an orbit.
+    int locate(double period) {
+        TrajexBif* const bif = describe(0.9, -0.05, period, 0);
+        if (bif == nullptr) return 0;
+        return period > 0 ? TXLocateBif(tx.get(), bif, &c1, 0, nullptr)
+                          : TXLocateEquiBif(tx.get(), bif, &c1, nullptr);
+    }
     static void report_point(Trajex*, FILE*) { Probe::used_up(); }
     static void take_sample(double, double*) { Probe::used_up(); }
     int branch(auto run, auto... arguments) {
@@ -125,58 +137,39 @@ inline const std::vector<Operation>& operations() {
     using enum Restores;
     constexpr int torus = 1, fold = 3, hopf = 6;
     static const std::vector<Operation> all = {
-        {"Step", parameters, [](auto& b) { return TXStep(b.tx.get(), &b.t, b.y); }},
-        {"Integrate", parameters, [](auto& b) { return TXIntegrate(b.tx.get(), &b.t, 1, b.y); }},
-        {"SetAutoCut", everything, [](auto& b) { return TXSetAutoCut(b.tx.get(), b.t, b.y); }},
-        {"ClosestCut", parameters, [](auto& b) { return CLOSESTCUT(b.tx.get(), &b.t, b.y); }},
+        {"Step", parameters, [](auto& b) { return TXStep(b, &b.t, b.y); }},
+        {"Integrate", parameters, [](auto& b) { return TXIntegrate(b, &b.t, 1, b.y); }},
+        {"SetAutoCut", everything, [](auto& b) { return TXSetAutoCut(b, b.t, b.y); }},
+        {"ClosestCut", parameters, [](auto& b) { return CLOSESTCUT(b, &b.t, b.y); }},
         {"PoincareStep", parameters,
-         [](auto& b) {
-             b.start(2, -1e-5, 0.5);
-             return TXPoincareStep(b.tx.get(), &b.t, b.y);
-         }},
-        {"NumJac", everything, [](auto& b) { return TXNumJac(b.tx.get(), b.t, b.y, b.Phi); }},
-        {"NumParamJac", everything,
-         [](auto& b) { return TXNumParamJac(b.tx.get(), b.t, b.y, b.Phi); }},
+         [](auto& b) { return TXPoincareStep(b.start(2, -1e-5, 0.5), &b.t, b.y); }},
+        {"NumJac", everything, [](auto& b) { return TXNumJac(b, b.t, b.y, b.Phi); }},
+        {"NumParamJac", everything, [](auto& b) { return TXNumParamJac(b, b.t, b.y, b.Phi); }},
         {"NumCutJac", everything,
-         [](auto& b) { return TXNumCutJac(b.tx.get(), b.t, b.y, &b.c1, &b.c2, b.Phi[0]); }},
-        {"VarStep", parameters, [](auto& b) { return TXVarStep(b.tx.get(), &b.t, b.y, b.Phi); }},
+         [](auto& b) { return TXNumCutJac(b, b.t, b.y, &b.c1, &b.c2, b.Phi[0]); }},
+        {"VarStep", parameters, [](auto& b) { return TXVarStep(b, &b.t, b.y, b.Phi); }},
         {"VarIntegrate", parameters,
-         [](auto& b) { return TXVarIntegrate(b.tx.get(), &b.t, 1, b.y, b.Phi); }},
+         [](auto& b) { return TXVarIntegrate(b, &b.t, 1, b.y, b.Phi); }},
         {"VarPoincareStep", parameters,
-         [](auto& b) {
-             b.start(2, -1e-5, 0.5);
-             return TXVarPoincareStep(b.tx.get(), &b.t, b.y, b.Phi);
-         }},
-        {"EquiPoint", everything, [](auto& b) { return TXEquiPoint(b.tx.get(), b.y); }},
+         [](auto& b) { return TXVarPoincareStep(b.start(2, -1e-5, 0.5), &b.t, b.y, b.Phi); }},
+        {"EquiPoint", everything, [](auto& b) { return TXEquiPoint(b, b.y); }},
         {"NonAutoOrbit", parameters,
-         [](auto& b) { return TXNonAutoOrbit(b.tx.get(), b.t, b.y, b.Phi, b.T); }},
+         [](auto& b) { return TXNonAutoOrbit(b, b.t, b.y, b.Phi, b.T); }},
         {"AutoOrbit", parameters,
-         [](auto& b) {
-             b.start_circle();
-             return TXAutoOrbit(b.tx.get(), b.t, b.y, b.Phi, 1, &b.T);
-         }},
-        {"LocateEquiBif", other_parameter,
-         [](auto& b) {
-             TrajexBif* bif = b.describe(0.9, -0.05, 0, 0);
-             return bif == nullptr ? 0 : TXLocateEquiBif(b.tx.get(), bif, &b.c1, nullptr);
-         }},
-        {"LocateBif", other_parameter,
-         [](auto& b) {
-             TrajexBif* bif = b.describe(0.9, -0.05, 5, 0);
-             return bif == nullptr ? 0 : TXLocateBif(b.tx.get(), bif, &b.c1, 0, nullptr);
-         }},
+         [](auto& b) { return TXAutoOrbit(b.start_circle(), b.t, b.y, b.Phi, 1, &b.T); }},
+        {"LocateEquiBif", other_parameter, [](auto& b) { return b.locate(0); }},
+        {"LocateBif", other_parameter, [](auto& b) { return b.locate(5); }},
         {"CheckBif", other_parameter,
          [](auto& b) {
-             TrajexBif* bif = b.describe(0.9, -0.05, 5, 0);
-             if (bif == nullptr || TXLocateBif(b.tx.get(), bif, &b.c1, 0, nullptr) != 1) return 0;
-             return TXCheckBif(b.tx.get(), bif, &b.c1, 0.05, 0, nullptr);
+             if (b.locate(5) != 1) return 0;
+             return TXCheckBif(b, b.tx->txb, &b.c1, 0.05, 0, nullptr);
          }},
         {"EquiCont", other_parameter, [](auto& b) { return b.branch(TXEquiCont, b.y); }},
         {"NonAutoCont", other_parameter,
          [](auto& b) { return b.branch(TXNonAutoCont, b.t, b.y, b.T); }},
         {"AutoCont", other_parameter,
          [](auto& b) {
-             b.start_circle(), b.tx->MaxContSteps = 3;
+             b.start_circle();
              return b.branch(TXAutoCont, b.t, b.y, 1, &b.T);
          }},
         {"Equi2DCont", nothing,
@@ -186,9 +179,9 @@ inline const std::vector<Operation>& operations() {
         {"Auto2DCont", nothing,
          [](auto& b) { return b.describe(1, -1, 2 * pi, fold) ? b.curve(TXAuto2DCont) : 0; }},
         {"LyapCalc", parameters,
-         [](auto& b) { return TXLyapCalc(b.tx.get(), &b.t, b.y, 1e-5, 0.25, 2, 4, b.Phi[0], 2); }},
+         [](auto& b) { return TXLyapCalc(b, &b.t, b.y, 1e-5, 0.25, 2, 4, b.Phi[0], 2); }},
         {"Table", parameters,
-         [](auto& b) { return TXftableg(b.tx.get(), &b.t, 1, 4, b.y, &Bench::take_sample); }},
+         [](auto& b) { return TXftableg(b, &b.t, 1, 4, b.y, &Bench::take_sample); }},
     };
     return all;
 }

@@ -89,11 +89,6 @@ struct VanDerPol {
     static void parameter_jacobian(double, double* y, double** P) {
         P[0][0] = 0, P[1][0] = (1 - y[0] * y[0]) * y[1];
     }
-    /// The flow with the integral of its divergence as a third component.
-    static void flow_and_divergence(double t, double* y, double* f) {
-        flow(t, y, f);
-        f[2] = mu * (1 - y[0] * y[0]);
-    }
 };
 
 /// With s the square of the distance r from the equilibrium (1 + c1, 0):
@@ -120,7 +115,6 @@ struct Circles {
         P[1][0] = v / 20 - P[1][0], P[1][1] = s * v / 20;
     }
     static double growth(double s) { return (c1 + c2 * s - s * s) / 20; }
-    static double squared_radius() { return c2 / 2 + std::sqrt(c2 * c2 / 4 + c1); }
 };
 
 /// A stable cycle of radius sqrt(a) that turns with unit velocity.
@@ -139,11 +133,6 @@ struct Brusselator {
         const double reaction = y[0] * y[0] * y[1];
         f[0] = A + reaction - (B + 1) * y[0], f[1] = B * y[0] - reaction;
     }
-};
-
-/// y' = -y + cos t: the periodic solution is (cos t + sin t) / 2.
-struct ForcedDecay {
-    static void flow(double t, double* y, double* f) { f[0] = -y[0] + std::cos(t); }
 };
 
 /// x' = -y - z, y' = x + a y, z' = b + z (x - c).
@@ -176,11 +165,7 @@ struct Langford {
 };
 
 /// Cut functions: a component.
-inline double first_component(double, double* y) {
-    return y[0];
-}
-inline double second_component(double, double* y) {
-    return y[1];
-}
+inline constexpr Cut first_component = [](double, double* y) { return y[0]; };
+inline constexpr Cut second_component = [](double, double* y) { return y[1]; };
 
 }  // namespace testing_support

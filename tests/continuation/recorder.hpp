@@ -37,17 +37,16 @@ using CurveRun = int (*)(Trajex*, double*, double*, double*, int, ...);
 /// A handle at settings that suit bifurcations, a start, and runs from there with a state stream
 /// and a user output. The latter takes the points in place of a stream.
 struct Study {
-    /// The parameters of the handle are those listed, or the one that a branch is followed in.
+    /// The parameters of the handle are the one that a branch is followed in, then those listed.
     template <class... Listed>
     Study(Flow flow, std::vector<double> guess, double& parameter, double value, Listed&... listed)
-        : y(std::move(guess)), c(parameter), start(parameter, value) {
-        const int order = static_cast<int>(y.size());
-        if constexpr (sizeof...(listed) == 0) {
-            tx = open_variational(flow, order, nullptr, nullptr, 1e-9, &parameter);
-        } else {
-            tx = open_variational(flow, order, nullptr, nullptr, 1e-9, &listed...);
-        }
+        : tx(open_variational(flow, int(guess.size()), nullptr, nullptr, 1e-9, &parameter,
+                              &listed...)),
+          y(std::move(guess)),
+          c(parameter),
+          start(parameter, value) {
         tx->LambdaNewtRelTol = 1e-6;
+        tx->JacPert = tx->ParamJacPert = 1e-7;  // a bifurcation moves by as much
         TXSetCut(tx.get(), second_component, 1e-9);
     }
     Trajex* operator->() const { return tx.get(); }
@@ -76,6 +75,7 @@ struct Study {
         }
     }
     int curve(CurveRun run, double& c1, double& c2, double step) {
+        tx->LambdaNewtAbsTol = 1e-6;
         return recorded(run, &c1, &c2, &(dc = step));
     }
 
@@ -91,7 +91,7 @@ struct Study {
         const Points found = located();
         ASSERT_EQ(found.size(), parameters.size());
         for (std::size_t i = 0; i < found.size(); ++i) {
-            EXPECT_NEAR(found[i].c.back(), parameters[i], accuracy);
+            EXPECT_NEAR(found[i].c[0], parameters[i], accuracy);
         }
     }
     /// As the text reports them.

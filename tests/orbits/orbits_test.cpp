@@ -4,30 +4,11 @@
 
 namespace {
 
-constexpr Flow shifted = [](auto, auto y, auto f) { f[0] = y[0] - 1, f[1] = y[1] + 2; };
-constexpr jac_t identity = [](auto, auto, auto J) { J[0][0] = J[1][1] = 1, J[0][1] = J[1][0] = 0; };
-
-// From a guess, from the equilibrium itself, and from anywhere when there are no tolerances.
-TEST(EquiPoint, TakesOneCorrectionWhereTheSystemIsLinear) {
-    struct {
-        double RelTol, guess[2], end[2];
-        int evaluations;
-    } const cases[] = {
-        {1e-6, {0, 0}, {1, -2}, 2}, {1e-6, {1, -2}, {1, -2}, 1}, {0, {5, 6}, {5, 6}, 1}};
-    for (const auto& c : cases) {
-        const OpenHandle tx = open_recording(Probe::flow<shifted>, 2, c.RelTol);
-        ASSERT_EQ(TXVarOpenTrajex(tx.get(), identity, 0), 1);
-        tx->NewtAbsTol = c.RelTol * 1e-4;
-        double y[] = {c.guess[0], c.guess[1]};
-        Probe::set(Probe::never);
-        EXPECT_EQ(TXEquiPoint(tx.get(), y), 1);
-        EXPECT_TRUE(y[0] == c.end[0] && y[1] == c.end[1]);
-        EXPECT_EQ(Probe::calls, c.evaluations);
-    }
-}
-
-constexpr Flow root_of_two = [](auto, auto y, auto f) { f[0] = y[0] * y[0] - 2; };
-constexpr jac_t slope_of_root = [](auto, auto y, auto J) { J[0][0] = 2 * y[0]; };
+constexpr double root = std::numbers::sqrt2;
+constexpr Flow line = [](auto, auto y, auto f) { f[0] = y[0] - root; };
+constexpr jac_t slope_of_line = [](auto, auto, auto J) { J[0][0] = 1; };
+constexpr Flow square = [](auto, auto y, auto f) { f[0] = y[0] * y[0] - 2; };
+constexpr jac_t slope_of_square = [](auto, auto y, auto J) { J[0][0] = 2 * y[0]; };
 // Newton's method diverges beyond |y| = 1.39.
 constexpr Flow arctangent = [](auto, auto y, auto f) { f[0] = std::atan(y[0]); };
 constexpr Flow no_root = [](auto, auto y, auto f) { f[0] = y[0] * y[0] + 1; };
@@ -38,34 +19,40 @@ constexpr Flow logarithm = [](auto, auto y, auto f) { f[0] = std::log(y[0]); };
 constexpr Flow reciprocal = [](auto, auto y, auto f) { f[0] = 1 / (y[0] * y[0]); };
 constexpr Flow nowhere = [](auto, auto y, auto f) { f[0] = std::sqrt(-1 - y[0] * y[0]); };
 
-// Code 30, the guess back in place, whatever the reason.
-TEST(EquiPoint, GivesTheGuessBackWhenItFails) {
+// A linear system takes one correction and a second look, the root itself one look, and so does
+// any point when there are no tolerances; the look at the limit never counts. Whatever the reason
+// of a failure, it is code 30, and the guess is back in place.
+TEST(EquiPoint, EndsAtARootOrAtItsGuess) {
     struct {
         Flow f;
         jac_t jac;
-        double guess;
+        double guess, relative, absolute, end;  // the end is the guess where none is found
         int limit;
         bool found;
-    } const cases[] = {{root_of_two, slope_of_root, 1, 5, false},
-                       {root_of_two, slope_of_root, 1, 6, true},
-                       {root_of_two, nullptr, 1, 10, true},
-                       {root_of_two, slope_of_root, 0, 10, true},  // a singular start
-                       {root_of_two, slope_of_root, std::sqrt(2.0), 1, false},
-                       {arctangent, nullptr, 20, 100, false},
-                       {no_root, slope_of_root, 0.3, 30, false},
-                       {undefined_right, nullptr, 0.5, 10, false},
-                       {undefined_right, nullptr, 3, 10, false},
-                       {logarithm, nullptr, 0, 10, false},
-                       {reciprocal, nullptr, 0, 10, false},
-                       {nowhere, nullptr, 0, 10, false}};
+    } const cases[] = {{line, slope_of_line, 0, 1e-8, 1e-8, root, 3, true},
+                       {line, slope_of_line, 0, 1e-8, 1e-8, 0, 2, false},
+                       {line, slope_of_line, root, 1e-8, 1e-8, root, 2, true},
+                       {line, slope_of_line, 5, 0, 0, 5, 2, true},
+                       {square, slope_of_square, 1, 0, 1e-8, 1, 5, false},
+                       {square, slope_of_square, 1, 0, 1e-8, root, 6, true},
+                       {square, nullptr, 1, 0, 1e-8, root, 10, true},
+                       {square, slope_of_square, 0, 0, 1e-8, root, 10, true},  // singular at first
+                       {square, slope_of_square, root, 0, 1e-8, root, 1, false},
+                       {arctangent, nullptr, 20, 0, 1e-8, 20, 100, false},
+                       {no_root, slope_of_square, 0.3, 0, 1e-8, 0.3, 30, false},
+                       {undefined_right, nullptr, 0.5, 0, 1e-8, 0.5, 10, false},
+                       {undefined_right, nullptr, 3, 0, 1e-8, 3, 10, false},
+                       {logarithm, nullptr, 0, 1e-8, 0, 0, 10, false},
+                       {reciprocal, nullptr, 0, 1e-8, 0, 0, 10, false},
+                       {nowhere, nullptr, 0, 1e-8, 0, 0, 10, false}};
     for (const auto& c : cases) {
         const OpenHandle tx = open_variational(c.f, 1, c.jac, nullptr, 1e-10);
         TXSetMaxNewtSteps(tx.get(), c.limit);
-        (c.guess == 0 && !c.found ? tx->NewtAbsTol : tx->NewtRelTol) = 0;
+        tx->NewtRelTol = c.relative, tx->NewtAbsTol = c.absolute;
         double y[] = {c.guess};
         EXPECT_EQ(TXEquiPoint(tx.get(), y), c.found);
         EXPECT_EQ(tx->ErrorCode, c.found ? 0 : 30);
-        EXPECT_NEAR(y[0], c.found ? std::sqrt(2.0) : c.guess, c.found ? 1e-9 : 0);
+        EXPECT_NEAR(y[0], c.end, c.end == c.guess ? 0 : 1e-9);
     }
 }
 
@@ -81,21 +68,19 @@ struct Search {
         tx->cp[0] = 1;  // there is no room for a column of sensitivities
     }
     ~Search() { EXPECT_TRUE(Phi.untouched_outside()); }
-    int run(int p = 1, double t = 0) { return TXAutoOrbit(tx.get(), t, y, Phi, p, &T); }
-
-    void expect_multipliers(double other) {
-        double er[2], ei[2];
-        ASSERT_EQ(TXEigen(tx.get(), 2, Phi, er, ei), 1);
-        EXPECT_NEAR(std::fmax(er[0], er[1]), 1, 1e-6);
-        EXPECT_NEAR(std::fmin(er[0], er[1]), other, 1e-6);
-        EXPECT_EQ(ei[0], 0);
+    /// 1, or the negative code of the failure, 0 where it has none.
+    int run(int turns = 1, double t = 0) {
+        return TXAutoOrbit(tx.get(), t, y, Phi, turns, &T) == 1 ? 1 : -tx->ErrorCode;
     }
 };
+
+/// The periodic solution is (cos t + sin t) / 2.
+constexpr Flow forced_decay = [](auto t, auto y, auto f) { f[0] = -y[0] + std::cos(t); };
 
 // Started in another phase, and where the orbit of twice the period is the same one. A linear
 // system takes one correction and a second look; the look at the limit never counts.
 TEST(ForcedOrbit, MeetsTheClosedForm) {
-    const OpenHandle tx = open_variational(ForcedDecay::flow, 1, nullptr, nullptr, 1e-10);
+    const OpenHandle tx = open_variational(forced_decay, 1, nullptr, nullptr, 1e-10);
     Matrix Phi(1, 1);
     double y = 7;
     for (const int turns : {1, 2}) {
@@ -113,22 +98,30 @@ TEST(ForcedOrbit, MeetsTheClosedForm) {
     }
 }
 
-// From inside, from outside, and as one of several turns.
+// From inside, from outside, as one of several turns, and on a plane across the flow at any time.
 TEST(AutonomousOrbit, FindsTheCircle) {
     for (const int p : {1, 2, 3}) {
         for (const double guess : {2.8, 3.0, 3.2}) {
             Search search(Circles::flow, 1e-10, guess, 0.1);
-            ASSERT_EQ(search.run(p), 1);
+            if (p == 2) {
+                TXSetCut(search.tx.get(), nullptr, 1e-9);
+                EXPECT_EQ(search.run(p), -8) << "no section yet";
+                TXSetAutoCut(search.tx.get(), 0, search.y);
+            }
+            ASSERT_EQ(search.run(p, 50 * (p - 1)), 1);
             EXPECT_NEAR(search.T, p * 2 * pi, 1e-7);
-            EXPECT_NEAR(std::fabs(search.y[0] - 2), 1, 4e-8);
-            EXPECT_LT(std::fabs(search.y[1]), 1e-8);
+            EXPECT_NEAR(std::hypot(search.y[0] - 2, search.y[1]), 1, 4e-8);
+            EXPECT_LT(std::fabs((p == 2 ? TXAutoCut(search.tx.get(), 0, search.y) : search.y[1])),
+                      1e-8);
             EXPECT_EQ(search.tx->nparam, 1);
-            search.expect_multipliers(std::exp(-0.4 * pi * p));
+            double er[2], ei[2];
+            ASSERT_EQ(TXEigen(search.tx.get(), 2, search.Phi, er, ei), 1);
+            EXPECT_NEAR(std::fmax(er[0], er[1]), 1, 1e-6);
+            EXPECT_NEAR(std::fmin(er[0], er[1]), std::exp(-0.4 * pi * p), 1e-6);
+            EXPECT_EQ(ei[0], 0);
         }
     }
-    Search none(Circles::flow, 1e-10, 3.2, 0.3);
-    EXPECT_EQ(none.run(0), 0);
-    EXPECT_EQ(TXErrorTrajex(none.tx.get()), 30);
+    EXPECT_EQ(Search(Circles::flow, 1e-10, 3.2, 0.3).run(0), -30);  // no turns
     Search found(Circles::flow, 1e-10, 3, 1e-10);  // on the orbit: no correction moves it
     found.tx->NewtAbsTol = 1e-6;
     ASSERT_EQ(found.run(), 1);
@@ -137,40 +130,13 @@ TEST(AutonomousOrbit, FindsTheCircle) {
     for (const int limit : {0, 1, 2}) {
         Search search(Circles::flow, 1e-10, 3.2, 0.1);
         TXSetMaxNewtSteps(search.tx.get(), limit);
-        EXPECT_EQ(search.run(), limit == 2);
+        EXPECT_EQ(search.run(), limit == 2 ? 1 : -30);
     }
     for (const int limit : {0, 1, 3}) {  // the section is not reached: no code
         Search lost(Circles::flow, 1e-10, 2.1, 0.1);
         TXSetMaxPeriodSteps(lost.tx.get(), limit);
-        EXPECT_EQ(lost.run() + TXErrorTrajex(lost.tx.get()), 0);
+        EXPECT_EQ(lost.run(), 0);
         EXPECT_EQ(lost.T, -1);
-    }
-}
-
-// det Phi is the exponential of the divergence integrated round the orbit, and so, one multiplier
-// being 1, the other one. Period and amplitude are published. Orbits are the same on any section.
-TEST(AutonomousOrbit, MeetsThePublishedFiguresOfVanDerPol) {
-    Search search(VanDerPol::flow, 1e-11, 2, 0.1);
-    search.tx->jac = VanDerPol::jacobian;
-    ASSERT_EQ(search.run(), 1);
-    EXPECT_NEAR(search.T, 6.66328685932, 1e-8);
-    EXPECT_NEAR(std::fabs(search.y[0]), 2.008619860, 1e-8);
-    const OpenHandle plain = open_recording(VanDerPol::flow_and_divergence, 3, 1e-11);
-    double z[3] = {search.y[0], search.y[1], 0}, t = 0;
-    ASSERT_EQ(TXIntegrate(plain.get(), &t, search.T, z), 1);
-    EXPECT_NEAR(determinant(search.Phi, 2) / std::exp(z[2]), 1, 1e-6);
-    search.expect_multipliers(std::exp(z[2]));
-
-    Search hyperplane(VanDerPol::flow, 1e-10, 1.5, -1);
-    TXSetCut(hyperplane.tx.get(), nullptr, 1e-9);
-    EXPECT_EQ(hyperplane.run(), 0);
-    EXPECT_EQ(TXErrorTrajex(hyperplane.tx.get()), 8);  // no section yet
-    ASSERT_EQ(TXSetAutoCut(hyperplane.tx.get(), 0, hyperplane.y), 1);
-    for (const double start : {0.0, 100.0}) {
-        hyperplane.y[0] = 1.5, hyperplane.y[1] = -1;
-        ASSERT_EQ(hyperplane.run(1, start), 1) << "started at " << start;
-        EXPECT_NEAR(hyperplane.T, 6.66328685932, 1e-6);
-        EXPECT_LT(std::fabs(TXAutoCut(hyperplane.tx.get(), 0, hyperplane.y)), 1e-8);
     }
 }
 
@@ -197,24 +163,18 @@ TEST(AutonomousOrbit, RegainsTheSectionAlongTheTrajectory) {
 // From any evaluation on the flow may be undefined: the search ends soon, with the code of the step
 // that could not be made, and never claims an orbit.
 TEST(AutonomousOrbit, EndsWithTheCodeOfAFailingStep) {
-    int failures = 0;
-    for (const long good : {0, 1, 9, 50, 400, 1000, 3000}) {
+    for (const long good : {0, 1, 9, 50, 400, 1000, 3000, 100000}) {
         Probe::set(good, false);
         Search search(Probe::flow<Circles::flow>, 1e-8, 3.2, 0.1);
-        if (search.run() == 1) {
-            EXPECT_LE(Probe::calls, good);
-            continue;
-        }
-        ++failures;
-        const int code = TXErrorTrajex(search.tx.get());
-        EXPECT_TRUE(code == 29 || code == 30);
+        const int result = search.run();
+        EXPECT_TRUE(good == 100000 ? result == 1 : result == -29 || result == -30)
+            << good << result;
         EXPECT_LT(Probe::calls, good + 5000);
     }
-    EXPECT_GE(failures, 6);
     Probe::set(100, false);
     Search forced(Probe::flow<Circles::flow>, 1e-8, 3.2, 0.1);
     EXPECT_EQ(TXNonAutoOrbit(forced.tx.get(), 0, forced.y, forced.Phi, 2 * pi), 0);
-    EXPECT_EQ(TXErrorTrajex(forced.tx.get()), 29);
+    EXPECT_EQ(forced.tx->ErrorCode, 29);
     Probe::set(Probe::never);
 }
 
@@ -225,31 +185,18 @@ void receding(double t, double* y, double* f) {
     f[0] = 0.1 * (1 - std::atan(y[0]));
     f[1] = (1 + std::pow(std::fabs(y[0]), power)) * (std::cos(t) - y[1]);
 }
-template <int power>
-void receding_slope(double t, double* y, double** J) {
-    const double distance = std::fabs(y[0]);
-    J[0][0] = -0.1 / (1 + y[0] * y[0]);
-    J[0][1] = 0;
-    J[1][0] = power * std::pow(distance, power - 1) * (y[0] < 0 ? -1 : 1) * (std::cos(t) - y[1]);
-    J[1][1] = -1 - std::pow(distance, power);
-}
 
-// From 5 the next iterate is far away, or near enough but with a period that takes too many steps.
+// From 5 the next iterate is far away, or near enough but with a period that takes too many steps:
+// the evaluations do not run out.
 TEST(SearchLimits, ForcedOrbitsThatRunAwayAreNotFollowed) {
-    struct {
-        void (*flow)(double, double*, double*);
-        jac_t slope;
-        long evaluations;
-    } const cases[] = {{Probe::flow<receding<1>>, receding_slope<1>, 300'000},
-                       {Probe::flow<receding<3>>, receding_slope<3>, 30'000'000}};
-    for (const auto& c : cases) {
-        const OpenHandle tx = open_variational(c.flow, 2, c.slope, nullptr, 1e-6);
-        const Temporarily limit(Probe::left, c.evaluations);
+    const std::pair<Flow, long> cases[] = {{Probe::flow<receding<1>>, 300'000},
+                                           {Probe::flow<receding<3>>, 50'000'000}};
+    for (const auto& [flow, evaluations] : cases) {
+        const OpenHandle tx = open_variational(flow, 2, nullptr, nullptr, 1e-6);
+        const Temporarily limit(Probe::left, evaluations);
         double y[] = {5, 0.5};
         Matrix Phi(2, 2);
-        int result = 1;
-        EXPECT_NO_THROW(result = TXNonAutoOrbit(tx.get(), 0, y, Phi, 2 * pi));
-        EXPECT_EQ(result, 0);
+        EXPECT_EQ(TXNonAutoOrbit(tx.get(), 0, y, Phi, 2 * pi), 0);
         EXPECT_EQ(tx->ErrorCode, 30);
     }
 }
@@ -259,22 +206,22 @@ constexpr Flow damped = [](auto, auto y, auto f) { f[0] = y[1], f[1] = -y[0] - d
 
 // A small orbit is one, as long as the tolerance tells its points apart.
 TEST(SearchLimits, AnEquilibriumIsNoOrbit) {
+    const auto search_near = [](Flow flow, double guess, double RelTol, double tolerance) {
+        Search search(flow, RelTol, guess, 0.1 * guess);
+        search.tx->NewtAbsTol = tolerance;
+        const int result = search.run();
+        EXPECT_LT(std::hypot(search.y[0], search.y[1]), flow == damped ? 1e-7 : 1.1e-5);
+        return result;
+    };
     for (const double strength : {0.02, 0.2, 0.6}) {
         for (const double guess : {1e-9, 0.5, 5.0}) {
             const Temporarily set(damping, strength);
-            Search search(damped, 1e-9, guess, 0.1 * guess);
-            TXSetCut(search.tx.get(), second_component, 1e-9);
-            EXPECT_EQ(search.run(), 0);
-            EXPECT_EQ(search.tx->ErrorCode, 20) << strength << ' ' << guess;
-            EXPECT_LT(std::hypot(search.y[0], search.y[1]), 1e-7);
+            EXPECT_EQ(search_near(damped, guess, 1e-9, 1e-7), -20) << strength << ' ' << guess;
         }
     }
     const Temporarily small(Cycle::a, 1e-10);
     for (const double tolerance : {1e-7, 3e-5, 1e-4}) {
-        Search search(Cycle::flow, 1e-12, 1e-5, 1e-7);
-        search.tx->NewtAbsTol = tolerance;
-        EXPECT_EQ(search.run(), tolerance < 1e-5);
-        EXPECT_EQ(search.tx->ErrorCode, tolerance < 1e-5 ? 0 : 20);
+        EXPECT_EQ(search_near(Cycle::flow, 1e-5, 1e-12, tolerance), tolerance < 1e-5 ? 1 : -20);
     }
 }
 
