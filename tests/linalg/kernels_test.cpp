@@ -5,6 +5,8 @@
 #include "checksums.hpp"
 #include "support.hpp"
 
+#include "linalg/dense.hpp"
+
 namespace {
 
 using Complex = std::complex<double>;
@@ -233,23 +235,37 @@ TEST(Lu, LinearSystemsOfEveryScale) {
         double p, q, r;
         Rows a = {{2, 1, 0}, {1, 3, 1}, {0, 1, 4}};
     } const cases[] = {{1e-310, 1e-310, 1e-310},
-                       {1e-300, 1e-300, 1e-300},
+                       {1e-300, 1e-300, 3e-300},
                        {1e300, 1e300, 1e300},
                        {1e-310, 1, 1},
-                       {1, 1, 1e-310},
-                       {1e150, 1e150, 1},
+                       {1, 1e-5, 1e-310},
+                       {1e150, 1e300, 1},
                        {1, 1, 1, {{1, 0, 0}, {0, 2e-310, 1e-310}, {1, 1e-310, 3e-310}}}};
-    for (const auto& c : cases) {
-        const double sizes[] = {c.p, c.q, c.r};
-        Matrix m = Matrix::made(3, 3, [&](auto i, auto j) { return sizes[i] * c.a[i][j]; });
-        double b[3], work[6];
-        for (std::size_t i = 0; i < 3; ++i) b[i] = m[i][0] + m[i][1] + m[i][2];
+    for (const auto& [p, q, r, rows] : cases) {
+        SCOPED_TRACE(testing::Message() << p << ' ' << q << ' ' << r);
+        const double sizes[] = {p, q, r};
+        double elements[9], by_rows[3] = {}, by_columns[3] = {}, work[6];
+        for (std::size_t m = 0; m < 9; ++m) {
+            elements[m] = sizes[m / 3] * rows[m / 3][m % 3];
+            by_rows[m / 3] += elements[m];
+            by_columns[m % 3] += elements[m];
+        }
+        Matrix m = Matrix::made(3, 3, [&](auto i, auto j) { return elements[3 * i + j]; });
+        Vector dense(by_rows, by_rows + 3);
         Trajex tx{};
-        ASSERT_EQ(TXLinZero(&tx, 3, m, b, work), 1);
-        EXPECT_NEAR(b[0], 1, 1e-12) << c.p << ' ' << c.q << ' ' << c.r;
-        if (c.a[1][1] < 1) continue;  // these have lost digits
-        EXPECT_NEAR(b[1], 1, 1e-12) << c.p << ' ' << c.q << ' ' << c.r;
-        EXPECT_NEAR(b[2], 1, 1e-12) << c.p << ' ' << c.q << ' ' << c.r;
+        ASSERT_EQ(TXLinZero(&tx, 3, m, by_rows, work), 1);
+        trajex::DenseLu lu;
+        ASSERT_TRUE(lu.decompose(elements, 3));
+        EXPECT_FALSE(lu.singular());
+        lu.solve(dense.data());
+        lu.solve_transposed(by_columns);
+        // Elements far smaller than their row lose digits, sums over columns those of whole rows.
+        const std::size_t good = rows[1][1] < 1 ? 1 : 3;
+        for (std::size_t i = 0; i < good; ++i) {
+            EXPECT_NEAR(by_rows[i], 1, 1e-12);
+            EXPECT_NEAR(dense[i], 1, 1e-12);
+            EXPECT_TRUE(p < r / 4 || p > r || good < 3 || std::fabs(by_columns[i] - 1) < 1e-12);
+        }
     }
 }
 
