@@ -128,19 +128,16 @@ TEST(Eigen, KnownSpectraOfEveryOrderAndScale) {
         });
         EXPECT_LT(distance(badly_scaled, exact), 1e-11) << "n = " << n;
     }
-    const double rotation[2][2] = {{0, 1}, {-1, 0}};
-    const double chain[3][3] = {{2, 1, 0}, {1, 2, 1}, {0, 1, 2}};
     for (const double size : {1e-310, 1e-200, 1e-101, 1.0, 1e101, 1e200, 1e307}) {
-        const auto scaled = [&](const auto& a) {
-            const std::size_t n = std::size(a);
-            return Matrix::made(n, n, [&](auto i, auto j) { return size * a[i][j]; });
-        };
-        EXPECT_LT(distance(scaled(rotation), {{0, 1}, {0, -1}}, size), 1e-12) << size;
-        EXPECT_LT(distance(scaled(chain), {2, 2 - std::sqrt(2), 2 + std::sqrt(2)}, size), 1e-12);
-        Matrix reduced = scaled(rotation);
+        Matrix rotation(2, 2), chain = Matrix::made(3, 3, [size](auto i, auto j) {
+                                   return i == j ? 2 * size : i + j == 2 ? 0 : size;
+                               });
+        rotation[0][1] = size, rotation[1][0] = -size;
+        EXPECT_LT(distance(rotation, {{0, 1}, {0, -1}}, size), 1e-12) << size;
+        EXPECT_LT(distance(chain, {2, 2 - std::sqrt(2), 2 + std::sqrt(2)}, size), 1e-12) << size;
         double re[2], im[2];
         Trajex tx{};
-        EXPECT_EQ(Hqr(&tx, reduced, 2, re, im), 1);
+        EXPECT_EQ(Hqr(&tx, rotation, 2, re, im), 1);
         EXPECT_TRUE(re[0] == 0 && re[1] == 0 && im[0] == -im[1]);
         EXPECT_NEAR(std::fabs(im[0] / size), 1, 1e-12) << size;
     }
