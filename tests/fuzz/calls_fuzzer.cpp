@@ -52,26 +52,15 @@ void troubled(double t, double* y, double* f) {
 
 void change_settings(Choices& choices, Bench& b) {
     Trajex* const tx = b.tx.get();
-    double* const fields[] = {&tx->h,
-                              &tx->TX->h,
-                              &tx->hmax,
-                              &tx->RelTol,
-                              &tx->NewtRelTol,
-                              &tx->NewtAbsTol,
-                              &tx->LambdaPert,
-                              &tx->JacPert,
-                              &tx->CutEps,
-                              &tx->TX->RelTol,
-                              &b.t,
-                              &b.T,
-                              &b.dc,
-                              &b.y[0],
-                              &b.y[1],
-                              &b.c1,
-                              &b.c2,
-                              &trouble_at,
-                              &tx->ParamJacPert};
-    double& field = *fields[choices.below(std::size(fields))];
+    double Trajex::*const settings[] = {
+        &Trajex::h,          &Trajex::hmax,       &Trajex::RelTol,
+        &Trajex::NewtRelTol, &Trajex::NewtAbsTol, &Trajex::JacPert,
+        &Trajex::CutEps,     &Trajex::LambdaPert, &Trajex::ParamJacPert};
+    double* const others[] = {&tx->TX->h, &tx->TX->RelTol, &trouble_at, &b.t,  &b.T,
+                              &b.dc,      &b.y[0],         &b.y[1],     &b.c1, &b.c2};
+    const bool setting = choices.below(2) == 0;
+    double& field = setting ? tx->*settings[choices.below(std::size(settings))]
+                            : *others[choices.below(std::size(others))];
     field = choices.below(2) == 0 ? choices.number() : choices.positive();
     TXSetMaxPeriodSteps(tx, choices.below(200));
     TXSetMaxNewtSteps(tx, choices.below(12));
