@@ -7,7 +7,6 @@
 #include "checksums.hpp"
 #include "support.hpp"
 
-#include "linalg/eigen.hpp"
 #include "linalg/lane_lu.hpp"
 
 using namespace trajex;
@@ -143,19 +142,15 @@ TEST(Dense, SingularMatricesGiveHugeSolutionsAndSaySo) {
 // published limit of iterations: their eigenvalues have the sums of powers that the traces say.
 TEST(Dense, EigenvaluesOfRandomMatricesAreFound) {
     DenseEigen eigen(8);
-    int slow = 0;
     for (unsigned seed = 0; seed < 24000; ++seed) {
         const std::size_t n = 3 + seed % 6;
-        const double sizes[] = {1, 0x1p-1030, 0x1p-600, 0x1p600, 0x1p1018};
-        const double size = sizes[seed % 5];
+        const double size = std::ldexp(1.0, 510 * int(seed % 5) - 1030);
         auto A = random_numbers<double>(n * n, seed);
         for (double& x : A) x = std::round(1.5 * x);
         const auto square = product(A, A, n, n);
-        std::vector<double> re(n), im(n), copy = A, scaled = A;
-        std::vector<double*> rows;
-        for (std::size_t i = 0; i < n; ++i) rows.push_back(&copy[i * n]);
-        slow += !matrix_eigenvalues(rows.data(), n, re.data(), im.data());
+        auto scaled = A;
         for (double& x : scaled) x *= size;
+        std::vector<double> re(n), im(n);
         ASSERT_TRUE(eigen.eigenvalues(n, scaled.data(), re.data(), im.data())) << seed;
         Complex sum = 0, sum_of_squares = 0;
         for (std::size_t i = 0; i < n; ++i) {
@@ -165,7 +160,6 @@ TEST(Dense, EigenvaluesOfRandomMatricesAreFound) {
         }
         EXPECT_LT(std::abs(sum) + std::abs(sum_of_squares), 1e-11) << seed;
     }
-    EXPECT_GT(slow, 0);
     for (const double bad : {infinity, not_a_number}) {
         double a[] = {1, bad, 0, 1}, re[2], im[2];
         EXPECT_FALSE(eigen.eigenvalues(2, a, re, im));

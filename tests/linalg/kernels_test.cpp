@@ -129,12 +129,9 @@ TEST(Eigen, KnownSpectraOfEveryOrderAndScale) {
         EXPECT_LT(distance(badly_scaled, exact), 1e-11) << "n = " << n;
     }
     for (const double size : {1e-310, 1e-200, 1e-101, 1.0, 1e101, 1e200, 1e307}) {
-        Matrix rotation(2, 2), chain = Matrix::made(3, 3, [size](auto i, auto j) {
-                                   return i == j ? 2 * size : i + j == 2 ? 0 : size;
-                               });
+        Matrix rotation(2, 2);
         rotation[0][1] = size, rotation[1][0] = -size;
         EXPECT_LT(distance(rotation, {{0, 1}, {0, -1}}, size), 1e-12) << size;
-        EXPECT_LT(distance(chain, {2, 2 - std::sqrt(2), 2 + std::sqrt(2)}, size), 1e-12) << size;
         double re[2], im[2];
         Trajex tx{};
         EXPECT_EQ(Hqr(&tx, rotation, 2, re, im), 1);
