@@ -74,25 +74,12 @@ void call_something(Choices& choices, Bench& b) {
     const int which = choices.below(int(operations().size()) + 5);
     Trajex* const tx = b.tx.get();
     double first[2] = {}, second[2] = {};
-    switch (which) {
-        case 0:
-            TXSetCut(tx, choices.below(2) == 0 ? nullptr : first_component, 1e-6);
-            break;
-        case 1:
-            TXInterpolate(tx, choices.number(), b.y);
-            break;
-        case 2:
-            TXSetRelTol(tx, choices.number()), TXSetMaxStep(tx, choices.number());
-            break;
-        case 3:
-            TXCutSurface(tx, first, second);
-            break;
-        case 4:
-            b.restart();
-            break;
-        default:
-            operations()[std::size_t(which - 5)].run(b);
-    }
+    if (which == 0) TXSetCut(tx, choices.below(2) == 0 ? nullptr : first_component, 1e-6);
+    if (which == 1) TXInterpolate(tx, choices.number(), b.y);
+    if (which == 2) TXSetRelTol(tx, choices.number()), TXSetMaxStep(tx, choices.number());
+    if (which == 3) TXCutSurface(tx, first, second);
+    if (which == 4) b.restart();
+    if (which >= 5) operations()[std::size_t(which - 5)].run(b);
 }
 
 }  // namespace
