@@ -30,45 +30,38 @@ std::vector<Matrix> branch_takers(std::size_t n) {
             })};
 }
 
-enum Stage { balanced, hessenberg, eigenvalues, factors, solutions, stages };
-
-// The sums were recorded when plain writings of the same algorithms gave the same bits.
+// The sum was recorded when plain writings of the same algorithms gave the same bits.
 TEST(Kernels, GiveTheRecordedBits) {
-    Checksum sums[stages];
-    const auto add = [&sums](Stage stage, const Matrix& a, std::size_t n) {
-        for (std::size_t i = 0; i < n; ++i) sums[stage].add(a[i], n);
-    };
+    Checksum sum;
     for (const std::size_t n : {1u, 2u, 3u, 4u, 5u, 7u, 8u, 9u, 13u, 20u, 33u, 71u, 130u, 200u}) {
         const int order = int(n);
+        const auto add = [&sum, n](const Matrix& a) {
+            for (std::size_t i = 0; i < n; ++i) sum.add(a[i], n);
+        };
         for (const Matrix& given : branch_takers(n)) {
             Matrix a = given, lu = given;
-            Vector re(n, -1.0), im(n, -1.0), work(2 * n), b(n);
+            Vector re(n), im(n), work(2 * n), b(n);
             Balanc(a, order);
-            add(balanced, a, n);
+            add(a);
             Elmhes(a, order);
-            add(hessenberg, a, n);
+            add(a);
             Trajex tx{};
             Hqr(&tx, a, order, re.data(), im.data());  // one is too much for it
-            sums[eigenvalues].add(re.data(), n);
-            sums[eigenvalues].add(im.data(), n);
+            sum.add(re.data(), n), sum.add(im.data(), n);
 
             std::vector<int> exchanges(n);
             double parity = 0;
             if (LUdcmp(&tx, order, lu, exchanges.data(), &parity, work.data()) != 1) continue;
-            add(factors, lu, n);
-            sums[factors].add(parity);
+            add(lu), sum.add(parity);
             for (const std::size_t zeros : {std::size_t{0}, n / 2}) {
                 for (std::size_t i = 0; i < n; ++i) b[i] = i < zeros ? 0 : 1 / (1. + double(i));
                 LUbksb(order, lu, exchanges.data(), b.data());
-                sums[solutions].add(b.data(), n);
+                sum.add(b.data(), n);
             }
             EXPECT_TRUE(a.untouched_outside() && lu.untouched_outside());
         }
     }
-    const std::uint64_t recorded[stages] = {72507004297872449u, 9462411142545025310u,
-                                            8383367271269602605u, 3375311616587587952u,
-                                            11036322994946373631u};
-    for (int stage = 0; stage < stages; ++stage) EXPECT_EQ(sums[stage].value(), recorded[stage]);
+    EXPECT_EQ(sum.value(), 1825275755462118850u);
 }
 
 struct Spectrum {
