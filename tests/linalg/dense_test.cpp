@@ -55,26 +55,27 @@ double distance(const std::vector<Number>& x, const std::vector<Number>& y) {
     return largest;
 }
 
-// All three solutions come back to B, and the determinant is that of a product of known ones.
+// All three solutions come back to B where every other row of both sides is multiplied by a size.
 template <class Lu, class Number>
-void check_solutions(Lu& lu, std::size_t n, std::size_t k) {
-    SCOPED_TRACE(testing::Message() << "n = " << n << ", k = " << k);
+void check_solutions(Lu& lu, std::size_t n, std::size_t k, double size) {
+    SCOPED_TRACE(testing::Message() << "n = " << n << ", k = " << k << ", size " << size);
+    const auto sized = [size](std::vector<Number> a, std::size_t columns) {
+        for (std::size_t m = 0; m < a.size(); ++m) a[m] *= m / columns % 2 == 0 ? size : 1;
+        return a;
+    };
     auto A = random_numbers<Number>(n * n, static_cast<unsigned>(n));
     for (std::size_t i = 0; i < n; ++i) A[i * n + (i + 1) % n] += 4.0;  // well off the diagonal
     const auto B = random_numbers<Number>(n * k, 7);
+    const std::vector<Number> b(B.begin(), B.begin() + static_cast<std::ptrdiff_t>(n));
     const double tolerance = 1e-14 * static_cast<double>(n);
-    ASSERT_TRUE(lu.decompose(A.data(), n));
-    EXPECT_FALSE(lu.singular());
-    auto X = B;
+    ASSERT_TRUE(lu.decompose(sized(A, n).data(), n) && !lu.singular());
+    auto X = sized(B, k), x = sized(b, 1), y = b;
     lu.solve_many(X.data(), k);
     EXPECT_LT(distance(product(A, X, n, k), B), tolerance);
-    std::vector<Number> b(B.begin(), B.begin() + static_cast<std::ptrdiff_t>(n));
-    auto x = b;
     lu.solve(x.data());
     EXPECT_LT(distance(product(A, x, n, 1), b), tolerance);
-    x = b;
-    lu.solve_transposed(x.data());
-    EXPECT_LT(distance(product(transposed(A, n), x, n, 1), b), tolerance);
+    lu.solve_transposed(y.data());
+    EXPECT_LT(distance(product(transposed(A, n), sized(y, 1), n, 1), b), tolerance);
 }
 
 TEST(Dense, SolutionsSatisfyTheirSystems) {
@@ -82,8 +83,10 @@ TEST(Dense, SolutionsSatisfyTheirSystems) {
     ComplexLu complex(4);
     for (const std::size_t n : {1, 2, 3, 5, 8, 9, 23, 26, 67}) {
         for (const std::size_t k : {1, 3, 21, 27}) {
-            check_solutions<DenseLu, double>(real, n, k);
-            check_solutions<ComplexLu, Complex>(complex, n, k);
+            for (const double size : {1.0, 0x1p-1000, 0x1p1000}) {
+                check_solutions<DenseLu, double>(real, n, k, size);
+                check_solutions<ComplexLu, Complex>(complex, n, k, size);
+            }
         }
     }
     std::vector<double> b(67, 1.0), x = b;
