@@ -103,23 +103,22 @@ Matrix reflected(const Matrix& a, std::size_t n, std::uint64_t seed) {
     return h * a * h;
 }
 
-// Real eigenvalues and pairs on the diagonal, hidden by orthogonal and by bad diagonal similarity.
+// The roots of unity: of the cyclic matrix, which only the exceptional shifts move, hidden by
+// orthogonal and by bad diagonal similarity.
 TEST(Eigen, KnownSpectraOfEveryOrderAndScale) {
     for (std::size_t n = 0; n <= 30; ++n) {
-        Matrix blocks(n, n);
-        std::vector<Complex> exact(n);
-        for (std::size_t i = 0; i < n; ++i) exact[i] = blocks[i][i] = double(i) - 5.5;
-        for (std::size_t i = 1; i + 1 < n; i += 4) {
-            blocks[i + 1][i + 1] = blocks[i][i];
-            blocks[i][i + 1] = 0.5 * double(i), blocks[i + 1][i] = -0.5 * double(i);
-            exact[i] = {blocks[i][i], 0.5 * double(i)}, exact[i + 1] = std::conj(exact[i]);
+        const Matrix cyclic = Matrix::made(n, n, [n](auto i, auto j) { return j == (i + 1) % n; });
+        std::vector<Complex> roots;
+        for (std::size_t i = 0; i < n; ++i) {
+            roots.push_back(std::polar(1.0, 2 * pi * double(i) / double(n)));
         }
-        const Matrix full = reflected(reflected(blocks, n, 3), n, 4);
-        EXPECT_LT(distance(full, exact), 1e-12) << "n = " << n;
+        EXPECT_LT(distance(cyclic, roots), 1e-13) << "n = " << n;
+        const Matrix full = reflected(reflected(cyclic, n, 3), n, 4);
+        EXPECT_LT(distance(full, roots), 1e-12) << "n = " << n;
         const Matrix badly_scaled = Matrix::made(n, n, [&](std::size_t i, std::size_t j) {
             return full[i][j] * std::pow(10.0, 3 * (double(i % 5) - double(j % 5)));
         });
-        EXPECT_LT(distance(badly_scaled, exact), 1e-11) << "n = " << n;
+        EXPECT_LT(distance(badly_scaled, roots), 1e-11) << "n = " << n;
     }
     for (const double size : {1e-310, 1e-200, 1e-101, 1.0, 1e101, 1e200, 1e307}) {
         Matrix rotation(2, 2);
@@ -133,19 +132,14 @@ TEST(Eigen, KnownSpectraOfEveryOrderAndScale) {
     }
 }
 
-// The cyclic matrix is one that only the exceptional shifts move. A multiple eigenvalue is good to
-// the root of the precision only. What is not finite must end, and not be called a spectrum.
+// A multiple eigenvalue is good to the root of the precision only. What is not finite must end, and
+// not be called a spectrum.
 TEST(Eigen, StubbornMatrices) {
     constexpr std::size_t n = 12;
-    Matrix cyclic(n, n), repeated(n, n);
-    std::vector<Complex> unit_roots, twice;
-    for (std::size_t i = 0; i < n; ++i) {
-        cyclic[i][(i + 1) % n] = 1;
-        repeated[i][i] = i < 5 ? 2 : 3;
-        unit_roots.push_back(std::polar(1.0, 2 * pi * double(i) / n));
-        twice.emplace_back(repeated[i][i]);
-    }
-    EXPECT_LT(distance(cyclic, unit_roots), 1e-13);
+    const Matrix repeated = Matrix::made(n, n, [](auto i, auto j) {
+        return i != j ? 0 : i < 5 ? 2 : 3;
+    });
+    const std::vector<Complex> twice{2, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3};
     EXPECT_LT(distance(reflected(repeated, n, 5), twice), 1e-7);
     EXPECT_EQ(distance(repeated, twice), 0);
     for (const double bad : {not_a_number, infinity, -infinity}) {
