@@ -9,25 +9,22 @@ namespace {
 constexpr auto oscillator = Oscillator::flow;
 
 TEST(Opening, SetsTheDocumentedDefaults) {
-    const OpenHandle tx = open_terminating(oscillator, 3, 1e-6, 0.01);
+    constexpr double RelTol = 0x1p-20;
+    const OpenHandle tx = open_terminating(oscillator, 3, RelTol, 0.01);
     EXPECT_TRUE(tx->fcn == oscillator && TXOrder(tx.get()) == 3);
-    const struct {
-        double value, expected;
-    } numbers[] = {{tx->RelTol, 1e-6},
-                   {tx->h, 0.01},
-                   {tx->NewtRelTol, 1e-2},
-                   {tx->LambdaNewtRelTol, 0.5},
-                   {tx->CutEps, 1e-5},
-                   {tx->JacPert, 1e-3},
-                   {tx->ParamJacPert, 1e-3},
-                   {tx->LambdaPert, 1e-3},
-                   {tx->AbsTol + tx->NewtAbsTol + tx->LambdaNewtAbsTol, 0},
-                   {tx->tfirst + tx->tlast + tx->hmax, 0}};
-    for (const auto& [value, expected] : numbers) EXPECT_DOUBLE_EQ(value, expected);
-    const int counts[] = {tx->MaxPoincareSteps, tx->MaxPeriodSteps, tx->MaxNewtSteps,
-                          tx->MaxContSteps,     tx->CheckBifs,      tx->TerminateOnFatalError};
-    const int expected[] = {100, 1000, 10, 1000, 1, 1};
-    EXPECT_TRUE(std::equal(std::begin(counts), std::end(counts), expected));
+    EXPECT_TRUE(tx->RelTol == RelTol && tx->h == 0.01);
+    EXPECT_TRUE(tx->NewtRelTol == 1e4 * RelTol && tx->LambdaNewtRelTol == 5e5 * RelTol);
+    EXPECT_EQ(tx->CutEps, 10 * RelTol);
+    for (const double step : {tx->JacPert, tx->ParamJacPert, tx->LambdaPert}) {
+        EXPECT_EQ(step, 1000 * RelTol);
+    }
+    for (const double zero :
+         {tx->AbsTol, tx->NewtAbsTol, tx->LambdaNewtAbsTol, tx->tfirst, tx->tlast, tx->hmax}) {
+        EXPECT_EQ(zero, 0);
+    }
+    EXPECT_TRUE(tx->MaxPoincareSteps == 100 && tx->MaxPeriodSteps == 1000);
+    EXPECT_TRUE(tx->MaxNewtSteps == 10 && tx->MaxContSteps == 1000);
+    EXPECT_TRUE(tx->CheckBifs == 1 && tx->TerminateOnFatalError == 1);
     EXPECT_EQ(tx->nparam + tx->CutSurfaceDefined + tx->StepTaken + tx->ErrorCode, 0);
     EXPECT_TRUE(!tx->j && !tx->c && !tx->cp && !tx->cut && !tx->jac && !tx->paramjac);
     EXPECT_TRUE(!tx->TX && !tx->txb);

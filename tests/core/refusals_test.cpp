@@ -12,6 +12,7 @@ void no_sample(double, double*) {}
 double stranger = 0.5;
 double exponents[2] = {7, 7};
 FILE* const no_file = nullptr;
+double *const c1 = &Circles::c1, *const c2 = &Circles::c2;
 constexpr int huge = std::numeric_limits<int>::max();
 
 /// The arguments of a call that is to be refused: a handle or none, a value, variables.
@@ -21,8 +22,17 @@ struct Call {
     double *t, *y, *T, *dc, **Phi;
 
     TrajexBif* bif() const { return tx != nullptr ? tx->txb : nullptr; }
-    int lyapunov(const char* file, double eps, double interval, long transient, long counted,
-                 int count) const {
+    int hyperplane() const { return TXSetAutoCut(tx, 0, std::array{x, 0.0}.data()); }
+    int curve(int (*run)(Trajex*, double*, double*, double*, int, ...), double* first,
+              double* second) const {
+        return run(tx, first, second, dc, 0);
+    }
+    int curve_without_section() const {
+        if (tx != nullptr) tx->cut = nullptr;
+        return curve(TXAuto2DCont, c1, c2);
+    }
+    int lyapunov(double eps, double interval, long transient, long counted, int count = 2,
+                 const char* file = nullptr) const {
         return TXLyapCalcFile(tx, file, t, y, eps, interval, transient, counted, exponents, count,
                               1);
     }
@@ -40,7 +50,6 @@ const std::vector<double> not_positive{0, -1, not_a_number}, negative{-1, not_a_
 const std::vector<double> no_time{-1, infinity, not_a_number}, no_length{infinity, not_a_number};
 const std::vector<double> no_number{0, infinity, not_a_number}, no_count{0, 3}, no_limit{0, -1};
 const std::vector<double> no_period{0, -1, infinity, 1e-300, not_a_number}, once{0};
-double *const c1 = &Circles::c1, *const c2 = &Circles::c2;
 constexpr const char* const no_name = nullptr;
 
 // On a handle with a sub-record and a cut function.
@@ -52,27 +61,20 @@ const Refusal refusals[] = {
     {"TXSetCut", 16, [](auto& c) { return TXSetCut(c.tx, nullptr, c.x); }, not_positive},
     {"TXIntegrate", 7, [](auto& c) { return TXIntegrate(c.tx, c.t, c.x, c.y); }, no_time},
     {"TXInterpolate", 12, [](auto& c) { return TXInterpolate(c.tx, 0, c.y); }},
-    {"TXSetAutoCut", 10,
-     [](auto& c) {
-         return TXSetAutoCut(c.tx, 0, std::array{c.x, 0.0}.data());
-     },
-     no_length},
+    {"TXSetAutoCut", 10, [](auto& c) { return c.hyperplane(); }, no_length},
     {"TXCutSurface", 8, [](auto& c) { return TXCutSurface(c.tx, c.y, c.y); }},
     {"TXAutoCut", 8, [](auto& c) { return int(TXAutoCut(c.tx, 0, c.y)); }},
     {"TXftablef", 25, [](auto& c) { return TXftablef(c.tx, no_name, "1", c.t, 1, 4, c.y); }},
     {"TXftablef", 25,
      [](auto& c) { return TXftablef(c.tx, impossible_file, "1", c.t, 1, 4, c.y); }},
     {"TXftablea", 25, [](auto& c) { return TXftablea(c.tx, no_file, "1", c.t, 1, 4, c.y); }},
-    {"TXLyapCalcFile", 26, [](auto& c) { return c.lyapunov(no_name, 1e-3, 0.5, 0, 5, int(c.x)); },
-     no_count},
-    {"TXLyapCalcFile", 23, [](auto& c) { return c.lyapunov(no_name, c.x, 0.5, 0, 5, 2); },
-     no_number},
-    {"TXLyapCalcFile", 7, [](auto& c) { return c.lyapunov(no_name, 1e-3, c.x, 0, 5, 2); }, no_time},
-    {"TXLyapCalcFile", 24,
-     [](auto& c) { return c.lyapunov(no_name, 1e-3, 0.5, long(c.x), -1 - long(c.x), 2); },
+    {"TXLyapCalcFile", 26, [](auto& c) { return c.lyapunov(1, 0.5, 0, 5, int(c.x)); }, no_count},
+    {"TXLyapCalcFile", 23, [](auto& c) { return c.lyapunov(c.x, 0.5, 0, 5); }, no_number},
+    {"TXLyapCalcFile", 7, [](auto& c) { return c.lyapunov(1, c.x, 0, 5); }, no_time},
+    {"TXLyapCalcFile", 24, [](auto& c) { return c.lyapunov(1, 1, long(c.x), -1 - long(c.x)); },
      no_limit},
-    {"TXLyapCalcFile", 25, [](auto& c) { return c.lyapunov(no_name, 1e-3, 0.5, 0, 5, 2); }},
-    {"TXLyapCalcFile", 25, [](auto& c) { return c.lyapunov(impossible_file, 1e-3, 0.5, 0, 5, 2); }},
+    {"TXLyapCalcFile", 25, [](auto& c) { return c.lyapunov(1, 0.5, 0, 5); }},
+    {"TXLyapCalcFile", 25, [](auto& c) { return c.lyapunov(1, 0.5, 0, 5, 2, impossible_file); }},
     {"TXVarIntegrate", 7, [](auto& c) { return TXVarIntegrate(c.tx, c.t, c.x, c.y, c.Phi); },
      no_time},
     {"TXNonAutoOrbit", 7, [](auto& c) { return TXNonAutoOrbit(c.tx, 1, c.y, c.Phi, c.x); },
@@ -86,20 +88,13 @@ const Refusal refusals[] = {
      [](auto& c) { return TXNonAutoCont(c.tx, 0, c.y, 5, &stranger, c.dc, 0, 0); }},
     {"TXAutoCont", 26,
      [](auto& c) { return TXAutoCont(c.tx, 0, c.y, 1, c.T, &stranger, c.dc, 0, 0); }},
-    {"TXEqui2DCont", 28, [](auto& c) { return TXEqui2DCont(c.tx, c1, c2, c.dc, 0); }},
-    {"TXAuto2DCont", 28, [](auto& c) { return TXAuto2DCont(c.tx, c1, c2, c.dc, 0); }},
-    {"TXNonAuto2DCont", 28, [](auto& c) { return TXNonAuto2DCont(c.tx, c1, c2, c.dc, 0); }},
-    {"TXEqui2DCont", 26, [](auto& c) { return TXEqui2DCont(c.tx, c1, c1, c.dc, 0); }, once, 0},
-    {"TXEqui2DCont", 26, [](auto& c) { return TXEqui2DCont(c.tx, c1, &stranger, c.dc, 0); }, once,
-     0},
-    {"TXEqui2DCont", 26, [](auto& c) { return TXEqui2DCont(c.tx, &stranger, c2, c.dc, 0); }, once,
-     0},
-    {"TXAuto2DCont", 8,
-     [](auto& c) {
-         if (c.tx != nullptr) c.tx->cut = nullptr;
-         return TXAuto2DCont(c.tx, c1, c2, c.dc, 0);
-     },
-     once, 1},
+    {"TXEqui2DCont", 28, [](auto& c) { return c.curve(TXEqui2DCont, c1, c2); }},
+    {"TXAuto2DCont", 28, [](auto& c) { return c.curve(TXAuto2DCont, c1, c2); }},
+    {"TXNonAuto2DCont", 28, [](auto& c) { return c.curve(TXNonAuto2DCont, c1, c2); }},
+    {"TXEqui2DCont", 26, [](auto& c) { return c.curve(TXEqui2DCont, c1, c1); }, once, 0},
+    {"TXEqui2DCont", 26, [](auto& c) { return c.curve(TXEqui2DCont, c1, &stranger); }, once, 0},
+    {"TXEqui2DCont", 26, [](auto& c) { return c.curve(TXEqui2DCont, &stranger, c2); }, once, 0},
+    {"TXAuto2DCont", 8, [](auto& c) { return c.curve_without_section(); }, once, 1},
 };
 
 Call arguments(Bench& b, double x) {
@@ -201,12 +196,10 @@ TEST(RefusalDeathTest, ByOpeningAndByLimits) {
         EXPECT_EXIT(TXOpenTrajex(circles, order, RelTol, h), ExitedWithCode(1),
                     pattern("TXOpenTrajex", TrajexFatalError[code]));
     }
-    struct {
-        int (*set)(Trajex*, int);
-        int Trajex::*field;
-    } const limits[] = {{TXSetMaxPoincareSteps, &Trajex::MaxPoincareSteps},
-                        {TXSetMaxPeriodSteps, &Trajex::MaxPeriodSteps},
-                        {TXSetMaxNewtSteps, &Trajex::MaxNewtSteps}};
+    const std::pair<int (*)(Trajex*, int), int Trajex::*> limits[] = {
+        {TXSetMaxPoincareSteps, &Trajex::MaxPoincareSteps},
+        {TXSetMaxPeriodSteps, &Trajex::MaxPeriodSteps},
+        {TXSetMaxNewtSteps, &Trajex::MaxNewtSteps}};
     const OpenHandle tx = open_terminating(circles, 2);
     for (const auto& [set, field] : limits) {
         for (const int value : {12, -1, 0}) {

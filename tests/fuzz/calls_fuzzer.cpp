@@ -52,26 +52,15 @@ void troubled(double t, double* y, double* f) {
 
 void change_settings(Choices& choices, Bench& b) {
     Trajex* const tx = b.tx.get();
-    double* const fields[] = {&tx->h,
-                              &tx->TX->h,
-                              &tx->hmax,
-                              &tx->RelTol,
-                              &tx->NewtRelTol,
-                              &tx->NewtAbsTol,
-                              &tx->LambdaPert,
-                              &tx->JacPert,
-                              &tx->CutEps,
-                              &tx->TX->RelTol,
-                              &b.t,
-                              &b.T,
-                              &b.dc,
-                              &b.y[0],
-                              &b.y[1],
-                              &b.c1,
-                              &b.c2,
-                              &trouble_at,
-                              &tx->ParamJacPert};
-    double& field = *fields[choices.below(std::size(fields))];
+    double Trajex::*const settings[] = {
+        &Trajex::h,          &Trajex::hmax,       &Trajex::RelTol,
+        &Trajex::NewtRelTol, &Trajex::NewtAbsTol, &Trajex::JacPert,
+        &Trajex::CutEps,     &Trajex::LambdaPert, &Trajex::ParamJacPert};
+    double* const others[] = {&tx->TX->h, &tx->TX->RelTol, &trouble_at, &b.t,  &b.T,
+                              &b.dc,      &b.y[0],         &b.y[1],     &b.c1, &b.c2};
+    const bool setting = choices.below(2) == 0;
+    double& field = setting ? tx->*settings[choices.below(std::size(settings))]
+                            : *others[choices.below(std::size(others))];
     field = choices.below(2) == 0 ? choices.number() : choices.positive();
     TXSetMaxPeriodSteps(tx, choices.below(200));
     TXSetMaxNewtSteps(tx, choices.below(12));
@@ -85,25 +74,12 @@ void call_something(Choices& choices, Bench& b) {
     const int which = choices.below(int(operations().size()) + 5);
     Trajex* const tx = b.tx.get();
     double first[2] = {}, second[2] = {};
-    switch (which) {
-        case 0:
-            TXSetCut(tx, choices.below(2) == 0 ? nullptr : first_component, 1e-6);
-            break;
-        case 1:
-            TXInterpolate(tx, choices.number(), b.y);
-            break;
-        case 2:
-            TXSetRelTol(tx, choices.number()), TXSetMaxStep(tx, choices.number());
-            break;
-        case 3:
-            TXCutSurface(tx, first, second);
-            break;
-        case 4:
-            b.restart();
-            break;
-        default:
-            operations()[std::size_t(which - 5)].run(b);
-    }
+    if (which == 0) TXSetCut(tx, choices.below(2) == 0 ? nullptr : first_component, 1e-6);
+    if (which == 1) TXInterpolate(tx, choices.number(), b.y);
+    if (which == 2) TXSetRelTol(tx, choices.number()), TXSetMaxStep(tx, choices.number());
+    if (which == 3) TXCutSurface(tx, first, second);
+    if (which == 4) b.restart();
+    if (which >= 5) operations()[std::size_t(which - 5)].run(b);
 }
 
 }  // namespace

@@ -1,126 +1,54 @@
 // The method: its order conditions over all rooted trees, and those of its dense output.
-#include <functional>
-
-#include "integration/verner_dense_output.hpp"
 #include "support.hpp"
-
-using namespace trajex;
 
 namespace {
 
-constexpr std::size_t stages = 12;  // f at the end, in the middle, at 0.9 and 0.95 after the eight
-using Weights = std::array<double, stages>;
-using Tableau = std::array<Weights, stages>;
-
-/// The elementary weights of a rooted tree at every stage, its order, and its density gamma.
+/// A rooted tree: a smaller one, the trunk, with another one planted on its root.
 struct Tree {
-    Weights at_stages;
+    std::size_t trunk, branch;
     int order;
     double density;
 };
+std::vector<Tree> trees{{0, 0, 1, 1}};  // a root alone
 
-Weights times(const Tableau& a, const Weights& x) {
-    Weights sum{};
-    for (std::size_t i = 0; i < stages; ++i) {
-        for (std::size_t j = 0; j < stages; ++j) sum[i] += a[i][j] * x[j];
-    }
-    return sum;
-}
+// For every tree its derivative is the product of those that are planted on its root. From zero
+// the solutions are t^order / density, and a step of size 1 gives the elementary weights.
+constexpr Flow growth = [](double, double* y, double* f) {
+    f[0] = 1;
+    for (std::size_t i = 1; i < trees.size(); ++i) f[i] = f[trees[i].trunk] * y[trees[i].branch];
+};
 
-/// All rooted trees of up to the given order: a root, and below it trees in the order of the list.
-std::vector<Tree> rooted_trees(const Tableau& a, int largest) {
-    std::vector<Tree> trees;
-    std::vector<Tree> planted;  // the same with an edge below: A times the weights
-    const std::function<void(Tree, std::size_t, int)> extend = [&](Tree tree, std::size_t first,
-                                                                   int order) {
-        if (tree.order == order) {
-            tree.density *= order;
-            trees.push_back(tree);
-            return;
-        }
-        for (std::size_t p = first; p < planted.size(); ++p) {
-            if (tree.order + planted[p].order > order) continue;
-            Tree larger = tree;
-            larger.order += planted[p].order;
-            larger.density *= planted[p].density;
-            for (std::size_t i = 0; i < stages; ++i) {
-                larger.at_stages[i] *= planted[p].at_stages[i];
-            }
-            extend(larger, p, order);
-        }
-    };
-    for (int order = 1; order <= largest; ++order) {
-        Tree root{{}, 1, 1};
-        root.at_stages.fill(1);
-        const std::size_t before = trees.size();
-        extend(root, 0, order);
-        for (std::size_t i = before; i < trees.size(); ++i) {
-            planted.push_back({times(a, trees[i].at_stages), order, trees[i].density});
-        }
-    }
-    return trees;
-}
-
-/// sum_i b_i Phi_i(tree) = theta^order / gamma: how much the worst tree of up to the order misses.
-double worst_condition(const std::vector<Tree>& trees, const Weights& b, int order, double theta) {
+/// How much the worst tree of up to the order misses of its solution at t.
+double worst_condition(const double* y, int order, double t) {
     double worst = 0;
-    for (const Tree& tree : trees) {
-        if (tree.order > order) continue;
-        double sum = 0;
-        for (std::size_t i = 0; i < stages; ++i) sum += b[i] * tree.at_stages[i];
-        worst = std::max(worst, std::fabs(sum - std::pow(theta, tree.order) / tree.density));
+    for (std::size_t i = 0; i < trees.size() && trees[i].order <= order; ++i) {
+        worst = std::max(worst, std::fabs(y[i] - std::pow(t, trees[i].order) / trees[i].density));
     }
     return worst;
 }
 
-template <class List>
-Weights padded(const List& list) {
-    Weights row{};
-    for (std::size_t m = 0; m < list.size() && m < 8; ++m) row[m] = list[m];
-    return row;
-}
-
-/// The Hermite prediction as a row: states are combinations of stages, too.
-Weights predicted(const verner::HermiteWeights<double>& w, const Weights& end,
-                  const Weights& middle) {
-    Weights row{};
-    for (std::size_t i = 0; i < stages; ++i) {
-        row[i] = w.state_end * end[i] + w.state_middle * middle[i];
-    }
-    row[0] += w.slope_start;
-    row[8] += w.slope_end;
-    row[9] += w.slope_middle;
-    return row;
-}
-
 TEST(Method, SatisfiesTheOrderConditionsOfAllTrees) {
-    Tableau a{};
-    for (std::size_t j = 1; j < 8; ++j) a[j] = padded(verner::a[j]);
-    const Weights end = padded(verner::b6);
-    Weights middle = padded(verner::d);
-    middle[8] = verner::d[8];
-    a[8] = end;
-    a[9] = middle;
-    a[10] = predicted(verner::at_090, end, middle);
-    a[11] = predicted(verner::at_095, end, middle);
-    const auto trees = rooted_trees(a, 6);
-    ASSERT_EQ(trees.size(), 37U);
-    EXPECT_LT(worst_condition(trees, padded(verner::b5), 5, 1), 1e-14);
-    EXPECT_GT(worst_condition(trees, padded(verner::b5), 6, 1), 1e-5) << "estimates nothing";
-    EXPECT_LT(worst_condition(trees, end, 6, 1), 1e-14);
-    EXPECT_LT(worst_condition(trees, middle, 5, 0.5), 1e-14);
-    for (const double theta : {0.1, 0.37, 0.5, 0.9, 1.2}) {
-        const Basis basis(theta);
-        Weights b = end;
-        for (double& weight : b) weight *= basis.d2;
-        b[0] += basis.d1;
-        b[8] += basis.d3;
-        b[9] += basis.d4;
-        b[10] += basis.d5;
-        b[11] += basis.d6;
-        EXPECT_NEAR(basis.d0 + basis.d2, 1, 1e-13);
-        EXPECT_LT(worst_condition(trees, b, 6, theta), 1e-13) << theta;
+    for (int order = 2; order <= 6; ++order) {
+        for (std::size_t p = 0, smaller = trees.size(); p < smaller * smaller; ++p) {
+            const Tree trunk = trees[p / smaller], branch = trees[p % smaller];
+            if (trunk.order + branch.order != order) continue;
+            const double density = trunk.density * branch.density * order / trunk.order;
+            trees.push_back({p / smaller, p % smaller, order, density});
+        }
     }
+    ASSERT_EQ(trees.size(), 1U + 1 + 2 + 5 + 14 + 42);  // some of them more than once
+    const OpenHandle tx = open_recording(growth, int(trees.size()), 0, 1);
+    std::vector<double> y(trees.size());
+    double t = 0;
+    ASSERT_EQ(TXStep(tx.get(), &t, y.data()), 1);
+    EXPECT_LT(worst_condition(tx->y5, 5, 1), 1e-14);
+    EXPECT_GT(worst_condition(tx->y5, 6, 1), 1e-5) << "estimates nothing";
+    EXPECT_LT(worst_condition(tx->y6, 6, 1), 1e-14);
+    for (const double theta : {0.1, 0.37, 0.5, 0.9, 1.2}) {
+        ASSERT_EQ(TXInterpolate(tx.get(), theta, y.data()), 1);
+        EXPECT_LT(worst_condition(y.data(), 6, theta), 1e-13) << theta;
+    }
+    EXPECT_LT(worst_condition(tx->ynp1d2, 5, 0.5), 1e-14);
 }
 
 }  // namespace

@@ -1,0 +1,2 @@
+// The same in C++.
+#include "layout.c"  // NOLINT(bugprone-suspicious-include)
