@@ -13,10 +13,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
 #include <limits>
+#include <numbers>
 #include <utility>
 
 #include "branches/locate.hpp"
@@ -107,7 +109,7 @@ class Continuer {
     bool renew(bool changed);
     void find_bend(double distance);
     void turn_bend(double unit);
-    static void add_mesh_errors(TracePoint& point, const TracePoint& beside);
+    void add_mesh_errors(TracePoint& point, const TracePoint& beside) const;
     bool correct_anew(const Sample& rough);
     TracePoint trace_point(const Sample& sample, double s);
     bool said_before(const Finding& finding);
@@ -826,19 +828,26 @@ void Continuer::turn_bend(double unit) {
     }
 }
 
-// Exponents are wrong by what collocation makes of their growth on each segment, by a part of the
-// solution's error, and, where they change fast along the branch, by what the solution is along it.
-void Continuer::add_mesh_errors(TracePoint& point, const TracePoint& beside) {
-    constexpr double share = 0.05;
-    constexpr double misplaced = 2;
-    const double error = point.description.mesh_error;
+// Exponents are wrong by what collocation makes of their growth on each segment, and by what the
+// equations of the mesh are off, of which the solution is off the more the less the parameter
+// changes along the branch: where its derivatives are p' and p'', by p' s + p'' s^2 / 2 = place.
+void Continuer::add_mesh_errors(TracePoint& point, const TracePoint& beside) const {
+    constexpr double margin = 3;
+    constexpr double farthest = 1;
     const double distance = std::abs(point.s - beside.s);
-    if (error == 0 || distance == 0) return;
+    if (point.description.mesh_error == 0 || distance == 0) return;
+    const double unit = std::sqrt(sampler_.metric().weights().back());
+    const double slope = unit * std::abs(point.tangent.back());
+    const double bend = unit * std::abs(point.tangent.back() - beside.tangent.back()) / distance;
     for (std::size_t j = 0; j < point.spectrum.size() && j < beside.spectrum.size(); ++j) {
         Exponent& exponent = point.spectrum[j];
-        const double change = std::abs(exponent.value.real() - beside.spectrum[j].value.real());
-        const double moved = change / distance;
-        exponent.mesh_error = 3 * exponent.mesh_error + error * (share + misplaced * moved);
+        const std::complex<double> change = exponent.value - beside.spectrum[j].value;
+        const double turned = std::remainder(change.imag(), 2 * std::numbers::pi);
+        const double place = point.description.end_error + exponent.error;
+        const double along = 2 * place / (slope + std::sqrt(slope * slope + 2 * bend * place));
+        exponent.mesh_error =
+            margin * exponent.mesh_error + place +
+            std::min(along, farthest) * std::hypot(change.real(), turned) / distance;
     }
 }
 

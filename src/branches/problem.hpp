@@ -79,6 +79,7 @@ struct Description {
     double norm = 0;                 ///< |x|; of a cycle the root mean square over the period
     double period = 0;               ///< 0 for equilibria
     double mesh_error = 0;
+    double end_error = 0;  ///< where intervals end: less, and that of multipliers and periods
     /// Further columns, the same at all points.
     std::vector<std::pair<std::string_view, double>> more;
     std::shared_ptr<const Orbit> orbit;

@@ -43,46 +43,57 @@ void Collocation::set_mesh(const std::vector<double>& mesh) {
 
 namespace {
 
-// out_c += sum_j weight[c][j] x_j over the points of an interval, of which the last one stands at
-// `end` and counts `closing` times.
+// out_c += level first + sum_j weight[c][j] (x_j - first) over the points of an interval, of which
+// the last one stands at `end` and counts `closing` times. The weights of a row add up to `level`,
+// but for rounding: that this be multiplied by small differences, and not by x, on each interval,
+// keeps the errors of many intervals from adding up. `away`: m n numbers.
 template <class Size>
 void combine_interval(Size n, std::size_t m,
-                      const double (&weight)[GaussRule::m_max][GaussRule::m_max + 1],
-                      const double* first, const double* end, double closing, double* out) {
+                      const double (&weight)[GaussRule::m_max][GaussRule::m_max + 1], double level,
+                      const double* first, const double* end, double closing, double* away,
+                      double* out) {
+    for (std::size_t k = 0; k < (m - 1) * n; k += n) {
+        for (std::size_t a = 0; a < n; ++a) away[k + a] = first[n + k + a] - first[a];
+    }
+    double* const last = away + (m - 1) * n;
+    for (std::size_t a = 0; a < n; ++a) last[a] = closing * end[a] - first[a];
     for (std::size_t c = 0; c < m; ++c) {
         double* const at = out + c * n;
-        const double l = closing * weight[c][m];
-        for (std::size_t a = 0; a < n; ++a) at[a] += l * end[a];
-        for (std::size_t j = 0; j < m; ++j) {
-            for (std::size_t a = 0; a < n; ++a) at[a] += weight[c][j] * first[j * n + a];
+        for (std::size_t a = 0; a < n; ++a) at[a] += level * first[a];
+        for (std::size_t j = 1; j <= m; ++j) {
+            const double* const point = away + (j - 1) * n;
+            for (std::size_t a = 0; a < n; ++a) at[a] += weight[c][j] * point[a];
         }
     }
 }
 
 }  // namespace
 
-// The sums of `weight`[c][j] times point j of each interval; the last point of all is `closing`
-// times the first.
+// The sums of `weight`[c][j], which add up to `level`, times point j of each interval; the last
+// point of all is `closing` times the first.
 void Collocation::combine_points(const double (&weight)[GaussRule::m_max][GaussRule::m_max + 1],
-                                 const double* x, double closing, double* out) const {
+                                 double level, const double* x, double closing, double* out) const {
     const std::size_t m = rule_.m;
+    away_.resize(m * n_);
     with_size(n_, [&](auto n) {
         const std::size_t last = intervals() - 1;
+        double* const away = away_.data();
         for (std::size_t i = 0; i < last; ++i) {
             const double* const first = x + i * m * n;
-            combine_interval(n, m, weight, first, first + m * n, 1, out + i * m * n);
+            combine_interval(n, m, weight, level, first, first + m * n, 1, away, out + i * m * n);
         }
-        combine_interval(n, m, weight, x + last * m * n, x, closing, out + last * m * n);
+        combine_interval(n, m, weight, level, x + last * m * n, x, closing, away,
+                         out + last * m * n);
     });
 }
 
 void Collocation::to_gauss(const double* x, double closing, double* out) const {
     std::fill_n(out, equations(), 0.0);
-    combine_points(rule_.value, x, closing, out);
+    combine_points(rule_.value, 1, x, closing, out);
 }
 
 void Collocation::add_slopes(const double* x, double* r) const {
-    combine_points(rule_.slope, x, 1, r);
+    combine_points(rule_.slope, 0, x, 1, r);
 }
 
 void Collocation::subtract_rates(double* r) const {

@@ -50,7 +50,7 @@ class Collocation final : public Segments {
     std::size_t point(std::size_t i, std::size_t j) const { return (i * rule_.m + j) % points(); }
     bool take(const double* q);
     void combine_points(const double (&weight)[GaussRule::m_max][GaussRule::m_max + 1],
-                        const double* x, double closing, double* out) const;
+                        double level, const double* x, double closing, double* out) const;
     template <class Size>
     void jacobians_in_lanes(Size n, std::size_t c, std::span<const std::size_t> segments,
                             const double* scale) const;
@@ -75,6 +75,7 @@ class Collocation final : public Segments {
     DenseEigen eigen_;
     std::vector<double> eigenvalues_;
     mutable std::vector<double> scratch_;  // of one product, no state
+    mutable std::vector<double> away_;     // of one interval, no state
     mutable std::vector<double> lanes_;    // of one group of blocks, no state
 };
 

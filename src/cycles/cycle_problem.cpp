@@ -568,6 +568,10 @@ Description CycleProblem::describe(const double* z) {
     orbit->extremes(result.low.data(), result.high.data());
     result.period = orbit->period;
     result.mesh_error = mesh_error_of(z);
+    // Inside the intervals the order is m + 1, at their ends 2 m.
+    constexpr double margin = 30;
+    const auto m = static_cast<double>(segments_.inner_points());
+    result.end_error = margin * std::pow(result.mesh_error, 2 * m / (m + 1));
     result.orbit = std::move(orbit);
     return result;
 }

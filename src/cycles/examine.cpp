@@ -69,19 +69,11 @@ std::unique_ptr<CycleProblem> CycleProblem::halved(const Finding& finding, std::
         return nullptr;
     CycleSettings settings = settings_;
     settings.sizes = scale_;
-    const std::vector<double>& mesh = segments_.mesh();
-    Orbit orbit = this->orbit(finding.z.data());
-    orbit.mesh.assign(1, 0.0);
-    for (std::size_t i = 0; i < segments_.intervals(); ++i) {
-        orbit.mesh.push_back(0.5 * (mesh[i] + mesh[i + 1]));
-        orbit.mesh.push_back(mesh[i + 1]);
-    }
-    orbit.x = transfer_points(mesh, orbit.mesh, n_, orbit.m, finding.z.data());
-    orbit.x.insert(orbit.x.end(), finding.z.data(), finding.z.data() + n_);
+    const Orbit orbit = trajex::halved(this->orbit(finding.z.data()));
     auto fine = std::make_unique<CycleProblem>(equations_, timing_, vary_, rate.parameters(),
                                                settings, orbit);
     z = fine->start();
-    tangent = transfer_points(mesh, orbit.mesh, n_, orbit.m, finding.tangent.data());
+    tangent = transfer_points(segments_.mesh(), orbit.mesh, n_, orbit.m, finding.tangent.data());
     tangent.insert(tangent.end(), finding.tangent.data() + state_size(),
                    finding.tangent.data() + unknowns());
     return fine;

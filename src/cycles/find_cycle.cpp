@@ -6,11 +6,15 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 #include <cstddef>
+#include <limits>
+#include <numbers>
 #include <string>
 #include <utility>
 
 #include "cycles/cycle_branches.hpp"
+#include "cycles/cycle_points.hpp"
 #include "cycles/cycle_problem.hpp"
 #include "cycles/mesh.hpp"
 #include "model/stiff_integrator.hpp"
@@ -179,8 +183,51 @@ bool moves(const Description& cycle) {
     return motion > rest * (size + 1e-3);
 }
 
-// A single cycle costs little, and its period is what one asks it for: once more on a mesh with the
-// least error that pays. Where that fails the cycle is what it was.
+// The distance of an exponent from the nearest of another spectrum; angles are those of
+// multipliers.
+double distance_to(const Spectrum& spectrum, std::complex<double> value) {
+    double least = std::numeric_limits<double>::infinity();
+    for (const Exponent& exponent : spectrum) {
+        const std::complex<double> apart = exponent.value - value;
+        const double turned = std::remainder(apart.imag(), 2 * std::numbers::pi);
+        least = std::min(least, std::hypot(apart.real(), turned));
+    }
+    return least;
+}
+
+// With every interval halved, and what the multipliers of that are still wrong by. They change by
+// the errors of the mesh before, of which no more is left than of the solution's own; and by
+// rounding, which shows, grown as much as it grows in them, when Newton's method is gone on with.
+void halve_intervals(const CycleSettings& settings, const tx::Options& options, PointData& point) {
+    constexpr std::size_t most_intervals = 1600;
+    constexpr int repetitions = 3;
+    constexpr double least_error = 1e-12;
+    constexpr double margin = 3;
+    const Orbit orbit = halved(*point.description.orbit);
+    if (orbit.intervals() > most_intervals) return;
+    CycleProblem problem(point.model->equations, timing_of(*point.model), {}, point.model->values,
+                         settings, orbit);
+    std::vector<double> z = problem.start();
+    if (!correct_at_fixed_parameters(problem, z, options.tol)) return;
+    PointData fine = converged(point.model, problem, z);
+    const double left = std::min(1.0, fine.description.mesh_error / point.description.mesh_error);
+    for (Exponent& exponent : fine.spectrum)
+        exponent.error = std::max(least_error, left * distance_to(point.spectrum, exponent.value));
+    Spectrum again;
+    std::vector<double> residual(problem.equations());
+    for (int k = 0; k < repetitions; ++k) {
+        if (!correct_at_fixed_parameters(problem, z, options.tol) ||
+            !problem.linearise(z.data(), residual.data()))
+            break;
+        problem.spectrum(again);
+        for (Exponent& exponent : fine.spectrum)
+            exponent.error = std::max(exponent.error, margin * distance_to(again, exponent.value));
+    }
+    point = std::move(fine);
+}
+
+// A single cycle costs little, and its period and multipliers are what one asks it for: once more
+// on a mesh with the least error that pays. Where that fails the cycle is what it was.
 void sharpen(CycleSettings settings, const tx::Options& options, PointData& point) {
     constexpr double fine = 1e-9;
     if (settings.mesh_tol <= fine) return;
@@ -190,6 +237,7 @@ void sharpen(CycleSettings settings, const tx::Options& options, PointData& poin
     std::vector<double> z = problem.start();
     if (!solve_cycle(problem, z, options.tol)) return;
     PointData better = converged(point.model, problem, z);
+    halve_intervals(settings, options, better);
     constexpr double same = 1e-3;
     if (std::fabs(better.description.period - point.description.period) <=
         same * point.description.period)

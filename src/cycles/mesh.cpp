@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "branches/orbit.hpp"
 #include "integration/gauss.hpp"
 
 namespace trajex {
@@ -118,6 +117,18 @@ std::vector<double> transfer_points(const std::vector<double>& from, const std::
         old.at(places.time_of_node(k), &result[k * n]);
     }
     return result;
+}
+
+Orbit halved(const Orbit& orbit) {
+    Orbit fine = orbit;
+    fine.mesh.assign(1, orbit.mesh.front());
+    for (std::size_t i = 0; i < orbit.intervals(); ++i) {
+        fine.mesh.push_back(0.5 * (orbit.mesh[i] + orbit.mesh[i + 1]));
+        fine.mesh.push_back(orbit.mesh[i + 1]);
+    }
+    fine.x = transfer_points(orbit.mesh, fine.mesh, orbit.states, orbit.m, orbit.x.data());
+    fine.x.insert(fine.x.end(), orbit.x.data(), orbit.x.data() + orbit.states);
+    return fine;
 }
 
 std::vector<double> uniform_mesh(std::size_t intervals) {

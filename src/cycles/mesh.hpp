@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <vector>
 
+#include "branches/orbit.hpp"
+
 namespace trajex {
 
 struct MeshMonitor {
@@ -31,6 +33,9 @@ std::vector<double> equidistributed(const std::vector<double>& mesh,
 /// Points of a periodic piecewise polynomial, at the places of those of another mesh.
 std::vector<double> transfer_points(const std::vector<double>& from, const std::vector<double>& to,
                                     std::size_t n, std::size_t m, const double* x);
+
+/// The same polynomials with every interval halved.
+Orbit halved(const Orbit& orbit);
 
 std::vector<double> uniform_mesh(std::size_t intervals);
 

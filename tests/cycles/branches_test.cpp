@@ -619,7 +619,7 @@ TEST(CycleBranches, StateErrorsOfMultipliersThatHold) {
             EXPECT_NEAR(family.eigenvalues(k)[0].real(), exact,
                         family.column("multiplier_error")[k])
                 << p;
-            EXPECT_LE(family.column("multiplier_error")[k], 1e-3) << p;
+            EXPECT_LE(family.column("multiplier_error")[k], 1e-4) << p;
         }
     }
 }

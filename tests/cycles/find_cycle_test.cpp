@@ -5,6 +5,8 @@
 #include <numbers>
 #include <vector>
 
+#include "branches/access.hpp"
+#include "branches/data.hpp"
 #include "tx.hpp"
 
 namespace tx {
@@ -44,6 +46,46 @@ TEST(FindCycle, OfStiffSystems) {
         const Point cycle = c.system.cycle(c.state);
         ASSERT_TRUE(cycle) << c.name << ": " << cycle.reason();
         EXPECT_NEAR(cycle.period(), c.period, c.error) << c.name;
+    }
+}
+
+// The larger multiplier by integration of the variational equations with 64 bits of mantissa, from
+// a chain of segments. Of the first cycle it changes by 1e6 times what the equations are changed
+// by; of the second the mesh is coarse where it is attracted fastest.
+TEST(FindCycle, StatesErrorsOfMultipliersThatHold) {
+    struct Known {
+        System system;
+        std::vector<double> state;
+        double period, exponent, most;
+    };
+    const System jerk({"x", "y", "z"}, {{"a", 5.7068734754987611}},
+                      [](auto, auto& x, auto& c, auto& dx) {
+                          dx[0] = x[1];
+                          dx[1] = x[2];
+                          dx[2] = c[0] * x[0] - 3.375 * x[1] - x[2] - x[0] * x[0] * x[0];
+                      });
+    const System roessler({"x", "y", "z"}, {{"c", 3.9848716197982958}},
+                          [](auto, auto& x, auto& c, auto& dx) {
+                              dx[0] = -x[1] - x[2];
+                              dx[1] = x[0] + 0.2 * x[1];
+                              dx[2] = 0.2 + x[2] * (x[0] - c[0]);
+                          });
+    for (const auto& [system, state, period, exponent, most] :
+         {Known{jerk,
+                {0.0117822419773, 0.0327794800388, -0.0440456062493},
+                15.31596327,
+                -0.417749634987577,
+                2e-7},
+          Known{roessler,
+                {2.47910082488, 4.41483694286, 1.26743454645},
+                23.17394792,
+                -7.10459585715735,
+                1e-8}}) {
+        const Point cycle = system.cycle(state, period);
+        ASSERT_TRUE(cycle) << cycle.reason();
+        const trajex::Exponent& larger = Access::data(cycle).spectrum.front();
+        EXPECT_NEAR(larger.value.real(), exponent, 3 * larger.error);
+        EXPECT_LE(larger.error, most);
     }
 }
 
