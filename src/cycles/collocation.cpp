@@ -50,8 +50,8 @@ namespace {
 template <class Size>
 void combine_interval(Size n, std::size_t m,
                       const double (&weight)[GaussRule::m_max][GaussRule::m_max + 1], double level,
-                      const double* first, const double* end, double closing, double* away,
-                      double* out) {
+                      const double* first, const double* end, double closing,
+                      double* __restrict away, double* __restrict out) {
     for (std::size_t k = 0; k < (m - 1) * n; k += n) {
         for (std::size_t a = 0; a < n; ++a) away[k + a] = first[n + k + a] - first[a];
     }
@@ -59,8 +59,8 @@ void combine_interval(Size n, std::size_t m,
     for (std::size_t a = 0; a < n; ++a) last[a] = closing * end[a] - first[a];
     for (std::size_t c = 0; c < m; ++c) {
         double* const at = out + c * n;
-        for (std::size_t a = 0; a < n; ++a) at[a] += level * first[a];
-        for (std::size_t j = 1; j <= m; ++j) {
+        for (std::size_t a = 0; a < n; ++a) at[a] += level * first[a] + weight[c][1] * away[a];
+        for (std::size_t j = 2; j <= m; ++j) {
             const double* const point = away + (j - 1) * n;
             for (std::size_t a = 0; a < n; ++a) at[a] += weight[c][j] * point[a];
         }
