@@ -260,6 +260,14 @@ std::vector<std::complex<double>> Point::multipliers() const {
 std::vector<std::complex<double>> Point::log_multipliers() const {
     return log_multipliers_of(Access::data(*this));
 }
+std::vector<double> Point::log_multiplier_errors() const {
+    std::vector<double> errors;
+    const PointData& point = Access::data(*this);
+    if (!is_cycle(point)) return errors;
+    for (const trajex::Exponent& exponent : point.spectrum)
+        errors.push_back(std::max(exponent.error, exponent.mesh_error));
+    return errors;
+}
 bool Point::stable() const {
     return unstable() == 0;
 }

@@ -88,6 +88,9 @@ class TX_EXPORT Point {
     /// multipliers too small or large for a double.
     std::vector<std::complex<double>> multipliers() const;
     std::vector<std::complex<double>> log_multipliers() const;
+    /// Bounds of the errors of these: of a point of a branch one for all, where the mesh is that of
+    /// the branch; of a cycle by itself one each.
+    std::vector<double> log_multiplier_errors() const;
     bool stable() const;
     std::size_t unstable() const;  ///< how many eigenvalues or multipliers are unstable
     /// Of a cycle: state at the time t from phase 0, extremes over the period.

@@ -133,6 +133,7 @@ def test_forced_systems():
     c = f.cycle([0, 0])
     assert c.max[0] == pytest.approx(0.5 / np.hypot(1 - 4, 0.3 * 2), rel=1e-3)
     assert np.prod(c.multipliers).real == pytest.approx(np.exp(-0.3 * np.pi), rel=1e-8)
+    assert np.all(c.log_multiplier_errors <= 1e-8)
     b = c.follow("w", (1, 3))
     assert set(b.stop) == {"parameter_bound"} and b["period"] == pytest.approx(2 * np.pi / b["w"])
 

@@ -471,6 +471,9 @@ void add_results(py::module_& m) {
     add_solution_members(point);
     point.def("__bool__", [](const tx::Point& p) { return static_cast<bool>(p); })
         .def_property_readonly("norm", &tx::Point::norm)
+        .def_property_readonly(
+            "log_multiplier_errors",
+            [](const tx::Point& p) { return array_of(p.log_multiplier_errors()); })
         .def_property_readonly("stable", &tx::Point::stable)
         .def_property_readonly("unstable", &tx::Point::unstable)
         .def_property_readonly("min", [](const tx::Point& p) { return array_of(p.min()); })

@@ -88,6 +88,11 @@ class Point:
         return self._native.log_multipliers
 
     @property
+    def log_multiplier_errors(self) -> np.ndarray:
+        """Bounds of the errors of ``log_multipliers``: of a point of a branch one for all."""
+        return self._native.log_multiplier_errors
+
+    @property
     def stable(self) -> bool:
         return self._native.stable
 
