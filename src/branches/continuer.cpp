@@ -19,6 +19,7 @@
 #include <iterator>
 #include <limits>
 #include <numbers>
+#include <string_view>
 #include <utility>
 
 #include "branches/locate.hpp"
@@ -783,6 +784,8 @@ bool Continuer::said_before(const Finding& finding) {
     }
     last.bracket[0] = std::min(last.bracket[0], finding.bracket[0]);
     last.bracket[1] = std::max(last.bracket[1], finding.bracket[1]);
+    constexpr std::string_view again = ", more than once";
+    if (!last.reason.ends_with(again)) last.reason += again;
     return true;
 }
 
