@@ -53,7 +53,7 @@ struct Watched {
 
 struct RunSettings {
     std::vector<tx::Window> windows;  ///< of the active parameters, the last unknowns
-    std::size_t max_points = 2000;
+    std::size_t max_points = 5000;
     double max_work = 4e7;
     double h_first = 0.01;
     double h_max = 0.05;

@@ -85,7 +85,7 @@ struct TX_EXPORT Options {
     Window window{};  ///< instead of the parent's, where a branch is entered or switched to
     std::vector<double> start{};  ///< a guess of the state; empty: found by integration
     Direction direction = Direction::both;
-    std::size_t max_points = 2000;  ///< of a branch
+    std::size_t max_points = 5000;  ///< of a branch
     double max_work = 4e7;          ///< of a branch, and of all of a diagram: the unknowns of the
                                     ///< linear systems that are solved, added up
     double h_max = 0.05;  ///< longest step, in units of the windows and the sizes of the variables

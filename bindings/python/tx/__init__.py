@@ -19,7 +19,7 @@ What there is::
 
 Options of runs, with their defaults::
 
-    start=None (found by integration), direction="both" ("up", "down"), max_points=2000, max_work=4e7, h_max=0.05,
+    start=None (found by integration), direction="both" ("up", "down"), max_points=5000, max_work=4e7, h_max=0.05,
     tol=1e-10, mesh_tol=1e-6, m=4, N_max=400, max_period=0 (1000 first periods), depth=3, detect="all" ("none", ["H", "LP"]),
     verify=False, max_branches=50, max_doublings=2, keep_all=False, norm_bound=1e9, at={"I": [0.5]},
     when={"name": function of a point}, stop_when={...}, progress=None (True, False, a function)
