@@ -127,6 +127,14 @@ TEST(Diagram, HasEachBranchOnceAndAllSpecialPoints) {
 TEST(Diagram, FindsAStartByItself) {
     const tx::Diagram diagram = harvest().diagram("p", {0, 1});
     EXPECT_GE(diagram.size(), 1U) << diagram.text();
+    // A trajectory goes round one equilibrium; from where it ends Newton's method comes to 0.
+    const tx::System oregonator{
+        {"x", "z"}, {{"f", 1.0}}, [](auto, auto& x, auto& c, auto& dx) {
+            dx[0] = 25 * (x[0] * (1 - x[0]) - c[0] * x[1] * (x[0] - 8e-4) / (x[0] + 8e-4));
+            dx[1] = x[0] - x[1];
+        }};
+    const tx::Diagram around = oregonator.diagram("f", {0.3, 3}, {.depth = 0});
+    EXPECT_EQ(around.specials().size(), 2U) << around.text();
     // x' = 1 + x^2 + c has no equilibrium where c > -1.
     const tx::System none{{"x"}, {{"c", 0.0}}, [](auto, auto& x, auto& c, auto& dx) {
                               dx[0] = 1 + x[0] * x[0] + c[0];
