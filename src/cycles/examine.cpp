@@ -100,11 +100,19 @@ bool CycleProblem::take_refined(Finding& finding, const RefinedPoint& refined) c
         finding.error += moved;
         return false;
     }
-    constexpr double remaining = 0.05;  // of the error, on the finer mesh
-    p = refined.parameter;
+    // Where intervals end the order is 2 m: what halving them has left of the error is known.
+    constexpr double remaining = 0.05;
+    const double left = 1 / (std::pow(4.0, segments_.inner_points()) - 1);
+    const auto extrapolated = [left](double fine, double coarse) {
+        return fine + left * (fine - coarse);
+    };
+    p = extrapolated(refined.parameter, p);
     finding.bracket[0] = std::min(finding.bracket[0], p);
     finding.bracket[1] = std::max(finding.bracket[1], p);
-    if (timing_.autonomous()) finding.z[state_size()] = refined.period;
+    if (timing_.autonomous()) {
+        double& T = finding.z[state_size()];
+        T = extrapolated(refined.period, T);
+    }
     finding.error = remaining * moved + 1e-13 * (width + std::fabs(p));
     finding.spectrum = refined.spectrum;
     return true;
